@@ -1,0 +1,22 @@
+# Flags that everything of this project is built with; nothing here reaches those who use the installed library.
+add_library(kelvonclip_build_flags INTERFACE)
+target_compile_options(kelvonclip_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KELVONCLIP_WERROR)
+  target_compile_options(kelvonclip_build_flags INTERFACE -Werror)
+endif()
+
+# The sanitizers stand apart, because GoogleTest has to be built with them too but not with our warnings.
+add_library(kelvonclip_sanitizers INTERFACE)
+if(KELVONCLIP_SANITIZE)
+  target_compile_options(kelvonclip_sanitizers INTERFACE -fsanitize=${KELVONCLIP_SANITIZE} -fno-omit-frame-pointer
+                                                         -fno-sanitize-recover=all)
+  target_link_options(kelvonclip_sanitizers INTERFACE -fsanitize=${KELVONCLIP_SANITIZE})
+endif()
+target_link_libraries(kelvonclip_build_flags INTERFACE kelvonclip_sanitizers)
+
+if(WIN32)
+  target_compile_definitions(kelvonclip_build_flags INTERFACE _WIN32_WINNT=0x0601 NTDDI_VERSION=0x06010000 UNICODE
+                                                              _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)
+else()
+  target_compile_definitions(kelvonclip_build_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()

@@ -1,0 +1,39 @@
+// The border of the library: nothing is thrown across it.
+#pragma once
+
+#include <exception>
+#include <utility>
+
+#include "foundation/kstring.h"
+#include "foundation/string_stash.h"
+
+namespace KelvonClip {
+
+// Runs an operation that gives a message (empty for success) and keeps internal faults inside: an exception's text
+// becomes the operation's message.
+template <class Work>
+KString guarded(Work&& work) {
+    try {
+        return std::forward<Work>(work)();
+    } catch (std::exception const& fault) {
+        return KString(fault.what());
+    }
+}
+
+// The body of every exported function that returns a message: null on success, else the stashed text.
+template <class Work>
+wchar_t const* exported(Work&& work) noexcept {
+    return stash(guarded(std::forward<Work>(work)));
+}
+
+// The body of every exported query: internal faults give the query's neutral value.
+template <class Result, class Work>
+Result exportedQuery(Result neutral, Work&& work) noexcept {
+    try {
+        return std::forward<Work>(work)();
+    } catch (std::exception const&) {
+        return neutral;
+    }
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,32 @@
+// A recursive mutex and its locker. Copies of a KMutexLock share one mutex.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+namespace KelvonClip {
+
+class KMutexLock {
+  public:
+    // Keeps the mutex alive and locked from construction to destruction. Handed around by shared pointer: the mutex is
+    // unlocked when the last reference goes, which must happen on the thread that locked it.
+    class Locker {
+      public:
+        explicit Locker(std::shared_ptr<std::recursive_mutex> shared) : mutex(std::move(shared)), lock(*mutex) {}
+
+      private:
+        std::shared_ptr<std::recursive_mutex> mutex;
+        std::unique_lock<std::recursive_mutex> lock;
+    };
+
+    KMutexLock() : mutex(std::make_shared<std::recursive_mutex>()) {}
+
+    // Blocks until the mutex is this thread's; the owning thread may lock it again.
+    // Throws std::system_error when the host refuses.
+    std::shared_ptr<Locker> lock() const { return std::make_shared<Locker>(mutex); }
+
+  private:
+    std::shared_ptr<std::recursive_mutex> mutex;
+};
+
+}  // namespace KelvonClip

@@ -1,0 +1,77 @@
+// The text type of the library: a string of Unicode code points. File names, XML names and text, format names and
+// messages are KStrings; the empty string stands for "no text" and, as an operation's message, for success.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace KelvonClip {
+
+class KString {
+  public:
+    static constexpr std::size_t ALL = static_cast<std::size_t>(-1);
+
+    KString() = default;
+    // Decodes UTF-8; null counts as empty. Throws ConversionError ("bad conversion") on bytes that are not UTF-8.
+    KString(char const* utf8);
+    KString(std::string_view utf8);
+    KString(std::string const& utf8) : KString(std::string_view(utf8)) {}
+    // Takes wide text one unit at a time: where wchar_t has 16 bits, the two units of a surrogate pair become two code
+    // points; where it has 32 bits, a unit is a code point. Null counts as empty.
+    KString(wchar_t const* wide);
+    KString(std::wstring const& wide);
+    KString(char16_t const* units);
+    KString(std::u16string_view units);
+    KString(std::u32string code_points);
+
+    // One unit a code point: the inverse of construction from wide text.
+    std::wstring toWide() const;
+    // Code points above FFFF become surrogate pairs; the others, surrogates included, one unit each.
+    std::u16string toUtf16() const;
+    // Surrogates are written as the three bytes of their code point, so what construction takes apart round-trips.
+    std::string toUtf8() const;
+
+    std::u32string const& codePoints() const { return text; }
+    std::size_t length() const { return text.size(); }
+    bool empty() const { return text.empty(); }
+    bool blank() const;  // empty, or white space only
+
+    // Position of the code point at or after `from`; negative when absent. findLast searches from the end.
+    std::ptrdiff_t find(char32_t code_point, std::size_t from = 0) const;
+    std::ptrdiff_t findLast(char32_t code_point) const;
+    char32_t first() const;
+    char32_t last() const;
+    KString substring(std::size_t start, std::size_t count = ALL) const;
+
+    KString trimmed() const;
+    KString trimmedLeft() const;
+    KString trimmedRight() const;
+
+    KString& operator+=(KString const& other);
+    friend KString operator+(KString left, KString const& right) { return left += right; }
+    friend bool operator==(KString const&, KString const&) = default;
+    friend std::strong_ordering operator<=>(KString const& left, KString const& right) {
+        return left.text <=> right.text;
+    }
+
+    // Decimal digits, surrounding white space skipped; absent for anything else and for what exceeds 64 bits.
+    std::optional<std::uint64_t> toUnsigned() const;
+    static KString fromUnsigned(std::uint64_t number);
+
+    // Puts arguments[N - 1] in place of every %N of the format, N written with one or two digits. A % followed by no
+    // digit or by three and more is literal text. An N without an argument stands for the empty text.
+    static KString format(KString const& format_text, std::initializer_list<KString> arguments);
+
+  private:
+    std::u32string text;
+};
+
+// Space, tab, line feed, vertical tab, form feed and carriage return; nothing above them.
+bool isWhiteSpace(char32_t code_point);
+
+}  // namespace KelvonClip

@@ -1,0 +1,133 @@
+// The virtual file: the one interface through which every byte of track data and of the clip header is read and
+// written.
+//
+// Kinds stack: a container or a section stands on another VFileObject, its host, and at the bottom of every stack is a
+// host file (VFileFile). All I/O is asynchronous: an operation hands one completion object down the stack, each request
+// that it becomes holds a reference, and the operation is complete when the last reference goes.
+//
+// Threads: any thread may call any operation. Requests complete on the thread that issued them, during its alertable
+// waits (KSemaphore); a thread that issues requests and never waits never sees them complete.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "foundation/ksemaphore.h"
+#include "foundation/kstring.h"
+
+namespace KelvonClip {
+
+namespace CIO {
+
+// The completion object of one operation: keeps the first error text and is told when the last request has let go.
+// Made only by makeCompletion, whose deleter turns the release of the last reference into the call of `complete`.
+class CIOObject {
+  public:
+    CIOObject() = default;
+    CIOObject(CIOObject const&) = delete;
+    CIOObject& operator=(CIOObject const&) = delete;
+    virtual ~CIOObject();
+
+    // Called exactly once, on the thread that released the last reference.
+    virtual void complete() = 0;
+
+    // The first text wins; later ones are dropped. Threads: any.
+    void setError(char const* text) { setError(KString(text)); }
+    void setError(KString const& text);
+
+    // The first error text, or null while all went well.
+    KString const* error() const { return first_error.load(std::memory_order_acquire); }
+
+  private:
+    std::atomic<KString*> first_error{nullptr};
+};
+
+template <class Kind, class... Arguments>
+std::shared_ptr<Kind> makeCompletion(Arguments&&... arguments) {
+    return std::shared_ptr<Kind>(new Kind(std::forward<Arguments>(arguments)...), [](Kind* object) {
+        object->complete();
+        delete object;
+    });
+}
+
+// Wakes a caller that waits: hands over the error text, then releases the semaphore by one.
+class CIOSyncHelper : public CIOObject {
+  public:
+    // Both are the waiting caller's and outlive the operation.
+    CIOSyncHelper(KSemaphore& done, KString& error_text) : semaphore(done), caller_error(error_text) {}
+    void complete() override;
+
+  private:
+    KSemaphore& semaphore;
+    KString& caller_error;
+};
+
+// Runs an asynchronous operation and waits for it: `start` is called with the completion object and hands it to the
+// requests that it issues. Gives the operation's first error text; empty on success. What `start` throws is thrown on,
+// but only after the requests that it had already issued are complete.
+template <class Start>
+KString runSync(Start&& start) {
+    KSemaphore done(0);
+    KString error;
+    std::exception_ptr fault;
+    try {
+        // From here the helper lives exactly as long as some request holds it.
+        std::forward<Start>(start)(std::shared_ptr<CIOObject>(makeCompletion<CIOSyncHelper>(done, error)));
+    } catch (...) {
+        fault = std::current_exception();
+    }
+    done.wait();
+    if (fault) std::rethrow_exception(fault);
+    return error;
+}
+
+}  // namespace CIO
+
+class VFileObject : public std::enable_shared_from_this<VFileObject> {
+  public:
+    VFileObject() = default;
+    VFileObject(VFileObject const&) = delete;
+    VFileObject& operator=(VFileObject const&) = delete;
+    virtual ~VFileObject() = default;
+
+    // The current logical length in bytes.
+    virtual std::uint64_t length() = 0;
+
+    // Start the transfer of exactly `length` bytes. The buffer stays the caller's and must live until the operation is
+    // complete. Every failure is reported as an error text on `done`.
+    virtual void read(std::uint64_t position, std::uint32_t length, void* buffer,
+                      std::shared_ptr<CIO::CIOObject> done) = 0;
+    virtual void write(std::uint64_t position, std::uint32_t length, void const* buffer,
+                       std::shared_ptr<CIO::CIOObject> done) = 0;
+
+    // The host file name at the bottom of the stack.
+    virtual KString name() = 0;
+
+    // How many bytes from `position` on already have storage reserved.
+    virtual std::uint64_t allocatedFrom(std::uint64_t position) = 0;
+    // Reserves storage for the range, so that later writes into it need no growth.
+    virtual void allocate(std::uint64_t position, std::uint32_t length) = 0;
+    // Drops an outstanding reservation.
+    virtual void releaseAllocation() = 0;
+
+    // The same transfers, waited for; empty on success. The wait is alertable.
+    KString readSync(std::uint64_t position, std::uint32_t length, void* buffer);
+    KString writeSync(std::uint64_t position, std::uint32_t length, void const* buffer);
+};
+
+// What opening or making a virtual file gives: an error text, or the object.
+template <class Kind>
+struct Opened {
+    KString error;
+    std::shared_ptr<Kind> file;
+};
+
+// Whether [position, position + length) lies inside [0, limit), written so that no sum can wrap.
+constexpr bool rangeWithin(std::uint64_t position, std::uint64_t length, std::uint64_t limit) {
+    return position <= limit && length <= limit - position;
+}
+
+}  // namespace KelvonClip
