@@ -7,11 +7,21 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace KelvonClip {
 
+// Bytes that are not UTF-8, or a code point that no encoding has: "bad conversion".
+class ConversionError : public std::runtime_error {
+  public:
+    ConversionError() : std::runtime_error("bad conversion") {}
+};
+
+// Internal faults are exceptions: a text that outgrows its greatest size is a std::length_error ("string too long"), a
+// position outside the text a std::out_of_range ("invalid string position").
+// Threads: a value; one thread at a time may change one, any number may read it.
 class KString {
   public:
     static constexpr std::size_t ALL = static_cast<std::size_t>(-1);
@@ -29,7 +39,9 @@ class KString {
     KString(std::u16string_view units);
     KString(std::u32string code_points);
 
-    // One unit a code point: the inverse of construction from wide text.
+    // One unit a code point: the inverse of construction from wide text. Where wchar_t has 16 bits, a code point above
+    // FFFF, which no wide text brings in, becomes the two units of its surrogate pair. Like every encoding, throws
+    // ConversionError for a value above 10FFFF.
     std::wstring toWide() const;
     // Code points above FFFF become surrogate pairs; the others, surrogates included, one unit each.
     std::u16string toUtf16() const;
@@ -41,7 +53,8 @@ class KString {
     bool empty() const { return text.empty(); }
     bool blank() const;  // empty, or white space only
 
-    // Position of the code point at or after `from`; negative when absent. findLast searches from the end.
+    // Position of the code point at or after `from`, which may lie behind the end; negative when absent. findLast
+    // searches from the end.
     std::ptrdiff_t find(char32_t code_point, std::size_t from = 0) const;
     std::ptrdiff_t findLast(char32_t code_point) const;
     char32_t first() const;
@@ -72,6 +85,11 @@ class KString {
 };
 
 // Space, tab, line feed, vertical tab, form feed and carriage return; nothing above them.
-bool isWhiteSpace(char32_t code_point);
+constexpr bool isWhiteSpace(char32_t code_point) {
+    return code_point == U' ' || (code_point >= U'\t' && code_point <= U'\r');
+}
+
+// length + more, for a text that grows. Throws std::length_error ("string too long") beyond the greatest text.
+std::size_t grownLength(std::size_t length, std::size_t more);
 
 }  // namespace KelvonClip

@@ -1,0 +1,252 @@
+// The string class: conversions at the library's borders, searching and cutting, and message formatting.
+//
+// Wide text is taken one unit at a time, so surrogates occur as code points of their own and the UTF-8 conversions let
+// them through as three bytes; in everything else they follow the encoding strictly.
+#include "foundation/kstring.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+
+namespace KelvonClip {
+
+namespace {
+
+constexpr char32_t LAST_CODE_POINT = 0x10FFFF;
+constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
+
+// The forms of UTF-8, shortest first: what marks the first byte, and the smallest code point that may use the form.
+struct Utf8Form {
+    unsigned char lead, lead_mask;
+    char32_t smallest;
+};
+constexpr std::array<Utf8Form, 4> UTF8_FORMS{{
+    {0x00, 0x80, 0x0},
+    {0xC0, 0xE0, 0x80},
+    {0xE0, 0xF0, 0x800},
+    {0xF0, 0xF8, 0x10000},
+}};
+constexpr unsigned CONTINUATION = 0x80, CONTINUATION_MASK = 0xC0, CONTINUATION_BITS = 6;
+
+constexpr bool isContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & CONTINUATION_MASK) == CONTINUATION;
+}
+
+// How many bytes follow a first byte. Throws for a byte that begins no form.
+std::size_t continuationsAfter(unsigned char first) {
+    for (std::size_t count = 0; count < UTF8_FORMS.size(); ++count)
+        if ((first & UTF8_FORMS[count].lead_mask) == UTF8_FORMS[count].lead) return count;
+    throw ConversionError();
+}
+
+// Takes one code point off the front of `bytes`, which is not empty.
+char32_t decodeUtf8(std::string_view& bytes) {
+    unsigned char const first = static_cast<unsigned char>(bytes.front());
+    if (first < CONTINUATION) {
+        bytes.remove_prefix(1);
+        return first;
+    }
+    std::size_t const count = continuationsAfter(first);
+    if (bytes.size() <= count) throw ConversionError();
+    Utf8Form const& form = UTF8_FORMS[count];
+    char32_t code_point = first & static_cast<unsigned char>(~form.lead_mask);
+    for (char byte : bytes.substr(1, count)) {
+        if (!isContinuation(byte)) throw ConversionError();
+        code_point = (code_point << CONTINUATION_BITS) | (static_cast<unsigned char>(byte) & ~CONTINUATION_MASK);
+    }
+    if (code_point < form.smallest || code_point > LAST_CODE_POINT) throw ConversionError();
+    bytes.remove_prefix(1 + count);
+    return code_point;
+}
+
+std::u32string decodeUtf8Text(std::string_view bytes) {
+    // Every code point has exactly one byte that is no continuation.
+    auto const count = std::count_if(bytes.begin(), bytes.end(), [](char byte) { return !isContinuation(byte); });
+    std::u32string text(grownLength(0, static_cast<std::size_t>(count)), U'\0');
+    for (char32_t& code_point : text) {
+        if (bytes.empty()) throw ConversionError();
+        code_point = decodeUtf8(bytes);
+    }
+    if (!bytes.empty()) throw ConversionError();
+    return text;
+}
+
+void encodeUtf8(char32_t code_point, std::string& out) {
+    if (code_point > LAST_CODE_POINT) throw ConversionError();
+    std::size_t count = UTF8_FORMS.size() - 1;
+    while (code_point < UTF8_FORMS[count].smallest)
+        --count;
+    unsigned shift = static_cast<unsigned>(count) * CONTINUATION_BITS;
+    out += static_cast<char>(UTF8_FORMS[count].lead | (code_point >> shift));
+    while (shift > 0) {
+        shift -= CONTINUATION_BITS;
+        out += static_cast<char>(CONTINUATION | ((code_point >> shift) & ~CONTINUATION_MASK));
+    }
+}
+
+// Units become code points one by one, whatever their width.
+template <class Unit>
+std::u32string takeUnits(std::basic_string_view<Unit> units) {
+    std::u32string text(grownLength(0, units.size()), U'\0');
+    std::transform(units.begin(), units.end(), text.begin(), [](Unit unit) {
+        auto const code_point = static_cast<char32_t>(unit);
+        if (code_point > LAST_CODE_POINT) throw ConversionError();
+        return code_point;
+    });
+    return text;
+}
+
+template <class Unit>
+std::basic_string_view<Unit> viewOf(Unit const* terminated) {
+    return terminated == nullptr ? std::basic_string_view<Unit>() : std::basic_string_view<Unit>(terminated);
+}
+
+template <class Unit>
+std::basic_string<Unit> encodeUtf16(std::u32string const& text) {
+    std::basic_string<Unit> units;
+    units.reserve(text.size());
+    for (char32_t code_point : text) {
+        if (code_point > LAST_CODE_POINT) throw ConversionError();
+        if (code_point <= 0xFFFF) {
+            units += static_cast<Unit>(code_point);
+        } else {
+            units += static_cast<Unit>(0xD800 + ((code_point - 0x10000) >> 10));
+            units += static_cast<Unit>(0xDC00 + ((code_point - 0x10000) & 0x3FF));
+        }
+    }
+    return units;
+}
+
+std::ptrdiff_t asPosition(std::size_t found) {
+    return found == std::u32string::npos ? -1 : static_cast<std::ptrdiff_t>(found);
+}
+
+constexpr bool isDigit(char32_t code_point) { return code_point >= U'0' && code_point <= U'9'; }
+
+[[noreturn]] void throwInvalidPosition() { throw std::out_of_range("invalid string position"); }
+
+// A placeholder of a format: where its % is, behind its last digit, and the number that the digits spell.
+struct Placeholder {
+    std::size_t begin, end;
+    std::size_t number;
+};
+
+// The first placeholder at or after `from`; behind the end of the text when there is none.
+Placeholder findPlaceholder(std::u32string const& text, std::size_t from) {
+    constexpr std::size_t MOST_DIGITS = 2;
+    for (std::size_t begin = text.find(U'%', from); begin != std::u32string::npos; begin = text.find(U'%', begin + 1)) {
+        std::size_t end = begin + 1, number = 0;
+        while (end < text.size() && isDigit(text[end]) && end - begin <= MOST_DIGITS + 1)
+            number = number * 10 + (text[end++] - U'0');
+        std::size_t const digits = end - begin - 1;
+        if (digits >= 1 && digits <= MOST_DIGITS) return {begin, end, number};
+    }
+    return {text.size(), text.size(), 0};
+}
+
+}  // namespace
+
+std::size_t grownLength(std::size_t length, std::size_t more) {
+    std::size_t const greatest = std::u32string().max_size();
+    if (length > greatest || more > greatest - length) throw std::length_error("string too long");
+    return length + more;
+}
+
+KString::KString(char const* utf8) : text(decodeUtf8Text(viewOf(utf8))) {}
+KString::KString(std::string_view utf8) : text(decodeUtf8Text(utf8)) {}
+KString::KString(wchar_t const* wide) : text(takeUnits(viewOf(wide))) {}
+KString::KString(std::wstring const& wide) : text(takeUnits(std::wstring_view(wide))) {}
+KString::KString(char16_t const* units) : text(takeUnits(viewOf(units))) {}
+KString::KString(std::u16string_view units) : text(takeUnits(units)) {}
+KString::KString(std::u32string code_points) : text(std::move(code_points)) {}
+
+std::wstring KString::toWide() const {
+    if constexpr (WIDE_IS_UTF16) {
+        return encodeUtf16<wchar_t>(text);
+    } else {
+        if (std::any_of(text.begin(), text.end(), [](char32_t unit) { return unit > LAST_CODE_POINT; }))
+            throw ConversionError();
+        return std::wstring(text.begin(), text.end());
+    }
+}
+
+std::u16string KString::toUtf16() const { return encodeUtf16<char16_t>(text); }
+
+std::string KString::toUtf8() const {
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (char32_t code_point : text)
+        encodeUtf8(code_point, bytes);
+    return bytes;
+}
+
+bool KString::blank() const { return std::all_of(text.begin(), text.end(), isWhiteSpace); }
+
+std::ptrdiff_t KString::find(char32_t code_point, std::size_t from) const {
+    return asPosition(text.find(code_point, from));
+}
+
+std::ptrdiff_t KString::findLast(char32_t code_point) const { return asPosition(text.rfind(code_point)); }
+
+char32_t KString::first() const {
+    if (text.empty()) throwInvalidPosition();
+    return text.front();
+}
+
+char32_t KString::last() const {
+    if (text.empty()) throwInvalidPosition();
+    return text.back();
+}
+
+KString KString::substring(std::size_t start, std::size_t count) const {
+    if (start > text.size()) throwInvalidPosition();
+    return KString(text.substr(start, count));
+}
+
+KString KString::trimmed() const { return trimmedLeft().trimmedRight(); }
+
+KString KString::trimmedLeft() const {
+    return KString(std::u32string(std::find_if_not(text.begin(), text.end(), isWhiteSpace), text.end()));
+}
+
+KString KString::trimmedRight() const {
+    return KString(std::u32string(text.begin(), std::find_if_not(text.rbegin(), text.rend(), isWhiteSpace).base()));
+}
+
+KString& KString::operator+=(KString const& other) {
+    grownLength(text.size(), other.text.size());
+    text += other.text;
+    return *this;
+}
+
+std::optional<std::uint64_t> KString::toUnsigned() const {
+    constexpr std::uint64_t MOST = std::numeric_limits<std::uint64_t>::max();
+    KString const digits = trimmed();
+    if (digits.empty()) return std::nullopt;
+    std::uint64_t number = 0;
+    for (char32_t code_point : digits.text) {
+        if (!isDigit(code_point)) return std::nullopt;
+        std::uint64_t const digit = code_point - U'0';
+        if (number > (MOST - digit) / 10) return std::nullopt;
+        number = number * 10 + digit;
+    }
+    return number;
+}
+
+KString KString::fromUnsigned(std::uint64_t number) { return KString(std::to_string(number)); }
+
+KString KString::format(KString const& format_text, std::initializer_list<KString> arguments) {
+    KString result;
+    std::size_t position = 0;
+    while (position < format_text.length()) {
+        Placeholder const placeholder = findPlaceholder(format_text.text, position);
+        result += format_text.substring(position, placeholder.begin - position);
+        if (placeholder.number >= 1 && placeholder.number <= arguments.size())
+            result += arguments.begin()[placeholder.number - 1];
+        position = placeholder.end;
+    }
+    return result;
+}
+
+}  // namespace KelvonClip

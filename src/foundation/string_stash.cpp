@@ -1,0 +1,43 @@
+// The string stash: one process-wide table of the texts that callers hold.
+//
+// Invariants
+//   * An entry, once made, never moves and never goes: callers keep the address of its wide copy.
+//   * The table outlives every static object, so texts stay valid while the process takes itself down.
+// Threads: any; one mutex guards the table.
+#include "foundation/string_stash.h"
+
+#include <map>
+#include <mutex>
+
+namespace KelvonClip {
+
+namespace {
+
+struct StashEntry {
+    std::wstring wide;
+    std::uint64_t uses = 0;
+};
+
+struct Stash {
+    std::mutex mutex;
+    std::map<KString, StashEntry> entries;  // nodes stay where they are
+};
+
+Stash& theStash() {
+    static Stash* const stash = new Stash;  // never destroyed, on purpose
+    return *stash;
+}
+
+}  // namespace
+
+wchar_t const* stash(KString const& text) {
+    if (text.empty()) return nullptr;
+    Stash& stash = theStash();
+    std::lock_guard const lock(stash.mutex);
+    auto entry = stash.entries.find(text);
+    if (entry == stash.entries.end()) entry = stash.entries.emplace(text, StashEntry{text.toWide()}).first;
+    ++entry->second.uses;
+    return entry->second.wide.c_str();
+}
+
+}  // namespace KelvonClip
