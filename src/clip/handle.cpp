@@ -1,0 +1,21 @@
+#include "clip/handle.h"
+
+namespace KelvonClip {
+
+std::uint32_t HandleSpace::allocate() {
+    auto item = state.lock();
+    auto& [in_use, next] = item.value;
+    while (next == 0 || in_use.contains(next))
+        ++next;
+    in_use.insert(next);
+    return next++;
+}
+
+void HandleSpace::release(std::uint32_t number) { state.lock().value.in_use.erase(number); }
+
+HandleSpace& HandleSpace::process() {
+    static auto& space = *new HandleSpace;
+    return space;
+}
+
+}  // namespace KelvonClip

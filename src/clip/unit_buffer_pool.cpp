@@ -1,0 +1,55 @@
+#include "clip/unit_buffer_pool.h"
+
+#include <cstring>
+#include <new>
+
+#include "foundation/kassert.h"
+#include "platform/host_file.h"
+
+namespace KelvonClip {
+
+namespace {
+
+constexpr std::align_val_t ALIGNMENT{platform::DIRECT_ALIGNMENT};
+
+std::byte* allocateZeroed(std::uint32_t size) {
+    void* raw_buf = ::operator new(size, ALIGNMENT, std::nothrow);
+    if (!kassert(raw_buf != nullptr, "track", __LINE__, "raw_buf != nullptr")) throw std::bad_alloc();
+    std::memset(raw_buf, 0, size);
+    return static_cast<std::byte*>(raw_buf);
+}
+
+}  // namespace
+
+bool isAlignedForDirectIO(void const* address) {
+    return reinterpret_cast<std::uintptr_t>(address) % platform::DIRECT_ALIGNMENT == 0;
+}
+
+void UnitBufferPool::Free::operator()(std::byte* raw_buf) const { ::operator delete(raw_buf, ALIGNMENT); }
+
+UnitBufferPool::UnitBufferPool(std::uint32_t buffer_size) : shelf(std::make_shared<Shelf>()) {
+    shelf->buffer_size = buffer_size;
+}
+
+UnitBufferPool::Buffer::Buffer(std::shared_ptr<Shelf> owner) : shelf(std::move(owner)) {
+    {
+        auto item = shelf->free.lock();
+        if (!item.value.empty()) {
+            unit_buf = std::move(item.value.back());
+            item.value.pop_back();
+        }
+    }
+    if (!unit_buf) unit_buf.reset(allocateZeroed(shelf->buffer_size));
+}
+
+UnitBufferPool::Buffer::~Buffer() {
+    if (!kassert(unit_buf != nullptr, "track", __LINE__, "unit_buf != nullptr")) return;
+    std::memset(unit_buf.get(), 0, shelf->buffer_size);
+    try {
+        shelf->free.lock().value.push_back(std::move(unit_buf));
+    } catch (std::exception const&) {
+        // No room on the list: the buffer is freed instead of kept.
+    }
+}
+
+}  // namespace KelvonClip
