@@ -1,0 +1,41 @@
+// vfilesparse1: the older sparse format, read only.
+//
+// Stands on any other VFileObject, its host, and stores only the ranges that were written; the others read as zeros.
+// The host is a chain of map blocks, each followed by the data that its records describe (docs/format.md, "Sparse
+// format 1"). The whole chain is read when the file is opened.
+//
+// Invariants: the map never changes after opening; extents never overlap, an earlier record wins.
+// Threads: any.
+#pragma once
+
+#include "foundation/kprotect.h"
+#include "vfile/extent_map.h"
+#include "vfile/vfileobject.h"
+
+namespace KelvonClip {
+
+class VFileSparse1 : public VFileObject {
+  public:
+    // The sparse file inside `host`, shared by all who open it. Errors: the host's, when the first map block cannot be
+    // read; "Bad sparse header magic number". Whatever is wrong further on only ends the map.
+    static Opened<VFileSparse1> open(std::shared_ptr<VFileObject> host, bool read_only);
+
+    std::uint64_t length() override { return length_bytes; }
+    void read(std::uint64_t position, std::uint32_t length, void* buffer,
+              std::shared_ptr<CIO::CIOObject> done) override;
+    void write(std::uint64_t position, std::uint32_t length, void const* buffer,
+               std::shared_ptr<CIO::CIOObject> done) override;  // always "Not implemented"
+    KString name() override;
+    std::uint64_t allocatedFrom(std::uint64_t position) override;          // always 4294967295
+    void allocate(std::uint64_t position, std::uint32_t length) override;  // nothing
+    void releaseAllocation() override;                                     // nothing
+
+  private:
+    VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents);
+
+    std::shared_ptr<VFileObject> const host;
+    std::uint64_t const length_bytes;
+    KProtect<ExtentMap> map;
+};
+
+}  // namespace KelvonClip
