@@ -1,0 +1,33 @@
+// JPEG 2000 tracks: which bit rates a standard allows and how large a unit is at each of them.
+//
+// Pure functions; threads: any.
+#pragma once
+
+#include <cstdint>
+
+#include <kelvonclip/kelvon_std.h>
+
+namespace KelvonClip {
+
+// Bytes of one unit at a bit rate.
+struct J2KSizes {
+    std::uint32_t luma, chroma, key;
+    std::uint32_t reserved;  // always 0
+};
+
+// The standard's limits in Mbit/s; both 0 for a standard that is neither high nor standard definition, which then has
+// no valid bit rate.
+std::uint32_t j2kMinBitRate(VideoStandard standard);
+std::uint32_t j2kMaxBitRate(VideoStandard standard);
+
+// Whether the bit rate is a multiple of 5 within the standard's limits.
+bool j2kBitRateValid(VideoStandard standard, std::uint32_t mbits);
+
+// All zero for a bit rate that is not valid.
+J2KSizes j2kSizes(VideoStandard standard, std::uint32_t mbits);
+
+// The smallest valid bit rate whose sizes hold the wanted ones; the least bit rate when neither luma nor chroma is
+// wanted, whatever the key; 0 when no bit rate will do.
+std::uint32_t j2kBitRateForSizes(VideoStandard standard, std::uint32_t luma, std::uint32_t chroma, std::uint32_t key);
+
+}  // namespace KelvonClip
