@@ -1,0 +1,104 @@
+// Host files over overlapped, unbuffered Windows handles.
+//
+// Invariants
+//   * Every request's OVERLAPPED lies inside its HostRequest; its event field, which completion routines leave to the
+//     program, points back to the HostRequest.
+//   * Windows queues the completion routine to the issuing thread, which runs it in an alertable wait (wait.h).
+//   * The handle is unbuffered: Windows refuses transfers whose position, length or buffer is off the sector grid.
+// Threads: any.
+#include "platform/host_file.h"
+
+#include <windows.h>
+
+#include <new>
+
+#include "platform/error_text.h"
+
+namespace KelvonClip::platform {
+
+namespace {
+
+static_assert(sizeof(OVERLAPPED) <= sizeof(HostRequest::host_record));
+static_assert(alignof(OVERLAPPED) <= 8, "the alignment of host_record");
+
+struct OpenMode {
+    DWORD access, share, disposition;
+};
+// One row per FileAccess, in value order.
+constexpr OpenMode OPEN_MODES[] = {
+    {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING},
+    {GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING},
+    {GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS},  // KEEP: an existing file is not truncated
+};
+static_assert(static_cast<int>(FileAccess::create) == 2);
+
+// The request's own OVERLAPPED, ready for a transfer at `position`.
+OVERLAPPED* prepare(HostRequest& request, std::uint64_t position) {
+    auto* overlapped = new (request.host_record) OVERLAPPED{};
+    overlapped->Offset = static_cast<DWORD>(position);
+    overlapped->OffsetHigh = static_cast<DWORD>(position >> 32);
+    overlapped->hEvent = &request;
+    return overlapped;
+}
+
+void CALLBACK transferDone(DWORD error, DWORD transferred, OVERLAPPED* overlapped) {
+    auto& request = *static_cast<HostRequest*>(overlapped->hEvent);
+    request.done(request, error != 0, transferred);
+}
+
+constexpr std::uint64_t roundedUp(std::uint64_t bytes, std::uint64_t grid) { return (bytes + grid - 1) / grid * grid; }
+
+class WindowsFile final : public HostFile {
+  public:
+    ~WindowsFile() override {
+        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+    }
+
+    bool open(std::wstring const& name, OpenMode const& mode) {
+        handle = CreateFileW(name.c_str(), mode.access, mode.share, nullptr, mode.disposition,
+                             FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING, nullptr);
+        return handle != INVALID_HANDLE_VALUE;
+    }
+
+    bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
+        return ReadFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
+    }
+
+    bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) override {
+        return WriteFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
+    }
+
+    bool size(std::uint64_t& bytes) const override {
+        LARGE_INTEGER found;
+        if (!GetFileSizeEx(handle, &found)) return false;
+        bytes = static_cast<std::uint64_t>(found.QuadPart);
+        return true;
+    }
+
+    // An unbuffered handle takes only ends on the sector grid; an end off it becomes the next one on every grid.
+    bool resize(std::uint64_t bytes) override {
+        if (setEnd(bytes)) return true;
+        return GetLastError() == ERROR_INVALID_PARAMETER && bytes % DIRECT_ALIGNMENT != 0 &&
+               setEnd(roundedUp(bytes, DIRECT_ALIGNMENT));
+    }
+
+  private:
+    bool setEnd(std::uint64_t bytes) {
+        LARGE_INTEGER end;
+        end.QuadPart = static_cast<LONGLONG>(bytes);
+        return SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) && SetEndOfFile(handle);
+    }
+
+    HANDLE handle = INVALID_HANDLE_VALUE;
+};
+
+}  // namespace
+
+HostFile::Opened HostFile::open(std::u16string const& name, FileAccess access) {
+    std::wstring const wide(name.begin(), name.end());
+    auto file = std::make_unique<WindowsFile>();
+    if (!file->open(wide, OPEN_MODES[static_cast<int>(access)])) return {lastErrorText(), nullptr};
+    return {{}, std::move(file)};
+}
+
+}  // namespace KelvonClip::platform

@@ -1,0 +1,48 @@
+// Background tasks on the process's default Windows thread pool.
+#include "platform/task_pool.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <system_error>
+
+namespace KelvonClip::platform {
+
+namespace {
+
+using Task = std::function<void()>;
+
+// A named function: a lambda does not convert to a __stdcall callback on 32-bit Windows.
+void CALLBACK runTask(TP_CALLBACK_INSTANCE*, void* context) {
+    std::unique_ptr<Task> const task(static_cast<Task*>(context));
+    (*task)();
+}
+
+struct Environment {
+    TP_CALLBACK_ENVIRON value;
+
+    Environment() {
+        InitializeThreadpoolEnvironment(&value);
+        // Tasks wait for disks and for each other: the pool has to grow.
+        SetThreadpoolCallbackRunsLong(&value);
+        // Whoever unloads the library while a task runs must not pull the code from under it: the pool keeps this
+        // module loaded until the task has returned.
+        HMODULE module = nullptr;
+        if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                               reinterpret_cast<wchar_t const*>(&runTask), &module))
+            SetThreadpoolCallbackLibrary(&value, module);
+    }
+};
+
+}  // namespace
+
+void runInBackground(Task task) {
+    Environment environment;
+    auto context = std::make_unique<Task>(std::move(task));
+    if (!TrySubmitThreadpoolCallback(&runTask, context.get(), &environment.value))
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
+                                "TrySubmitThreadpoolCallback");
+    (void)context.release();  // the callback's now
+}
+
+}  // namespace KelvonClip::platform

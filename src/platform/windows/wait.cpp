@@ -1,0 +1,46 @@
+// Alertable waits on Windows semaphores: the system runs the calling thread's completion routines inside the wait.
+#include "platform/wait.h"
+
+#include <windows.h>
+
+#include <system_error>
+
+namespace KelvonClip::platform {
+
+static_assert(WAIT_FOREVER == INFINITE);
+
+struct HostSemaphore::State {
+    HANDLE handle;
+};
+
+HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max)
+    : state(std::make_unique<State>(
+          CreateSemaphoreW(nullptr, static_cast<LONG>(initial), static_cast<LONG>(max), nullptr))) {
+    // Windows has no semaphore that never holds a unit; without a handle every post and wait fails, as it should.
+    if (state->handle == nullptr && max != 0)
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateSemaphoreW");
+}
+
+HostSemaphore::~HostSemaphore() {
+    if (state->handle != nullptr) CloseHandle(state->handle);
+}
+
+// The object may be gone as soon as the unit is there: nothing of it is touched after the call.
+bool HostSemaphore::post(std::uint32_t count) {
+    return count == 0 || ReleaseSemaphore(state->handle, static_cast<LONG>(count), nullptr) != FALSE;
+}
+
+WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
+    switch (WaitForSingleObjectEx(state->handle, timeout_ms, TRUE)) {
+    case WAIT_OBJECT_0:
+        return WaitResult::taken;
+    case WAIT_TIMEOUT:
+        return WaitResult::timed_out;
+    case WAIT_IO_COMPLETION:
+        return WaitResult::completed_io;
+    default:
+        return WaitResult::failed;
+    }
+}
+
+}  // namespace KelvonClip::platform
