@@ -1,10 +1,14 @@
 // The library's XML: an element tree, a strict parser for a narrow dialect (elements and text only), an extractor that
 // finds one expected element in a run of bytes, and a writer with three layouts.
+//
+// Time and memory grow with the length of the text (and of what is written) alone, whatever its nesting: nothing here
+// recurses over a tree.
+// Threads: trees are values; one thread at a time may change one, any number may read it.
 #pragma once
 
 #include <cstddef>
 #include <map>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +18,6 @@
 namespace KelvonClip {
 
 // One node. An element holds either text or children; the parser never fills the attributes, the writer writes them.
-// Trees may be as deep as their text allows: copying, destroying and writing them must not recurse without bound.
 struct XmlElement {
     bool invalid = false;  // stands for no element
     KString name;
@@ -44,6 +47,9 @@ struct XmlParsed {
     bool failed = false;
 };
 
+// Parses the first element of a text; what follows its closing tag is not looked at. Fails, and never throws, for what
+// the dialect does not have (attributes, declarations, comments, text beside child elements) and for a text that ends
+// before its root does.
 XmlParsed xmlParse(KString const& text);
 
 enum class XmlLayout : unsigned {
@@ -51,30 +57,37 @@ enum class XmlLayout : unsigned {
     lines = 1,     // one element a line
     indented = 2,  // one element a line, four spaces a level
 };
+// Without text, elements that hold any are written as empty ones. Lines end with carriage return and line feed.
 KString xmlWrite(XmlElement const& element, XmlLayout layout, bool with_text = true);
 
+// The five characters of markup to their entities and back. An & that begins no entity stands for itself.
 KString xmlEscape(KString const& text);
 KString xmlUnescape(KString const& text);
 
-// Finds the first complete element among the registered tags in a growing run of bytes.
+// Finds the first complete element among the registered tags in a growing run of bytes. Both of its tags are found by
+// their text alone: a tag with attributes is not seen, and the first closing tag of the name ends the element.
+// Threads: one at a time.
 class XmlExtractor {
   public:
+    // `capacity`: bytes to make room for at once; 0, which is reported, counts as 1024.
     explicit XmlExtractor(std::size_t capacity);
     ~XmlExtractor();
     XmlExtractor(XmlExtractor const&) = delete;
     XmlExtractor& operator=(XmlExtractor const&) = delete;
 
-    void addTag(char const* name);
+    void addTag(char const* name);  // null is reported and never found
     void append(void const* bytes, std::size_t count);
 
-    // Parses the earliest registered element and removes its bytes; fails with nothing consumed when there is none.
+    // Parses the earliest registered element and removes everything up to its end. After a failure (no such element, no
+    // closing tag, bytes that are not UTF-8, XML outside the dialect) all bytes are still there.
     XmlParsed extract();
+    // Whether memory for the bytes ran out or an element that had begun could not be extracted, at any time so far.
     bool failed() const { return failure; }
 
   private:
     std::string buffer;
     bool failure = false;
-    std::vector<std::string> tags;
+    std::vector<std::optional<std::string>> tags;  // absent: added as null
 };
 
 }  // namespace KelvonClip
