@@ -1,0 +1,39 @@
+#include "foundation/ksemaphore.h"
+
+#include <memory>
+
+#include "foundation/kassert.h"
+
+namespace KelvonClip {
+
+KSemaphore::KSemaphore(std::uint32_t initial, std::uint32_t max) : max_count(max), semaphore(initial, max) {}
+
+void KSemaphore::post() {
+    if (!kassert(max_count > 0, "ksemaphore", __LINE__, "n <= max_count")) return;
+    semaphore.post(1);
+}
+
+bool KSemaphore::wait(std::uint32_t n, std::uint32_t timeout_ms) {
+    if (n == 0) return true;
+    if (!kassert(n <= max_count, "ksemaphore", __LINE__, "n <= max_count")) return false;
+
+    std::shared_ptr<KMutexLock::Locker> alone;
+    if (n > 1) alone = several.lock();
+    for (std::uint32_t taken = 0; taken < n;) {
+        // KEEP: whatever is neither a unit nor a time-out, completions above all, begins the time-out anew.
+        switch (semaphore.waitAlertable(timeout_ms)) {
+        case platform::WaitResult::taken:
+            ++taken;
+            break;
+        case platform::WaitResult::timed_out:
+            if (taken > 0) semaphore.post(taken);
+            return false;
+        case platform::WaitResult::completed_io:
+        case platform::WaitResult::failed:
+            break;
+        }
+    }
+    return true;
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,72 @@
+#include "platform/linux/transfer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <type_traits>
+
+#include <unistd.h>
+
+namespace KelvonClip::platform {
+
+// The record of a request is made in place and forgotten without a destructor.
+static_assert(sizeof(Transfer) <= sizeof(HostRequest::host_record) && alignof(Transfer) <= 8);
+static_assert(std::is_trivially_destructible_v<Transfer>);
+
+namespace {
+
+// The kernel moves a little less than 2 GiB at once; a round number below that keeps the remainder aligned.
+constexpr std::uint32_t MAX_STEP = 1U << 30;
+
+// What a refused transfer raises the alignment to: no file system is known to ask for more.
+constexpr std::uint32_t STRICTEST_ALIGNMENT = 4096;
+
+}  // namespace
+
+bool Transfer::mayGoDirect() const {
+    if (file->direct < 0 || buffered_only) return false;
+    std::uint64_t const grid = file->position_alignment.load(std::memory_order_relaxed);
+    std::uint64_t const memory_grid = file->memory_alignment.load(std::memory_order_relaxed);
+    return (position + transferred) % grid == 0 && remaining() % grid == 0 &&
+           reinterpret_cast<std::uintptr_t>(memory + transferred) % memory_grid == 0;
+}
+
+Transfer::Step Transfer::nextStep() {
+    step_is_direct = mayGoDirect();
+    return {step_is_direct ? file->direct : file->buffered, memory + transferred, std::min(remaining(), MAX_STEP),
+            position + transferred};
+}
+
+bool Transfer::advance(std::int64_t result) {
+    if (result == -EINTR || result == -EAGAIN) return false;
+    if (result == -EINVAL && step_is_direct) {
+        // The host is stricter than assumed; the buffered descriptor takes everything.
+        buffered_only = true;
+        file->position_alignment.store(STRICTEST_ALIGNMENT, std::memory_order_relaxed);
+        file->memory_alignment.store(STRICTEST_ALIGNMENT, std::memory_order_relaxed);
+        return false;
+    }
+    if (result < 0) {
+        failed = true;
+        return true;
+    }
+    transferred += static_cast<std::uint32_t>(result);
+    if (remaining() == 0) return true;
+    if (result > 0) return false;
+    // Nothing moved: the end of the file. A read that got that far has the bytes before it; a read that began there
+    // has failed, and so has a write that gets nowhere.
+    failed = writing || transferred == 0;
+    return true;
+}
+
+void Transfer::runBlocking() {
+    bool ended = remaining() == 0;
+    while (!ended) {
+        Step const step = nextStep();
+        auto const at = static_cast<off_t>(step.position);
+        ssize_t const result = writing ? ::pwrite(step.descriptor, step.memory, step.length, at)
+                                       : ::pread(step.descriptor, step.memory, step.length, at);
+        ended = advance(result < 0 ? -errno : result);
+    }
+}
+
+}  // namespace KelvonClip::platform

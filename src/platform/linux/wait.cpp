@@ -1,0 +1,115 @@
+// Semaphores in user space. A unit that is released goes straight to the waiter that came first, so a wait that
+// completions of the same thread satisfy costs no system call of its own.
+//
+// Everything in State and in the waiters is touched under State::mutex only, the waking included: a waiter finds that
+// it has its unit only after the poster has let go of the mutex, so it may destroy the semaphore at once.
+#include "platform/wait.h"
+
+#include <condition_variable>
+#include <mutex>
+
+#include <sys/eventfd.h>
+
+#include "platform/linux/deadline.h"
+#include "platform/linux/io_queue.h"
+
+namespace KelvonClip::platform {
+
+namespace {
+
+struct Waiter {
+    IoQueue* thread;
+    int wake_descriptor = -1;  // of the ring in which its thread waits; -1 while it waits on the condition
+    bool granted = false;
+    Waiter* next = nullptr;
+};
+
+}  // namespace
+
+// `count` is above 0 only while nobody waits.
+struct HostSemaphore::State {
+    State(std::uint32_t initial, std::uint32_t max_count) : count(initial), max(max_count) {}
+
+    void enqueue(Waiter& waiter) {
+        Waiter** end = &first;
+        while (*end != nullptr)
+            end = &(*end)->next;
+        *end = &waiter;
+    }
+
+    void remove(Waiter& waiter) {
+        Waiter** at = &first;
+        while (*at != &waiter)
+            at = &(*at)->next;
+        *at = waiter.next;
+    }
+
+    void grantFirst() {
+        Waiter& waiter = *first;
+        first = waiter.next;
+        waiter.granted = true;
+        // On the waiter's own thread this runs inside a completion, after which it looks by itself.
+        if (waiter.thread == &IoQueue::ofThisThread()) return;
+        if (waiter.wake_descriptor >= 0) {
+            ::eventfd_write(waiter.wake_descriptor, 1);
+        } else {
+            granted.notify_all();
+        }
+    }
+
+    std::mutex mutex;
+    std::condition_variable granted;
+    std::uint32_t count;
+    std::uint32_t max;
+    Waiter* first = nullptr;
+};
+
+HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) : state(std::make_unique<State>(initial, max)) {}
+
+HostSemaphore::~HostSemaphore() = default;
+
+bool HostSemaphore::post(std::uint32_t count) {
+    std::lock_guard const lock(state->mutex);
+    if (count > state->max || state->count > state->max - count) return false;
+    for (; count > 0 && state->first != nullptr; --count)
+        state->grantFirst();
+    state->count += count;
+    return true;
+}
+
+WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
+    Deadline const deadline(timeout_ms);
+    IoQueue& io = IoQueue::ofThisThread();
+    std::unique_lock lock(state->mutex);
+    if (state->count > 0) {
+        --state->count;
+        return WaitResult::taken;
+    }
+
+    Waiter self{&io};
+    state->enqueue(self);
+    for (;;) {
+        auto progress = IoQueue::Progress::woken;
+        if (io.hasPending()) {
+            self.wake_descriptor = io.wakeDescriptor();
+            lock.unlock();
+            progress = io.carryOn(deadline);
+            lock.lock();
+        } else {
+            // Nothing can complete on this thread, so there is nothing but the unit to wait for.
+            self.wake_descriptor = -1;
+            auto const has_unit = [&self] { return self.granted; };
+            if (deadline.forever()) {
+                state->granted.wait(lock, has_unit);
+            } else if (!state->granted.wait_until(lock, deadline.at(), has_unit)) {
+                progress = IoQueue::Progress::timed_out;
+            }
+        }
+        if (self.granted) return WaitResult::taken;
+        if (progress == IoQueue::Progress::woken) continue;  // by a unit of another semaphore
+        state->remove(self);
+        return progress == IoQueue::Progress::completed ? WaitResult::completed_io : WaitResult::timed_out;
+    }
+}
+
+}  // namespace KelvonClip::platform
