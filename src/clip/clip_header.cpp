@@ -1,0 +1,170 @@
+// The clip header's elements, read into a MetaObject and written for a new clip. The XML itself is xml_parse's.
+#include "clip/clip_header.h"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <string>
+
+namespace KelvonClip {
+
+namespace {
+
+constexpr char const* ROOT = "KelvonClipMeta1";
+constexpr char const* PARSING_ERROR = "XML parsing error in clip header";
+
+// Where the clip's timecode comes from. Rows in the order in which a writer prefers them. A reader takes value and
+// drop-frame flag from every element that is there, whatever the source, so that the later row wins.
+struct TimecodeSource {
+    char const* name;
+    bool MetaObject::*read_flag;
+    bool HeaderContent::*written_flag;
+    char const* value_element;
+    char const* drop_frame_element;
+};
+constexpr std::array<TimecodeSource, 4> TIMECODE_SOURCES{{
+    {"striped", &MetaObject::striped, &HeaderContent::striped, "Striped_TC_Offset", "Striped_TC_DF"},
+    // KEEP: the element is called NDF and holds "df" for drop-frame all the same
+    {"tc0striped", &MetaObject::tc0_striped, &HeaderContent::tc0_striped, "RecTCStripe", "RecTCStripeNDF"},
+    {"timecodetrack", &MetaObject::timecode_track, &HeaderContent::timecode_track, nullptr, nullptr},
+    {"zerobased", nullptr, nullptr, nullptr, nullptr},
+}};
+constexpr char const* DROP_FRAME = "df";
+constexpr char const* NON_DROP_FRAME = "ndf";
+
+struct TimeElement {
+    char const* name;
+    std::uint64_t MetaObject::*time;
+};
+constexpr std::array<TimeElement, 5> TIME_ELEMENTS{{
+    {"ClipLastContentEdited", &MetaObject::last_content_edit},
+    {"ClipLastMetaEdited", &MetaObject::last_meta_edit},
+    {"ClipLastLoaded", &MetaObject::last_loaded},
+    {"ClipLastUnloaded", &MetaObject::last_unloaded},
+    {"ClipLastPlayed", &MetaObject::last_played},
+}};
+
+// ---- reading: an absent element has the empty text, which is no number and no name --------------------------------
+
+std::optional<std::uint32_t> number32(XmlElement const& element) {
+    auto const number = element.text.toUnsigned();
+    if (!number || *number > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+    return static_cast<std::uint32_t>(*number);
+}
+
+VideoStandard standardNamed(KString const& name) {
+    if (name.find(U'\0') >= 0) return VideoStandard::none;  // wide text ends there, and might name one by then
+    return toVideoStandard(name.toWide().c_str());
+}
+
+void readTimecode(MetaObject& meta) {
+    XmlElement const& source = meta.root.child("TimecodeSource");
+    meta.timecode_valid = source.invalid;  // without a source the clip is zero-based
+    for (TimecodeSource const& row : TIMECODE_SOURCES) {
+        if (!source.invalid && source.text == row.name) {
+            meta.timecode_valid = true;
+            if (row.read_flag != nullptr) meta.*row.read_flag = true;
+        }
+        if (row.value_element == nullptr) continue;
+        meta.timecode = number32(meta.root.child(row.value_element)).value_or(meta.timecode);
+        if (meta.root.child(row.drop_frame_element).text == DROP_FRAME) meta.drop_frame = true;
+    }
+}
+
+void readTimesAndTexts(MetaObject& meta) {
+    for (TimeElement const& row : TIME_ELEMENTS)
+        meta.*row.time = meta.root.child(row.name).text.toUnsigned().value_or(0);
+    meta.project = meta.root.child("Project").text;
+    meta.title = meta.root.child("Title").text;
+    meta.creator = meta.root.child("Creator").text;
+    KString const value_name("V");
+    for (XmlElement const& entry : meta.root.child("Meta").children)
+        meta.meta.push_back({entry.name, entry.child(value_name).text});
+}
+
+void readClip(MetaObject& meta, XmlElement const& tracks) {
+    KString const track_name("TrackMeta");
+    for (XmlElement const& track : tracks.children)
+        if (track.name == track_name) meta.track_meta.push_back(&track);
+    VideoStandard const standard = standardNamed(meta.root.child("VideoStandard").text);
+    if (!isValid(standard)) return;
+    meta.resolution = toVideoResolution(standard);
+    meta.frequency = toVideoFrequency(standard);
+    meta.trim_start = number32(meta.root.child("TrimStart")).value_or(0);
+    meta.trim_end = number32(meta.root.child("TrimEnd")).value_or(0);
+    readTimecode(meta);
+    readTimesAndTexts(meta);
+    meta.valid = true;
+}
+
+void readChildClip(MetaObject& meta) {
+    meta.child_clip = true;
+    readTimesAndTexts(meta);
+    readTimecode(meta);
+}
+
+}  // namespace
+
+HeaderRead parseClipHeader(std::string_view area) {
+    XmlExtractor extractor(CLIP_HEADER_SIZE);
+    extractor.addTag(ROOT);
+    extractor.append(area.data(), area.size());
+    XmlParsed parsed = extractor.extract();
+    if (parsed.failed) return {PARSING_ERROR, nullptr};
+
+    auto meta = std::make_shared<MetaObject>();
+    meta->root = std::move(parsed.root);
+    XmlElement const& tracks = meta->root.child("TrackMetaVector");
+    if (!tracks.invalid)
+        readClip(*meta, tracks);
+    else if (!meta->root.child("ParentClip").invalid)
+        readChildClip(*meta);
+
+    if (meta->valid) return {{}, std::move(meta)};
+    if (meta->child_clip) return {u"XML header is a child clip header", std::move(meta)};
+    return {PARSING_ERROR, nullptr};
+}
+
+HeaderRead readClipHeader(VFileObject& file) {
+    auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
+    KString error = file.readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
+    if (!error.empty()) return {std::move(error), nullptr};
+    return parseClipHeader({area->bytes.data(), area->bytes.size()});
+}
+
+// ---- writing --------------------------------------------------------------------------------------------------------
+
+XmlElement buildHeaderTree(HeaderContent const& content) {
+    XmlElement root(ROOT);
+    root.add(XmlElement("VideoStandard", toString(content.standard)));
+    root.add(XmlElement("UUID", content.uuid));
+    root.add(XmlElement("ClipLastContentEdited", KString::fromUnsigned(content.content_edit_time)));
+    root.add(XmlElement("ClipLastMetaEdited", KString::fromUnsigned(content.meta_edit_time)));
+    root.add(XmlElement("TrackMetaVector")).children = content.track_meta;
+
+    TimecodeSource const& source =
+        *std::find_if(TIMECODE_SOURCES.begin(), TIMECODE_SOURCES.end(), [&](TimecodeSource const& row) {
+            return row.written_flag == nullptr || content.*row.written_flag;
+        });
+    root.add(XmlElement("TimecodeSource", source.name));
+    if (source.value_element != nullptr) {
+        root.add(XmlElement(source.value_element, KString::fromUnsigned(content.timecode)));
+        root.add(XmlElement(source.drop_frame_element, content.drop_frame ? DROP_FRAME : NON_DROP_FRAME));
+    }
+    return root;
+}
+
+HeaderText writeHeaderText(XmlElement const& root) {
+    std::optional<std::string> fitting;
+    for (XmlLayout layout : {XmlLayout::indented, XmlLayout::lines, XmlLayout::compact}) {
+        std::string text = xmlWrite(root, layout).toUtf8();
+        if (text.size() <= CLIP_HEADER_SIZE) fitting = std::move(text);
+    }
+    if (!fitting) return {"Error creating header text", nullptr};
+    auto area = std::make_unique_for_overwrite<ClipHeaderArea>();
+    auto const rest = std::copy(fitting->begin(), fitting->end(), area->bytes.begin());
+    std::fill(rest, area->bytes.end(), ' ');
+    return {{}, std::move(area)};
+}
+
+}  // namespace KelvonClip
