@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <regex>
 
 namespace KelvonClip {
 namespace {
@@ -631,6 +632,9 @@ std::string standardErrorOf(Work work) {
     return testing::internal::GetCapturedStderr();
 }
 
+// GoogleTest's own regular expressions have no brackets on Windows.
+bool matches(std::string const& text, char const* pattern) { return std::regex_match(text, std::regex(pattern)); }
+
 TEST(XmlExtractorAssertions, CapacityOfZeroIsReportedAndReplaced) {
     std::string const output = standardErrorOf([] {
         XmlExtractor extractor(0);
@@ -639,7 +643,7 @@ TEST(XmlExtractorAssertions, CapacityOfZeroIsReportedAndReplaced) {
         EXPECT_FALSE(extractor.extract().failed);
         EXPECT_FALSE(extractor.failed());
     });
-    EXPECT_THAT(output, testing::MatchesRegex("xml_parse:[0-9]+: Assertion failed: 'bufsize != 0'\n"));
+    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'bufsize != 0'\n")) << output;
 }
 
 TEST(XmlExtractorAssertions, BufferThatCannotBeAllocatedIsReportedAndSetsTheFailureFlag) {
@@ -651,7 +655,7 @@ TEST(XmlExtractorAssertions, BufferThatCannotBeAllocatedIsReportedAndSetsTheFail
         EXPECT_EQ(extracted(extractor), "<a>1</a>");
         EXPECT_TRUE(extractor.failed());
     });
-    EXPECT_THAT(output, testing::MatchesRegex("xml_parse:[0-9]+: Assertion failed: 'buf != 0'\n"));
+    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'buf != 0'\n")) << output;
 }
 
 TEST(XmlExtractorAssertions, NullTagIsReportedWhenAddedAndWhenDestroyedAndNeverFound) {
@@ -662,8 +666,9 @@ TEST(XmlExtractorAssertions, NullTagIsReportedWhenAddedAndWhenDestroyedAndNeverF
         feed(extractor, "<><a>1</a></>");
         EXPECT_EQ(extracted(extractor), "<a>1</a>");
     });
-    EXPECT_THAT(output, testing::MatchesRegex("xml_parse:[0-9]+: Assertion failed: 'xtag != 0'\n"
-                                              "xml_parse:[0-9]+: Assertion failed: 'tag != 0'\n"));
+    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'xtag != 0'\n"
+                                "xml_parse:[0-9]+: Assertion failed: 'tag != 0'\n"))
+        << output;
 }
 
 // Pieces that make a reader go back and forth: a walk that is not linear would not end within the test's time limit.

@@ -1,0 +1,38 @@
+#include "support/windows/child.h"
+
+#include <windows.h>
+
+#include <stdexcept>
+
+namespace KelvonClip::test {
+
+namespace {
+constexpr wchar_t const* ARGUMENT = L"KELVONCLIP_TEST_CHILD_ARGUMENT";
+}
+
+int runChild(std::string const& test_name, std::wstring const& argument) {
+    std::wstring program(32768, L'\0');
+    program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
+    std::wstring command = L"\"" + program + L"\" --gtest_also_run_disabled_tests --gtest_filter=" +
+                           std::wstring(test_name.begin(), test_name.end());
+    SetEnvironmentVariableW(ARGUMENT, argument.c_str());
+    STARTUPINFOW start{};
+    start.cb = sizeof start;
+    PROCESS_INFORMATION child;
+    if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start, &child))
+        throw std::runtime_error("the child process does not start");
+    WaitForSingleObject(child.hProcess, INFINITE);
+    DWORD code = 0;
+    GetExitCodeProcess(child.hProcess, &code);
+    CloseHandle(child.hThread);
+    CloseHandle(child.hProcess);
+    return static_cast<int>(code);
+}
+
+std::wstring childArgument() {
+    std::wstring argument(32768, L'\0');
+    argument.resize(GetEnvironmentVariableW(ARGUMENT, argument.data(), static_cast<DWORD>(argument.size())));
+    return argument;
+}
+
+}  // namespace KelvonClip::test

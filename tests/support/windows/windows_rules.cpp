@@ -1,0 +1,259 @@
+#include "support/windows/windows_rules.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace KelvonClip::test {
+
+namespace {
+
+// The system's own functions, reached past the import tables.
+HMODULE const SYSTEM = GetModuleHandleW(L"kernel32.dll");
+template <class Function>
+Function systemFunction(char const* name) {
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(SYSTEM, name)));
+}
+auto const system_CreateFileW = systemFunction<decltype(&CreateFileW)>("CreateFileW");
+auto const system_CloseHandle = systemFunction<decltype(&CloseHandle)>("CloseHandle");
+auto const system_ReadFileEx = systemFunction<decltype(&ReadFileEx)>("ReadFileEx");
+auto const system_WriteFileEx = systemFunction<decltype(&WriteFileEx)>("WriteFileEx");
+auto const system_SetEndOfFile = systemFunction<decltype(&SetEndOfFile)>("SetEndOfFile");
+
+class Locked {
+  public:
+    explicit Locked(SRWLOCK& to_hold) : lock(to_hold) { AcquireSRWLockExclusive(&lock); }
+    ~Locked() { ReleaseSRWLockExclusive(&lock); }
+    Locked(Locked const&) = delete;
+    Locked& operator=(Locked const&) = delete;
+
+  private:
+    SRWLOCK& lock;
+};
+
+// The unbuffered, overlapped handles that are open, with the access they were opened for.
+SRWLOCK files_lock = SRWLOCK_INIT;
+std::map<HANDLE, DWORD>& files() {
+    static auto* const open_files = new std::map<HANDLE, DWORD>;
+    return *open_files;
+}
+std::optional<DWORD> accessOf(HANDLE file) {
+    Locked const held(files_lock);
+    auto const found = files().find(file);
+    if (found == files().end()) return std::nullopt;
+    return found->second;
+}
+
+struct Transfer {
+    bool writes;
+    HANDLE file, issuer;
+    void* buffer;
+    DWORD length;
+    OVERLAPPED* overlapped;
+    LPOVERLAPPED_COMPLETION_ROUTINE routine;
+    DWORD error = 0, transferred = 0;
+
+    // Does it, on the worker's thread, with an OVERLAPPED of its own: the event field of the issuer's is not an event.
+    void run() {
+        OVERLAPPED own{};
+        own.Offset = overlapped->Offset;
+        own.OffsetHigh = overlapped->OffsetHigh;
+        own.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        BOOL done =
+            writes ? WriteFile(file, buffer, length, nullptr, &own) : ReadFile(file, buffer, length, nullptr, &own);
+        if (done || GetLastError() == ERROR_IO_PENDING) done = GetOverlappedResult(file, &own, &transferred, TRUE);
+        error = done ? 0 : GetLastError();
+        system_CloseHandle(own.hEvent);
+    }
+};
+
+void CALLBACK deliver(ULONG_PTR parameter) {
+    std::unique_ptr<Transfer> const transfer(reinterpret_cast<Transfer*>(parameter));
+    transfer->routine(transfer->error, transfer->transferred, transfer->overlapped);
+}
+
+// The thread that does the transfers. It is never ended: the process's end does that.
+class Worker {
+  public:
+    Worker() : thread(CreateThread(nullptr, 0, &Worker::entry, this, 0, nullptr)) {}
+
+    // While the process is unloading its DLLs all threads but one are gone already.
+    bool alive() const { return WaitForSingleObject(thread, 0) == WAIT_TIMEOUT; }
+
+    void add(std::unique_ptr<Transfer> transfer) {
+        Locked const held(lock);
+        waiting.push_back(std::move(transfer));
+        WakeConditionVariable(&more);
+    }
+
+  private:
+    static DWORD CALLBACK entry(void* self) {
+        for (;;)
+            static_cast<Worker*>(self)->runOne();
+    }
+
+    void runOne() {
+        auto transfer = take();
+        transfer->run();
+        HANDLE const issuer = transfer->issuer;
+        // A thread that has ended takes no completion: the transfer is lost, as on Windows.
+        if (QueueUserAPC(&deliver, issuer, reinterpret_cast<ULONG_PTR>(transfer.get()))) (void)transfer.release();
+        system_CloseHandle(issuer);
+    }
+
+    // Any of those that wait, by a fixed sequence.
+    std::unique_ptr<Transfer> take() {
+        Locked const held(lock);
+        while (waiting.empty())
+            SleepConditionVariableSRW(&more, &lock, INFINITE, 0);
+        random = random * 1664525 + 1013904223;
+        auto const chosen = waiting.begin() + static_cast<std::ptrdiff_t>((random >> 16) % waiting.size());
+        auto transfer = std::move(*chosen);
+        waiting.erase(chosen);
+        return transfer;
+    }
+
+    SRWLOCK lock = SRWLOCK_INIT;
+    CONDITION_VARIABLE more = CONDITION_VARIABLE_INIT;
+    std::vector<std::unique_ptr<Transfer>> waiting;
+    std::uint32_t random = 1;
+    HANDLE const thread;  // last: it starts with everything above in place
+};
+Worker& worker() {
+    static auto* const only = new Worker;
+    return *only;
+}
+std::atomic<bool> later{true};
+// One more than any error code: the next open succeeds or fails by itself.
+constexpr std::uint64_t NO_FAILURE = 1ULL << 32;
+std::atomic<std::uint64_t> next_open_failure{NO_FAILURE};
+
+bool onGrid(std::uint64_t number) { return number % SECTOR_SIZE == 0; }
+
+BOOL refuse(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+BOOL start(Transfer request, DWORD right) {
+    auto const access = accessOf(request.file);
+    if (access) {
+        if ((*access & right) == 0) return refuse(ERROR_ACCESS_DENIED);
+        if (!onGrid(request.overlapped->Offset) || !onGrid(request.length) ||
+            !onGrid(reinterpret_cast<std::uintptr_t>(request.buffer)))
+            return refuse(ERROR_INVALID_PARAMETER);
+    }
+    if (!access || !later || !worker().alive())
+        return request.writes ? system_WriteFileEx(request.file, request.buffer, request.length, request.overlapped,
+                                                   request.routine)
+                              : system_ReadFileEx(request.file, request.buffer, request.length, request.overlapped,
+                                                  request.routine);
+    if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &request.issuer, 0, FALSE,
+                         DUPLICATE_SAME_ACCESS))
+        return FALSE;
+    worker().add(std::make_unique<Transfer>(request));
+    return TRUE;
+}
+
+HANDLE WINAPI ruled_CreateFileW(wchar_t const* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                                DWORD disposition, DWORD flags, HANDLE pattern) {
+    constexpr DWORD RULED = FILE_FLAG_NO_BUFFERING | FILE_FLAG_OVERLAPPED;
+    if ((flags & RULED) == RULED) {
+        if (auto const failure = next_open_failure.exchange(NO_FAILURE); failure != NO_FAILURE) {
+            SetLastError(static_cast<DWORD>(failure));
+            return INVALID_HANDLE_VALUE;
+        }
+    }
+    HANDLE const file = system_CreateFileW(name, access, share, security, disposition, flags, pattern);
+    DWORD const error = GetLastError();
+    if (file != INVALID_HANDLE_VALUE && (flags & RULED) == RULED) {
+        Locked const held(files_lock);
+        files()[file] = access;
+    }
+    SetLastError(error);
+    return file;
+}
+
+BOOL WINAPI ruled_CloseHandle(HANDLE handle) {
+    {
+        Locked const held(files_lock);
+        files().erase(handle);
+    }
+    return system_CloseHandle(handle);
+}
+
+BOOL WINAPI ruled_ReadFileEx(HANDLE file, void* buffer, DWORD length, OVERLAPPED* overlapped,
+                             LPOVERLAPPED_COMPLETION_ROUTINE routine) {
+    return start({false, file, nullptr, buffer, length, overlapped, routine}, GENERIC_READ);
+}
+
+BOOL WINAPI ruled_WriteFileEx(HANDLE file, void const* buffer, DWORD length, OVERLAPPED* overlapped,
+                              LPOVERLAPPED_COMPLETION_ROUTINE routine) {
+    return start({true, file, nullptr, const_cast<void*>(buffer), length, overlapped, routine}, GENERIC_WRITE);
+}
+
+BOOL WINAPI ruled_SetEndOfFile(HANDLE file) {
+    LARGE_INTEGER end;
+    if (accessOf(file) && SetFilePointerEx(file, {}, &end, FILE_CURRENT) &&
+        !onGrid(static_cast<std::uint64_t>(end.QuadPart)))
+        return refuse(ERROR_INVALID_PARAMETER);
+    return system_SetEndOfFile(file);
+}
+
+struct Rule {
+    char const* name;
+    void* replacement;
+};
+Rule const RULES[] = {
+    {"CreateFileW", reinterpret_cast<void*>(&ruled_CreateFileW)},
+    {"CloseHandle", reinterpret_cast<void*>(&ruled_CloseHandle)},
+    {"ReadFileEx", reinterpret_cast<void*>(&ruled_ReadFileEx)},
+    {"WriteFileEx", reinterpret_cast<void*>(&ruled_WriteFileEx)},
+    {"SetEndOfFile", reinterpret_cast<void*>(&ruled_SetEndOfFile)},
+};
+
+void replace(IMAGE_THUNK_DATA& slot, void* replacement) {
+    DWORD before;
+    if (!VirtualProtect(&slot, sizeof slot, PAGE_READWRITE, &before)) return;
+    slot.u1.Function = reinterpret_cast<ULONG_PTR>(replacement);
+    VirtualProtect(&slot, sizeof slot, before, &before);
+}
+
+[[maybe_unused]] bool const applied = [] {
+    worker();  // a thread cannot be started later, while DLLs are being loaded or unloaded
+    applyWindowsRules(GetModuleHandleW(nullptr));
+    if (HMODULE const library = GetModuleHandleW(L"kelvonclip.dll")) applyWindowsRules(library);
+    return true;
+}();
+
+}  // namespace
+
+void applyWindowsRules(HMODULE module) {
+    auto* const base = reinterpret_cast<char*>(module);
+    auto const at = [base](auto offset) { return base + offset; };
+    auto const* const dos = reinterpret_cast<IMAGE_DOS_HEADER const*>(base);
+    auto const* const headers = reinterpret_cast<IMAGE_NT_HEADERS const*>(at(dos->e_lfanew));
+    auto const& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    for (auto* library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(imports.VirtualAddress)); library->Name != 0;
+         ++library) {
+        auto const* name = reinterpret_cast<IMAGE_THUNK_DATA*>(at(library->OriginalFirstThunk));
+        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(at(library->FirstThunk));
+        for (; name->u1.AddressOfData != 0; ++name, ++slot) {
+            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) continue;
+            auto const* const text = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(at(name->u1.AddressOfData))->Name;
+            for (Rule const& rule : RULES)
+                if (std::strcmp(reinterpret_cast<char const*>(text), rule.name) == 0) replace(*slot, rule.replacement);
+        }
+    }
+}
+
+void transferLater(bool value) { later = value; }
+
+void failNextOpenWith(DWORD error) { next_open_failure = error; }
+
+}  // namespace KelvonClip::test
