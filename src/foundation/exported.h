@@ -9,6 +9,15 @@
 
 namespace KelvonClip {
 
+// The text of an internal fault. A text of the host's that is not UTF-8 is itself a bad conversion.
+inline KString faultText(std::exception const& fault) {
+    try {
+        return KString(fault.what());
+    } catch (ConversionError const& unreadable) {
+        return KString(unreadable.what());
+    }
+}
+
 // Runs an operation that gives a message (empty for success) and keeps internal faults inside: an exception's text
 // becomes the operation's message.
 template <class Work>
@@ -16,7 +25,7 @@ KString guarded(Work&& work) {
     try {
         return std::forward<Work>(work)();
     } catch (std::exception const& fault) {
-        return KString(fault.what());
+        return faultText(fault);
     }
 }
 
