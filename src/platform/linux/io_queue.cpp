@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include <pthread.h>
 
@@ -37,9 +38,10 @@ class IoQueues {
         first = &queue;
     }
 
-    static void remove(IoQueue& queue) {
+    // The queue's ring, which is the caller's from here; null when it has none.
+    static Ring* take(IoQueue& queue) {
         std::lock_guard const lock(mutex);
-        removeLocked(queue);
+        return takeLocked(queue);
     }
 
     static void end() {
@@ -52,12 +54,22 @@ class IoQueues {
             auto idle = IoQueue::Use::idle;
             // A queue in use belongs to a thread that still runs while the process ends: it keeps its ring.
             if (queue->use.compare_exchange_strong(idle, IoQueue::Use::closed, std::memory_order_acquire)) {
-                delete queue->ring;
-                queue->ring = nullptr;
-                removeLocked(*queue);
+                delete takeLocked(*queue);
             }
             queue = following;
         }
+    }
+
+    static void awaitEnd() { std::lock_guard const lock(mutex); }
+
+    static void lockForFork() { mutex.lock(); }
+
+    static void unlockAfterFork(bool in_child) {
+        if (in_child) {
+            first = nullptr;  // the others belong to threads that the child doesn't have
+            this_threads_queue.forget();
+        }
+        mutex.unlock();
     }
 
     static inline constinit std::atomic<bool> rings_wanted{true};
@@ -69,9 +81,11 @@ class IoQueues {
         ending.thread_ended = true;
     }
 
-    static void removeLocked(IoQueue& queue) {
+    static Ring* takeLocked(IoQueue& queue) {
+        if (queue.ring == nullptr) return nullptr;
         (queue.previous == nullptr ? first : queue.previous->next) = queue.next;
         if (queue.next != nullptr) queue.next->previous = queue.previous;
+        return std::exchange(queue.ring, nullptr);
     }
 
     static inline constinit std::mutex mutex;
@@ -94,7 +108,8 @@ void IoQueue::begin() {
     if (use.load(std::memory_order_relaxed) == Use::in_use) return;
     auto idle = Use::idle;
     if (!use.compare_exchange_strong(idle, Use::in_use, std::memory_order_acquire)) {
-        // The library has ended and taken the ring.
+        // The library has ended and takes the ring away.
+        IoQueues::awaitEnd();
         use.store(Use::in_use, std::memory_order_relaxed);
         ring_decided = true;
     }
@@ -111,10 +126,7 @@ void IoQueue::openRing() {
 
 void IoQueue::closeRing() {
     ring_decided = false;
-    if (ring == nullptr) return;
-    IoQueues::remove(*this);
-    delete ring;
-    ring = nullptr;
+    delete IoQueues::take(*this);
 }
 
 int IoQueue::wakeDescriptor() const { return ring != nullptr ? ring->wakeDescriptor() : -1; }
@@ -160,6 +172,15 @@ void IoQueue::finish() {
     closeRing();
 }
 
+void IoQueue::forget() {
+    delete ring;  // lets go of the child's view of it; the parent's goes on
+    ring = nullptr;
+    ring_decided = false;
+    queued = finished = TransferList();
+    pending = depth = 0;
+    use.store(Use::idle);
+}
+
 void useRings(bool wanted) {
     IoQueues::rings_wanted.store(wanted);
     IoQueue::ofThisThread().finish();
@@ -169,5 +190,9 @@ void endIoQueues() {
     IoQueue::ofThisThread().finish();
     IoQueues::end();
 }
+
+void lockIoQueuesForFork() { IoQueues::lockForFork(); }
+
+void unlockIoQueuesAfterFork(bool in_child) { IoQueues::unlockAfterFork(in_child); }
 
 }  // namespace KelvonClip::platform

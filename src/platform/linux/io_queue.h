@@ -49,6 +49,7 @@ class IoQueue {
     enum class Use { idle, in_use, closed };
 
     void begin();
+    void forget();
     void openRing();
     void closeRing();
     bool runFinished();
@@ -72,5 +73,9 @@ void useRings(bool wanted);
 // The end of the library: the calling thread's requests are completed, idle rings of other threads closed, and no
 // thread's end will call into the library any more. Later requests get by without a ring.
 void endIoQueues();
+
+// Around a fork: the child's thread begins without a ring and without requests, for those are the parent's.
+void lockIoQueuesForFork();
+void unlockIoQueuesAfterFork(bool in_child);
 
 }  // namespace KelvonClip::platform

@@ -1,0 +1,197 @@
+// Host files: a direct descriptor for transfers that are aligned, a buffered one of the same file for all others.
+//
+// The kernel keeps both views of a file coherent: a direct transfer first writes back what the page cache holds for its
+// range, and a direct write drops it from there.
+//
+// Sharing follows a rule like that of Windows share modes, kept with an advisory lock of the whole file on the buffered
+// descriptor: whoever creates holds it alone, those who open share it. It lasts as long as the object.
+#include "platform/host_file.h"
+
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/linux/host_text.h"
+#include "platform/linux/io_queue.h"
+#include "platform/linux/transfer.h"
+
+namespace KelvonClip::platform {
+
+namespace {
+
+constexpr char16_t const* NOT_A_FILE = u"Not a regular file";
+constexpr char16_t const* HELD_BY_CREATOR = u"The file is in use: whoever created it has it open still";
+constexpr char16_t const* HELD_BY_OTHERS = u"The file is in use: it can't be created while it is open elsewhere";
+
+// Positions are signed on this host.
+constexpr std::uint64_t GREATEST_POSITION = std::numeric_limits<std::int64_t>::max();
+
+constexpr mode_t NEW_FILE_MODE = 0666;  // less what the caller's umask takes away
+
+class Descriptor {
+  public:
+    explicit Descriptor(int open_descriptor = -1) : number(open_descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number, other.number);
+        return *this;
+    }
+    ~Descriptor() {
+        if (valid()) ::close(number);
+    }
+    bool valid() const { return number >= 0; }
+    int get() const { return number; }
+
+  private:
+    int number;
+};
+
+Descriptor openDescriptor(std::string const& path, int flags) {
+    int number = -1;
+    do
+        number = ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, NEW_FILE_MODE);
+    while (number < 0 && errno == EINTR);
+    return Descriptor(number);
+}
+
+// A file that is no plain file, a text that says so; for everything else nothing.
+std::u16string refusal(struct stat const& found) {
+    if (S_ISREG(found.st_mode)) return {};
+    return S_ISDIR(found.st_mode) ? hostErrorText(EISDIR) : NOT_A_FILE;
+}
+
+class LinuxFile : public HostFile {
+  public:
+    LinuxFile(Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
+        : buffered(std::move(buffered_fd)), direct(std::move(direct_fd)), read_only(reading_only) {
+        descriptors.buffered = buffered.get();
+        descriptors.direct = direct.get();
+        if (direct.valid()) askForAlignment();
+    }
+
+    bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
+        return start(false, position, length, static_cast<std::byte*>(buffer), request);
+    }
+
+    bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) override {
+        if (read_only) return false;
+        // Nothing is written to the memory; the type is that of both directions.
+        return start(true, position, length, static_cast<std::byte*>(const_cast<void*>(buffer)), request);
+    }
+
+    bool size(std::uint64_t& bytes) const override {
+        struct stat found;
+        if (::fstat(descriptors.buffered, &found) != 0) return false;
+        bytes = static_cast<std::uint64_t>(found.st_size);
+        return true;
+    }
+
+    bool resize(std::uint64_t bytes) override {
+        if (bytes > GREATEST_POSITION) return false;
+        int result = 0;
+        do
+            result = ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes));
+        while (result != 0 && errno == EINTR);
+        return result == 0;
+    }
+
+  private:
+    bool start(bool writing, std::uint64_t position, std::uint32_t length, std::byte* memory, HostRequest& request) {
+        if (position > GREATEST_POSITION - length) return false;
+        new (request.host_record) Transfer{.request = &request,
+                                           .file = &descriptors,
+                                           .next = nullptr,
+                                           .memory = memory,
+                                           .position = position,
+                                           .length = length,
+                                           .transferred = 0,
+                                           .writing = writing,
+                                           .failed = false,
+                                           .step_is_direct = false,
+                                           .buffered_only = false};
+        IoQueue::ofThisThread().start(request);
+        return true;
+    }
+
+    // Newer kernels tell what direct transfers must be aligned to, or that there are none.
+    void askForAlignment() {
+        struct statx told;
+        if (::statx(descriptors.direct, "", AT_EMPTY_PATH, STATX_DIOALIGN, &told) != 0) return;
+        if ((told.stx_mask & STATX_DIOALIGN) == 0) return;
+        if (told.stx_dio_mem_align == 0 || told.stx_dio_offset_align == 0) {
+            descriptors.direct = -1;
+            return;
+        }
+        descriptors.memory_alignment = told.stx_dio_mem_align;
+        descriptors.position_alignment = told.stx_dio_offset_align;
+    }
+
+    Descriptor buffered;
+    Descriptor direct;
+    Descriptors descriptors;
+    bool read_only;
+};
+
+struct AccessFlags {
+    int open_flags;
+    int lock;
+    char16_t const* conflict;
+};
+
+// In the order of FileAccess.
+constexpr std::array<AccessFlags, 3> ACCESS = {{
+    {O_RDONLY, LOCK_SH, HELD_BY_CREATOR},
+    {O_RDWR, LOCK_SH, HELD_BY_CREATOR},
+    {O_RDWR | O_CREAT, LOCK_EX, HELD_BY_OTHERS},
+}};
+
+// Empty when the lock is held, or when the file system has no locks.
+std::u16string takeLock(int descriptor, AccessFlags const& access) {
+    int result = 0;
+    do
+        result = ::flock(descriptor, access.lock | LOCK_NB);
+    while (result != 0 && errno == EINTR);
+    if (result == 0 || errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS) return {};
+    return errno == EWOULDBLOCK ? access.conflict : hostErrorText(errno);
+}
+
+// A second descriptor of the file that is open already; none where the file system has no direct transfers, or when the
+// name has come to mean another file.
+Descriptor openDirect(std::string const& path, int open_flags, struct stat const& file) {
+    Descriptor direct = openDescriptor(path, (open_flags & ~O_CREAT) | O_DIRECT);
+    struct stat found;
+    bool const same = direct.valid() && ::fstat(direct.get(), &found) == 0 && found.st_dev == file.st_dev &&
+                      found.st_ino == file.st_ino;
+    return same ? std::move(direct) : Descriptor();
+}
+
+}  // namespace
+
+HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
+    AccessFlags const& access = ACCESS.at(static_cast<std::size_t>(wanted));
+    if (name.find(u'\0') != std::u16string::npos) return {hostErrorText(EINVAL), nullptr};  // would be cut short there
+    std::string const path = hostFileName(name);
+
+    // Looked at before it is opened, because opening a pipe or a device may block or do something.
+    struct stat found;
+    if (::stat(path.c_str(), &found) == 0) {
+        if (std::u16string error = refusal(found); !error.empty()) return {std::move(error), nullptr};
+    }
+    Descriptor buffered = openDescriptor(path, access.open_flags);
+    if (!buffered.valid() || ::fstat(buffered.get(), &found) != 0) return {hostErrorText(errno), nullptr};
+    if (std::u16string error = refusal(found); !error.empty()) return {std::move(error), nullptr};
+    if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
+
+    Descriptor direct = openDirect(path, access.open_flags, found);
+    return {{}, std::make_unique<LinuxFile>(std::move(buffered), std::move(direct), wanted == FileAccess::read_only)};
+}
+
+}  // namespace KelvonClip::platform
