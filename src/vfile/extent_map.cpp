@@ -1,0 +1,176 @@
+#include "vfile/extent_map.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+namespace KelvonClip {
+
+namespace {
+
+// An insertion adds at most two runs, so a page never outgrows a capacity of 128.
+constexpr std::size_t MOST_RUNS = 126;
+constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
+
+// Whether [from, from + length) has an end that a number can hold.
+bool fits(std::uint64_t from, std::uint64_t length) { return length <= GREATEST - from; }
+
+}  // namespace
+
+std::uint64_t ExtentMap::Run::indexOf(std::uint64_t position) const {
+    return count == 1 ? 0 : std::min((position - start) / start_distance, count - 1);
+}
+
+// Takes the extent in as the run's next one, if it continues the run. `extent` begins after the last one.
+bool ExtentMap::Run::append(Extent const& extent) {
+    if (extent.length != length) return false;
+    Extent const end = last();
+    std::uint64_t const start_step = extent.start - end.start;
+    std::uint64_t const host_step = extent.host - end.host;
+    if (count == 1) {
+        start_distance = start_step;
+        host_distance = host_step;
+    }
+    if (start_step != start_distance || host_step != host_distance) return false;
+    ++count;
+    return true;
+}
+
+ExtentMap::Run ExtentMap::Run::part(std::uint64_t from, std::uint64_t how_many) const {
+    Extent const first = at(from);
+    return {first.start, first.length, first.host, how_many, start_distance, host_distance};
+}
+
+bool ExtentMap::insert(Extent const& extent) {
+    if (extent.length == 0 || !fits(extent.start, extent.length) || !fits(extent.host, extent.length)) return false;
+    if (auto const next = atOrAfter(extent.start))
+        if (next->start <= extent.start || next->start - extent.start < extent.length) return false;
+
+    auto [page, index] = spotOf(extent.start);
+    Page& runs = page->second;
+    Run const single{extent.start, extent.length, extent.host, 1, 0, 0};
+    if (index == 0) {
+        runs.insert(runs.begin(), single);
+    } else if (Run& previous = runs[index - 1]; previous.last().start < extent.start) {
+        if (!previous.append(extent)) runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), single);
+    } else {
+        // In a gap of the run before: the run is parted there.
+        std::uint64_t const kept = previous.indexOf(extent.start) + 1;
+        Run const both[] = {single, previous.part(kept, previous.count - kept)};
+        runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), both, both + 2);
+        runs[index - 1].count = kept;
+    }
+    ++extents;
+    splitIfFull(page, index);
+    return true;
+}
+
+bool ExtentMap::extend(std::uint64_t start, std::uint64_t by) {
+    auto const extent = beginningAt(start);
+    if (!extent || !fits(start + extent->length, by) || !fits(extent->host + extent->length, by)) return false;
+    if (by == 0) return true;
+    std::uint64_t const end = start + extent->length;
+    if (auto const next = atOrAfter(end))
+        if (next->start - end < by) return false;
+
+    // The extent becomes a run of its own between what its run holds before and after it.
+    auto [page, before] = spotOf(start);
+    Page& runs = page->second;
+    std::size_t const index = before - 1;
+    Run const whole = runs[index];
+    std::uint64_t const earlier = whole.indexOf(start), later = whole.count - earlier - 1;
+    Run parts[3];
+    std::size_t count = 0;
+    if (earlier > 0) parts[count++] = whole.part(0, earlier);
+    std::size_t const lengthened = index + count;
+    parts[count++] = {start, extent->length + by, extent->host, 1, 0, 0};
+    if (later > 0) parts[count++] = whole.part(earlier + 1, later);
+    runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), count - 1, Run{});
+    std::copy_n(parts, count, runs.begin() + static_cast<std::ptrdiff_t>(index));
+
+    // With its new length it may continue the run before it.
+    if (lengthened > 0 && runs[lengthened - 1].append(runs[lengthened].at(0)))
+        runs.erase(runs.begin() + static_cast<std::ptrdiff_t>(lengthened));
+    splitIfFull(page, lengthened);
+    return true;
+}
+
+std::optional<Extent> ExtentMap::atOrAfter(std::uint64_t position) const {
+    ConstSpot const spot = spotOf(position);
+    if (spot.before > 0) {
+        Run const& run = spot.page->second[spot.before - 1];
+        std::uint64_t const index = run.indexOf(position);
+        Extent const extent = run.at(index);
+        if (position - extent.start < extent.length) return extent;
+        if (index + 1 < run.count) return run.at(index + 1);
+    }
+    auto const next = runAfter(spot);
+    return next ? std::optional(next->at(0)) : std::nullopt;
+}
+
+std::optional<Extent> ExtentMap::beginningAt(std::uint64_t start) const {
+    auto const extent = atOrAfter(start);
+    return extent && extent->start == start ? extent : std::nullopt;
+}
+
+std::uint64_t ExtentMap::contiguousFrom(std::uint64_t position) const {
+    std::uint64_t reached = position;
+    ConstSpot spot = spotOf(position);
+    while (spot.before > 0) {
+        // A run without gaps is passed in one step, one with gaps extent by extent: there the next one ends the walk.
+        Run const& run = spot.page->second[spot.before - 1];
+        bool const gapless = run.count == 1 || run.start_distance == run.length;
+        Extent const extent = gapless ? run.last() : run.at(run.indexOf(reached));
+        if (reached - run.start >= extent.start - run.start + extent.length) break;
+        reached = extent.start + extent.length;
+        spot = spotOf(reached);
+    }
+    return reached - position;
+}
+
+std::uint64_t ExtentMap::memoryBytes() const {
+    // A map node holds its key, the vector's three words and four words of the tree.
+    constexpr std::size_t NODE = sizeof(Pages::value_type) + 4 * sizeof(void*);
+    std::uint64_t bytes = sizeof *this;
+    for (auto const& [key, runs] : pages)
+        bytes += NODE + runs.capacity() * sizeof(Run);
+    return bytes;
+}
+
+std::size_t ExtentMap::runsUpTo(Page const& page, std::uint64_t position) {
+    auto const after = std::upper_bound(page.begin(), page.end(), position,
+                                        [](std::uint64_t at, Run const& run) { return at < run.start; });
+    return static_cast<std::size_t>(after - page.begin());
+}
+
+ExtentMap::Spot ExtentMap::spotOf(std::uint64_t position) {
+    auto const page = std::prev(pages.upper_bound(position));
+    return {page, runsUpTo(page->second, position)};
+}
+
+ExtentMap::ConstSpot ExtentMap::spotOf(std::uint64_t position) const {
+    auto const page = std::prev(pages.upper_bound(position));
+    return {page, runsUpTo(page->second, position)};
+}
+
+std::optional<ExtentMap::Run> ExtentMap::runAfter(ConstSpot spot) const {
+    if (spot.before < spot.page->second.size()) return spot.page->second[spot.before];
+    if (++spot.page == pages.end()) return std::nullopt;
+    return spot.page->second.front();
+}
+
+// Halves a full page; where runs were appended, almost all stay together, so that rising insertions fill their pages.
+void ExtentMap::splitIfFull(Pages::iterator page, std::size_t last_inserted) {
+    Page& runs = page->second;
+    if (runs.size() <= MOST_RUNS) return;
+    std::size_t const kept = last_inserted + 2 >= runs.size() ? runs.size() - 1 : runs.size() / 2;
+    auto const first_moved = runs.begin() + static_cast<std::ptrdiff_t>(kept);
+    try {
+        pages.emplace_hint(std::next(page), first_moved->start, Page(first_moved, runs.end()));
+    } catch (std::bad_alloc const&) {
+        return;  // the insertion itself has succeeded; a page that is too large is only slower
+    }
+    runs.erase(first_moved, runs.end());
+}
+
+}  // namespace KelvonClip
