@@ -44,7 +44,7 @@ class VFileGrow : public VFileObject {
     VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes);
 
     std::shared_ptr<VFileObject> const host;
-    AlignedBuffer header;  // as it is on disk, the length field apart
+    AlignedBuffer header_block;  // as it is on disk, the length field apart
     std::atomic<std::uint64_t> length_bytes;
     std::atomic<bool> header_dirty{false};  // the length on disk is behind `length_bytes`
 };
