@@ -1,0 +1,37 @@
+// The unit in which the maps of both sparse formats count.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+
+#include "foundation/byte_order.h"
+
+namespace KelvonClip {
+
+constexpr std::uint64_t SECTOR_SIZE = 512;
+
+// A number of sectors from a file, in bytes; absent when 64 bits cannot hold it.
+constexpr std::optional<std::uint64_t> sectorsToBytes(std::uint64_t sectors) {
+    if (sectors > std::numeric_limits<std::uint64_t>::max() / SECTOR_SIZE) return std::nullopt;
+    return sectors * SECTOR_SIZE;
+}
+
+// One stored range, as both formats write it. Units: sectors. A length of 0 ends a block's list.
+struct ExtentRecord {
+    static constexpr std::size_t SIZE = 16;
+
+    std::uint64_t start, length;
+
+    static ExtentRecord decode(std::span<std::byte const, SIZE> from) {
+        return {loadBE64(from.data()), loadBE64(from.data() + 8)};
+    }
+    void encode(std::span<std::byte, SIZE> to) const {
+        storeBE64(to.data(), start);
+        storeBE64(to.data() + 8, length);
+    }
+};
+
+}  // namespace KelvonClip

@@ -1,0 +1,303 @@
+#include "vfile/sparse2_data.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "foundation/kassert.h"
+
+namespace KelvonClip {
+
+using namespace sparse2;
+
+namespace {
+
+constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
+constexpr char const* FULL = "Sparse file is full";
+
+bool hasMagic(BlockBufStruct const& block, Magic const& magic) {
+    return std::memcmp(block.bytes.data(), magic.data(), magic.size()) == 0;
+}
+void setMagic(BlockBufStruct& block, Magic const& magic) {
+    std::memcpy(block.bytes.data(), magic.data(), magic.size());
+}
+
+KString readBlock(VFileObject& host, BlockBufStruct& block) {
+    return host.readSync(block.host_position, BLOCK_SIZE, block.bytes.data());
+}
+
+// Takes a map block that is no longer wanted out of the replay's sight.
+KString wipeBlock(VFileObject& host, std::uint64_t host_position) {
+    AlignedBuffer const zeros(BLOCK_SIZE);
+    return host.writeSync(host_position, BLOCK_SIZE, zeros.data());
+}
+
+constexpr std::size_t recordAt(std::uint32_t index) { return map_block::RECORDS_AT + index * ExtentRecord::SIZE; }
+constexpr std::size_t runEntryAt(std::uint32_t run) {
+    return super_block::RUN_TABLE_AT + run * super_block::RUN_ENTRY_SIZE;
+}
+
+}  // namespace
+
+// --- The bytes of the blocks ---
+
+BlockBufStruct DataStruct::emptySuperblock(std::uint64_t length) {
+    BlockBufStruct block;
+    setMagic(block, super_block::MAGIC);
+    storeBE64(block.bytes.data() + super_block::LENGTH_AT, length);
+    storeBE64(block.bytes.data() + runEntryAt(0), BLOCK_SIZE / SECTOR_SIZE);
+    return block;
+}
+
+BlockBufStruct DataStruct::emptyMapBlock(std::uint64_t host_position) {
+    BlockBufStruct block;
+    setMagic(block, map_block::MAGIC);
+    block.host_position = host_position;
+    return block;
+}
+
+std::uint64_t DataStruct::fileLength() const { return loadBE64(superblock->bytes.data() + super_block::LENGTH_AT); }
+
+std::uint64_t DataStruct::runEntry(std::uint32_t run) const {
+    return loadBE64(superblock->bytes.data() + runEntryAt(run));
+}
+void DataStruct::setRunEntry(std::uint32_t run, std::uint64_t sector) {
+    storeBE64(superblock->bytes.data() + runEntryAt(run), sector);
+}
+ExtentRecord DataStruct::record(std::uint32_t index) const {
+    return ExtentRecord::decode(std::as_const(current->bytes).field<ExtentRecord::SIZE>(recordAt(index)));
+}
+void DataStruct::setRecord(std::uint32_t index, ExtentRecord const& record) {
+    record.encode(current->bytes.field<ExtentRecord::SIZE>(recordAt(index)));
+    current->dirty = true;
+}
+
+// --- Replay ---
+
+KString DataStruct::replay(VFileObject& host) {
+    if (KString error = readBlock(host, *superblock); !error.empty()) return error;
+    if (!hasMagic(*superblock, super_block::MAGIC)) return u"Bad superblock";
+    next_free = BLOCK_SIZE;
+    while (block_count < MAX_REPLAYED_BLOCKS && replayBlock(host)) {
+    }
+    forgetUnreachedRuns();
+    return {};
+}
+
+// Takes in the next map block and its records; false where the log ends.
+bool DataStruct::replayBlock(VFileObject& host) {
+    // KEEP: host positions are held against the logical length, here and for the records.
+    BlockPlace const place = placeOf(block_count);
+    auto const run_start = sectorsToBytes(runEntry(place.run));
+    if (!run_start || *run_start == 0) return false;
+    std::uint64_t const run_bytes = std::uint64_t{runSize(place.run)} * BLOCK_SIZE;
+    if (!rangeWithin(*run_start, run_bytes, GREATEST)) return false;
+    std::uint64_t const position = *run_start + std::uint64_t{place.index} * BLOCK_SIZE;
+    if (!rangeWithin(position, BLOCK_SIZE, fileLength()) || position > next_free) return false;
+    bool const begins_run = place.index == 0;
+    if (begins_run && position != next_free) return false;
+
+    auto block = std::make_shared<BlockBufStruct>();
+    block->host_position = position;
+    if (!readBlock(host, *block).empty() || !hasMagic(*block, map_block::MAGIC)) return false;
+
+    // Only now does a new run count: one whose first block is not there can be begun again at the same place.
+    if (begins_run) next_free += run_bytes;
+    current = std::move(block);
+    ++block_count;
+    record_count = 0;
+    bool const goes_on = replayRecords();
+    // What stands behind the records taken in must not come back when new ones are added.
+    std::size_t const unused = recordAt(record_count);
+    std::memset(current->bytes.data() + unused, 0, current->bytes.size() - unused);
+    return goes_on;
+}
+
+bool DataStruct::replayRecords() {
+    for (; record_count < map_block::MAX_RECORDS; ++record_count) {
+        ExtentRecord const next = record(record_count);
+        if (next.length == 0) return true;
+        if (!replayRecord(next)) return false;
+    }
+    return true;
+}
+
+bool DataStruct::replayRecord(ExtentRecord const& record) {
+    auto const start = sectorsToBytes(record.start), length = sectorsToBytes(record.length);
+    if (!start || !length || !rangeWithin(next_free, *length, fileLength())) return false;
+    if (!filemap.insert({*start, *length, next_free})) return false;
+    next_free += *length;
+    return true;
+}
+
+// Runs behind the replayed ones would be found again once the log has grown up to them.
+void DataStruct::forgetUnreachedRuns() {
+    BlockPlace const next = placeOf(block_count);
+    for (std::uint32_t run = next.index == 0 ? next.run : next.run + 1; run < super_block::MAX_RUNS; ++run) {
+        if (runEntry(run) == 0) continue;
+        setRunEntry(run, 0);
+        stale_runs = true;  // written with the first change, so that looking at a damaged file does not change it
+    }
+}
+
+// --- Allocation ---
+
+HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::uint64_t length) {
+    // Making room may wait for the disk, and whoever ran meanwhile may have mapped the range: look again.
+    for (;;) {
+        if (auto const extent = filemap.atOrAfter(position); extent && extent->start <= position) {
+            std::uint64_t const offset = position - extent->start;
+            return {{}, extent->host + offset, std::min(length, extent->length - offset)};
+        }
+        if (lastRecordEndsAt(position) || hasRoom()) return allocate(position, length);
+        if (KString error = makeRoom(host); !error.empty()) return {std::move(error)};
+    }
+}
+
+// Gives an unmapped range a place at the end of the log, up to where the next extent begins.
+HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
+    bool const aligned_position =
+        kassert(position % SECTOR_SIZE == 0, "vfilesparse2", __LINE__, "pos % SECTOR_SIZE == 0");
+    bool const aligned_length = kassert(length % SECTOR_SIZE == 0, "vfilesparse2", __LINE__, "len % SECTOR_SIZE == 0");
+    if (!aligned_position || !aligned_length) return {};
+    if (auto const next = filemap.atOrAfter(position)) {
+        if (!kassert(next->start > position, "vfilesparse2", __LINE__, "it->first > pos")) return {};
+        length = std::min(length, next->start - position);
+    }
+    if (!rangeWithin(next_free, length, GREATEST)) return {FULL};
+
+    HostRange const place{{}, next_free, length};
+    if (!extendLastRecord(position, length) && !addRecord(position, length)) return {};
+    next_free += length;
+    return place;
+}
+
+bool DataStruct::lastRecordEndsAt(std::uint64_t position) const {
+    if (record_count == 0) return false;
+    ExtentRecord const last = record(record_count - 1);
+    return (last.start + last.length) * SECTOR_SIZE == position;
+}
+
+bool DataStruct::extendLastRecord(std::uint64_t position, std::uint64_t length) {
+    if (!lastRecordEndsAt(position)) return false;
+    ExtentRecord const last = record(record_count - 1);
+    auto const extent = filemap.beginningAt(last.start * SECTOR_SIZE);
+    if (!kassert(extent.has_value(), "vfilesparse2", __LINE__, "it != d->filemap.end ()")) return false;
+    if (extent->host + extent->length != next_free || !filemap.extend(extent->start, length)) return false;
+    setRecord(record_count - 1, {last.start, last.length + length / SECTOR_SIZE});
+    return true;
+}
+
+bool DataStruct::addRecord(std::uint64_t position, std::uint64_t length) {
+    if (!hasRoom() || !filemap.insert({position, length, next_free})) return false;
+    setRecord(record_count, {position / SECTOR_SIZE, length / SECTOR_SIZE});
+    ++record_count;
+    return true;
+}
+
+// Whether a record may be added now: nothing it depends on is missing on disk, or that is being put right.
+bool DataStruct::hasRoom() const {
+    return current && record_count < map_block::MAX_RECORDS && (saving || (unsaved.empty() && !superblock->dirty));
+}
+
+KString DataStruct::makeRoom(VFileObject& host) {
+    if (!current || record_count == map_block::MAX_RECORDS)
+        if (KString error = startBlock(); !error.empty()) return error;
+    return saveFullBlocks(host);
+}
+
+// Makes the next map block the current one, in memory; what that leaves to write is in `unsaved` and the superblock.
+KString DataStruct::startBlock() {
+    BlockPlace const place = placeOf(block_count);
+    if (place.run >= super_block::MAX_RUNS) return FULL;
+    bool const begins_run = place.index == 0;
+    std::uint64_t const run_bytes = std::uint64_t{runSize(place.run)} * BLOCK_SIZE;
+    if (begins_run && !rangeWithin(next_free, run_bytes, GREATEST)) return FULL;
+
+    std::uint64_t const run_start = begins_run ? next_free : runEntry(place.run) * SECTOR_SIZE;
+    std::uint64_t const position = run_start + std::uint64_t{place.index} * BLOCK_SIZE;
+    auto next = std::make_shared<BlockBufStruct>(emptyMapBlock(position));
+    unsaved.push_back({current, position});
+
+    // From here on nothing can fail.
+    if (begins_run) {
+        setRunEntry(place.run, run_start / SECTOR_SIZE);
+        superblock->dirty = true;
+        next_free += run_bytes;
+    }
+    current = std::move(next);
+    ++block_count;
+    record_count = 0;
+    return {};
+}
+
+// --- Writing back ---
+
+// Brings to disk, in the log's order, what must be there before records may be added to the current block. After a
+// failure everything not yet written is kept; the next attempt goes on from there.
+KString DataStruct::saveFullBlocks(VFileObject& host) {
+    if (saving) return {};  // whoever is at it goes on until nothing is left
+    struct Guard {
+        bool& flag;
+        explicit Guard(bool& set) : flag(set) { flag = true; }
+        ~Guard() { flag = false; }
+    } guard(saving);
+    while (!unsaved.empty() || superblock->dirty) {
+        KString error = unsaved.empty() ? saveSuperblock(host) : saveOldest(host);
+        if (!error.empty()) return error;
+    }
+    return {};
+}
+
+KString DataStruct::saveOldest(VFileObject& host) {
+    Unsaved const oldest = unsaved.front();  // a copy: the list may grow in the waits below
+    if (KString error = wipeBlock(host, oldest.next_block_at); !error.empty()) return error;
+    if (oldest.full && oldest.full->dirty) {
+        KString error = host.writeSync(oldest.full->host_position, BLOCK_SIZE, oldest.full->bytes.data());
+        if (!error.empty()) return error;
+        oldest.full->dirty = false;
+    }
+    unsaved.erase(unsaved.begin());
+    return {};
+}
+
+KString DataStruct::saveSuperblock(VFileObject& host) {
+    AlignedBuffer const snapshot(superblock->bytes);  // the run table may change while this is being written
+    superblock->dirty = false;
+    KString error = host.writeSync(0, BLOCK_SIZE, snapshot.data());
+    if (!error.empty()) superblock->dirty = true;
+    return error;
+}
+
+void DataStruct::close(VFileObject& host) {
+    if (record_count > 0) shortenToHost(host);
+    if (!saveFullBlocks(host).empty()) return;
+    if (!current || !current->dirty) return;
+    // Where the follower's place cannot be written, it is most likely past the end of the host: no reason to lose the
+    // records as well.
+    if (auto const follower = followerInRun()) (void)wipeBlock(host, *follower);
+    if (!host.writeSync(current->host_position, BLOCK_SIZE, current->bytes.data()).empty()) return;
+    current->dirty = false;
+    if (stale_runs) (void)saveSuperblock(host);  // nobody is left to tell
+}
+
+// Takes out of the last record what was reserved and never written.
+void DataStruct::shortenToHost(VFileObject& host) {
+    host.releaseAllocation();
+    std::uint64_t const host_length = host.length();
+    if (host_length >= next_free) return;
+    // A sector that is only half there is not there.
+    std::uint64_t const shortfall = next_free - host_length;
+    std::uint64_t const sectors = shortfall / SECTOR_SIZE + (shortfall % SECTOR_SIZE != 0 ? 1 : 0);
+    ExtentRecord const last = record(record_count - 1);
+    if (last.length > sectors) setRecord(record_count - 1, {last.start, last.length - sectors});
+}
+
+// Where the block after the current one will lie, when that is in the same run.
+std::optional<std::uint64_t> DataStruct::followerInRun() const {
+    if (placeOf(block_count).index == 0) return std::nullopt;
+    return current->host_position + BLOCK_SIZE;
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,40 @@
+// The read loop that both sparse formats share.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "vfile/extent_map.h"
+#include "vfile/vfileobject.h"
+
+namespace KelvonClip {
+
+// Reads the range piece by piece: what lies in an extent comes from the host, on the same completion object; what lies
+// between extents is zeros. `find` gives the extent that contains a position, else the first one after it; it is asked
+// again for each piece. The caller has checked the range.
+template <class Find>
+void readSparse(Find&& find, VFileObject& host, std::uint64_t position, std::uint32_t length, void* buffer,
+                std::shared_ptr<CIO::CIOObject> const& done) {
+    auto* to = static_cast<std::byte*>(buffer);
+    while (length > 0) {
+        std::optional<Extent> const extent = find(position);
+        std::uint64_t step = 0;
+        if (!extent || extent->start > position) {
+            step = extent ? std::min<std::uint64_t>(length, extent->start - position) : length;
+            std::memset(to, 0, static_cast<std::size_t>(step));
+        } else if (std::uint64_t const offset = position - extent->start; offset < extent->length) {
+            step = std::min<std::uint64_t>(length, extent->length - offset);
+            host.read(extent->host + offset, static_cast<std::uint32_t>(step), to, done);
+        }
+        if (step == 0) return done->setError("Software error");
+        position += step;
+        length -= static_cast<std::uint32_t>(step);
+        to += step;
+    }
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,114 @@
+#include "vfile/vfilesparse1.h"
+
+#include <array>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "vfile/aligned_buffer.h"
+#include "vfile/sectors.h"
+#include "vfile/shared_files.h"
+#include "vfile/sparse_read.h"
+
+namespace KelvonClip {
+
+namespace {
+
+namespace map_block {  // big-endian; docs/format.md, "Sparse format 1"
+constexpr std::uint32_t SIZE = 16384;
+constexpr std::array<unsigned char, 8> MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x50, 0x52, 0x53, 0x45};
+constexpr std::size_t NEXT_AT = 8;     // host sector of the next block; meaningful when this one is full
+constexpr std::size_t LENGTH_AT = 16;  // of the sparse file, bytes; in the first block
+constexpr std::size_t RECORDS_AT = 24;
+constexpr std::size_t MAX_RECORDS = 1022;
+static_assert(RECORDS_AT + MAX_RECORDS * ExtentRecord::SIZE + 8 == SIZE, "8 bytes are left behind the records");
+}  // namespace map_block
+
+using Registry = SharedFiles<VFileObject const*, VFileSparse1>;
+
+// Made on first use and never destroyed: files may still be closing when the library's statics go.
+Registry& registry() {
+    static Registry& files = *new Registry;
+    return files;
+}
+
+// One 16384-byte map block.
+struct BlockBufStruct1 {
+    AlignedBuffer bytes{map_block::SIZE};
+
+    bool hasMagic() const { return std::memcmp(bytes.data(), map_block::MAGIC.data(), map_block::MAGIC.size()) == 0; }
+    std::uint64_t nextSector() const { return loadBE64(bytes.data() + map_block::NEXT_AT); }
+    std::uint64_t fileLength() const { return loadBE64(bytes.data() + map_block::LENGTH_AT); }
+    ExtentRecord record(std::size_t k) const {
+        return ExtentRecord::decode(bytes.field<ExtentRecord::SIZE>(map_block::RECORDS_AT + k * ExtentRecord::SIZE));
+    }
+};
+
+// The walk along the chain of map blocks. Each block lies where the data of the one before it ends, so the walk only
+// ever goes forward and the host's end is the end of it.
+struct ChainWalk {
+    std::uint64_t length = 0;
+    ExtentMap map;
+
+    // Empty on success, though the map may have ended early.
+    KString run(VFileObject& host) {
+        BlockBufStruct1 block;
+        if (KString error = host.readSync(0, map_block::SIZE, block.bytes.data()); !error.empty()) return error;
+        if (!block.hasMagic()) return "Bad sparse header magic number";
+        length = block.fileLength();
+        std::uint64_t position = 0;
+        while (auto const next = takeIn(block, position)) {
+            position = *next;
+            if (!rangeWithin(position, map_block::SIZE, length)) break;
+            if (!host.readSync(position, map_block::SIZE, block.bytes.data()).empty() || !block.hasMagic()) break;
+        }
+        return {};
+    }
+
+    // Enters the records of the block at `position`; gives where the next block lies, or nothing where the map ends.
+    std::optional<std::uint64_t> takeIn(BlockBufStruct1 const& block, std::uint64_t position) {
+        if (!rangeWithin(position, map_block::SIZE, std::numeric_limits<std::uint64_t>::max())) return std::nullopt;
+        std::uint64_t data_at = position + map_block::SIZE;
+        for (std::size_t k = 0; k < map_block::MAX_RECORDS; ++k) {
+            ExtentRecord const record = block.record(k);
+            auto const start = sectorsToBytes(record.start), bytes = sectorsToBytes(record.length);
+            if (!start || !bytes || *bytes == 0 || !rangeWithin(data_at, *bytes, length)) return std::nullopt;
+            if (!map.insert({*start, *bytes, data_at})) return std::nullopt;
+            data_at += *bytes;
+        }
+        auto const next = sectorsToBytes(block.nextSector());
+        return next == data_at ? next : std::nullopt;
+    }
+};
+
+}  // namespace
+
+VFileSparse1::VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents)
+    : host(std::move(host_file)), length_bytes(file_length), map(std::move(extents)) {}
+
+Opened<VFileSparse1> VFileSparse1::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
+    return registry().open(host.get(), host, [&]() -> MadeFile<VFileSparse1> {
+        ChainWalk walk;
+        if (KString error = walk.run(*host); !error.empty()) return {std::move(error), nullptr};
+        return {{}, std::unique_ptr<VFileSparse1>(new VFileSparse1(host, walk.length, std::move(walk.map)))};
+    });
+}
+
+void VFileSparse1::read(std::uint64_t position, std::uint32_t length, void* buffer,
+                        std::shared_ptr<CIO::CIOObject> done) {
+    if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
+    auto locked = map.lock();
+    auto const find = [&](std::uint64_t at) { return locked.value.atOrAfter(at); };
+    readSparse(find, *host, position, length, buffer, done);
+}
+
+void VFileSparse1::write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject> done) {
+    done->setError("Not implemented");
+}
+
+KString VFileSparse1::name() { return host->name(); }
+std::uint64_t VFileSparse1::allocatedFrom(std::uint64_t) { return 4294967295; }
+void VFileSparse1::allocate(std::uint64_t, std::uint32_t) {}
+void VFileSparse1::releaseAllocation() {}
+
+}  // namespace KelvonClip

@@ -1,0 +1,115 @@
+#include "vfile/vfilesparse2.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "foundation/kassert.h"
+#include "vfile/shared_files.h"
+#include "vfile/sparse_read.h"
+
+namespace KelvonClip {
+
+namespace {
+
+using Registry = SharedFiles<VFileObject const*, VFileSparse2>;
+
+// Made on first use and never destroyed: files may still be closing when the library's statics go.
+Registry& registry() {
+    static Registry& files = *new Registry;
+    return files;
+}
+
+}  // namespace
+
+VFileSparse2::VFileSparse2(std::shared_ptr<VFileObject> host_file, DataStruct replayed, bool opened_read_only)
+    : host(std::move(host_file)), read_only(opened_read_only), length_bytes(replayed.fileLength()),
+      data(std::move(replayed)) {}
+
+Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool read_only) {
+    return registry().open(host.get(), host, [&]() -> MadeFile<VFileSparse2> {
+        DataStruct log;
+        if (KString error = log.replay(*host); !error.empty()) return {std::move(error), nullptr};
+        return {{}, std::unique_ptr<VFileSparse2>(new VFileSparse2(host, std::move(log), read_only))};
+    });
+}
+
+KString VFileSparse2::create(std::shared_ptr<VFileObject> const& host, std::uint64_t length) {
+    char const* const refusal = "Cannot create Sparse while same Sparse file is open";
+    return registry().whileClosed(host.get(), host, refusal, [&]() -> KString {
+        // The superblock last: with it the file is there.
+        BlockBufStruct const map_block = DataStruct::emptyMapBlock(sparse2::BLOCK_SIZE);
+        BlockBufStruct const superblock = DataStruct::emptySuperblock(length);
+        for (BlockBufStruct const* block : {&map_block, &superblock}) {
+            KString error = host->writeSync(block->host_position, sparse2::BLOCK_SIZE, block->bytes.data());
+            if (!error.empty()) return error;
+        }
+        return {};
+    });
+}
+
+VFileSparse2::~VFileSparse2() {
+    if (read_only) return;
+    try {
+        auto locked = data.lock();
+        locked.value.close(*host);
+    } catch (std::exception const&) {
+        // Out of memory while writing back: nobody is left to tell, as with an error of the host.
+    }
+}
+
+void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buffer,
+                        std::shared_ptr<CIO::CIOObject> done) {
+    if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
+    auto locked = data.lock();
+    auto const find = [&](std::uint64_t at) { return locked.value.filemap.atOrAfter(at); };
+    readSparse(find, *host, position, length, buffer, done);
+}
+
+void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void const* buffer,
+                         std::shared_ptr<CIO::CIOObject> done) {
+    if (!rangeWithin(position, length, length_bytes)) return done->setError("Write beyond end of sparse file");
+    // Before the map is touched: what is read-only is not written back either.
+    if (read_only) return done->setError("Write failed");
+    auto locked = data.lock();
+    auto const* from = static_cast<std::byte const*>(buffer);
+    while (length > 0) {
+        HostRange const piece = locked.value.mapRange(*host, position, length);
+        if (!piece.error.empty()) return done->setError(piece.error);
+        if (piece.length == 0) return done->setError("Software error");
+        kassert(piece.length <= std::numeric_limits<std::uint32_t>::max(), "vfilesparse2", __LINE__,
+                "length <= UINT_MAX");
+        auto const step = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece.length, length));
+        host->write(piece.host, step, from, done);
+        position += step;
+        length -= step;
+        from += step;
+    }
+}
+
+KString VFileSparse2::name() { return host->name(); }
+
+std::uint64_t VFileSparse2::allocatedFrom(std::uint64_t position) {
+    auto locked = data.lock();
+    return locked.value.filemap.contiguousFrom(position);
+}
+
+void VFileSparse2::allocate(std::uint64_t position, std::uint32_t length) {
+    if (read_only || !rangeWithin(position, length, length_bytes)) return;
+    auto locked = data.lock();
+    while (length > 0) {
+        auto const extent = locked.value.filemap.atOrAfter(position);
+        bool const stored = extent && extent->start <= position;
+        HostRange const piece = locked.value.mapRange(*host, position, length);
+        // A failure is not reported here; the write that follows meets it again.
+        if (!piece.error.empty() || piece.length == 0) return;
+        if (!kassert(piece.length <= length, "vfilesparse2", __LINE__, "actual_length <= len")) return;
+        auto const step = static_cast<std::uint32_t>(piece.length);
+        if (!stored) host->allocate(piece.host, step);
+        position += step;
+        length -= step;
+    }
+}
+
+}  // namespace KelvonClip
