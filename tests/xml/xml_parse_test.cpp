@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <regex>
 
 namespace KelvonClip {
 namespace {
@@ -625,29 +624,33 @@ TEST(XmlExtractor, WithoutTagsNothingIsFound) {
     EXPECT_EQ(extracted(extractor), "failed");
 }
 
+// What the work reports, with # for line numbers: those of the source, which may move.
 template <class Work>
-std::string standardErrorOf(Work work) {
+std::string assertionsOf(Work work) {
     testing::internal::CaptureStderr();
     work();
-    return testing::internal::GetCapturedStderr();
+    std::string reported;
+    for (char c : testing::internal::GetCapturedStderr()) {
+        bool const digit = c >= '0' && c <= '9';
+        if (digit && reported.ends_with(":#")) continue;
+        reported += digit && reported.ends_with(':') ? '#' : c;
+    }
+    return reported;
 }
 
-// GoogleTest's own regular expressions have no brackets on Windows.
-bool matches(std::string const& text, char const* pattern) { return std::regex_match(text, std::regex(pattern)); }
-
 TEST(XmlExtractorAssertions, CapacityOfZeroIsReportedAndReplaced) {
-    std::string const output = standardErrorOf([] {
+    std::string const reported = assertionsOf([] {
         XmlExtractor extractor(0);
         extractor.addTag("a");
         feed(extractor, "<a>" + std::string(3000, 'x') + "</a>");
         EXPECT_FALSE(extractor.extract().failed);
         EXPECT_FALSE(extractor.failed());
     });
-    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'bufsize != 0'\n")) << output;
+    EXPECT_EQ(reported, "xml_parse:#: Assertion failed: 'bufsize != 0'\n");
 }
 
 TEST(XmlExtractorAssertions, BufferThatCannotBeAllocatedIsReportedAndSetsTheFailureFlag) {
-    std::string const output = standardErrorOf([] {
+    std::string const reported = assertionsOf([] {
         XmlExtractor extractor(static_cast<std::size_t>(-1));
         EXPECT_TRUE(extractor.failed());
         extractor.addTag("a");
@@ -655,20 +658,19 @@ TEST(XmlExtractorAssertions, BufferThatCannotBeAllocatedIsReportedAndSetsTheFail
         EXPECT_EQ(extracted(extractor), "<a>1</a>");
         EXPECT_TRUE(extractor.failed());
     });
-    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'buf != 0'\n")) << output;
+    EXPECT_EQ(reported, "xml_parse:#: Assertion failed: 'buf != 0'\n");
 }
 
 TEST(XmlExtractorAssertions, NullTagIsReportedWhenAddedAndWhenDestroyedAndNeverFound) {
-    std::string const output = standardErrorOf([] {
+    std::string const reported = assertionsOf([] {
         XmlExtractor extractor(64);
         extractor.addTag(nullptr);
         extractor.addTag("a");
         feed(extractor, "<><a>1</a></>");
         EXPECT_EQ(extracted(extractor), "<a>1</a>");
     });
-    EXPECT_TRUE(matches(output, "xml_parse:[0-9]+: Assertion failed: 'xtag != 0'\n"
-                                "xml_parse:[0-9]+: Assertion failed: 'tag != 0'\n"))
-        << output;
+    EXPECT_EQ(reported, "xml_parse:#: Assertion failed: 'xtag != 0'\n"
+                        "xml_parse:#: Assertion failed: 'tag != 0'\n");
 }
 
 // Pieces that make a reader go back and forth: a walk that is not linear would not end within the test's time limit.
