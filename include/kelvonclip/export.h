@@ -1,14 +1,19 @@
-// Marks what the library exports; everything else is hidden.
+// Marks what the library exports; everything else is hidden. Inline functions are exported too, but never imported:
+// callers have their bodies.
 #pragma once
 
 #if defined(_WIN32)
 #if defined(KELVONCLIP_BUILDING)
 #define KELVONCLIP_API __declspec(dllexport)
+#define KELVONCLIP_INLINE_API __declspec(dllexport)
 #elif defined(KELVONCLIP_STATIC)
 #define KELVONCLIP_API
+#define KELVONCLIP_INLINE_API
 #else
 #define KELVONCLIP_API __declspec(dllimport)
+#define KELVONCLIP_INLINE_API
 #endif
 #else
 #define KELVONCLIP_API __attribute__((visibility("default")))
+#define KELVONCLIP_INLINE_API KELVONCLIP_API
 #endif

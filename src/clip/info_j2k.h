@@ -23,6 +23,14 @@ std::uint32_t j2kMaxBitRate(VideoStandard standard);
 // Whether the bit rate is a multiple of 5 within the standard's limits.
 bool j2kBitRateValid(VideoStandard standard, std::uint32_t mbits);
 
+// The rules behind it, for any definition and rate, those that no video standard combines included.
+struct J2KBitRates {
+    std::uint32_t min, max;
+};
+J2KBitRates j2kBitRates(bool high_definition, VideoRoughFrequency rough);
+// At any bit rate up to 200; all zero for an unknown rate.
+J2KSizes j2kSizesAtRate(VideoRoughFrequency rough, std::uint32_t mbits);
+
 // All zero for a bit rate that is not valid.
 J2KSizes j2kSizes(VideoStandard standard, std::uint32_t mbits);
 

@@ -1,0 +1,98 @@
+// info_j2k: the bit rates and unit sizes of JPEG 2000 tracks. All arithmetic is in whole numbers, rounding down.
+#include <kelvonclip/info_j2k.h>
+
+#include <algorithm>
+
+#include "clip/info_j2k.h"
+#include "foundation/kassert.h"
+
+namespace KelvonClip {
+
+namespace {
+
+constexpr std::uint32_t STEP = 5;  // Mbit/s between two valid bit rates
+constexpr std::uint32_t PAGE = 4096;
+
+// A bit rate rounded to a valid step within 15 and 200 Mbit/s.
+constexpr std::uint32_t toStep(std::uint32_t mbits) { return std::clamp((2 * mbits + 5) / 10 * STEP, 15u, 200u); }
+
+// The next multiple of a page above `bytes`.
+constexpr std::uint32_t nextPage(std::uint32_t bytes) { return bytes / PAGE * PAGE + PAGE; }
+
+J2KBitRates bitRates(VideoStandard standard) {
+    bool const high = isHighDefinition(standard);
+    if (!high && !isStandardDefinition(standard)) return {0, 0};
+    return j2kBitRates(high, toVideoRoughFrequency(standard));
+}
+
+}  // namespace
+
+// The greatest bit rate is given for 60 units a second; fewer get their share.
+J2KBitRates j2kBitRates(bool high_definition, VideoRoughFrequency rough) {
+    std::uint32_t const at_sixty = toStep(high_definition ? 200 : 140);
+    std::uint32_t const rate = RoughFieldsPerSecond(rough);
+    return {high_definition ? 25u : 15u, rate == 60 ? at_sixty : toStep(rate * at_sixty / 60)};
+}
+
+std::uint32_t j2kMinBitRate(VideoStandard standard) { return bitRates(standard).min; }
+std::uint32_t j2kMaxBitRate(VideoStandard standard) { return bitRates(standard).max; }
+
+bool j2kBitRateValid(VideoStandard standard, std::uint32_t mbits) {
+    J2KBitRates const limits = bitRates(standard);
+    return limits.min != 0 && limits.min <= mbits && mbits <= limits.max && mbits % STEP == 0;
+}
+
+J2KSizes j2kSizes(VideoStandard standard, std::uint32_t mbits) {
+    if (!j2kBitRateValid(standard, mbits)) return {};
+    return j2kSizesAtRate(toVideoRoughFrequency(standard), mbits);
+}
+
+J2KSizes j2kSizesAtRate(VideoRoughFrequency rough, std::uint32_t mbits) {
+    if (!isValid(rough)) return {};
+
+    std::uint32_t const bytes = (mbits * 1000000 / 8 - 1) / RoughFieldsPerSecond(rough);
+    std::uint32_t const total = nextPage(bytes);
+    std::uint32_t const luma = total * 75 / 100 / 256 * 256;
+    std::uint32_t const chroma = total - luma;
+    kassert(chroma != 0, "info_j2k", __LINE__, "chroma_size != 0");
+
+    // A key unit holds three quarters of the pages.
+    // KEEP: but all of them at 24 units a second.
+    std::uint32_t const three_quarters = (bytes / PAGE + 1) * (PAGE * 75) / 100;
+    std::uint32_t const key = rough == VideoRoughFrequency::f24 ? total : nextPage(three_quarters - 1);
+    return {luma, chroma, key, 0};
+}
+
+std::uint32_t j2kBitRateForSizes(VideoStandard standard, std::uint32_t luma, std::uint32_t chroma, std::uint32_t key) {
+    bool const video_wanted = luma != 0 || chroma != 0;
+    kassert(luma == 0 || chroma != 0, "info_j2k", __LINE__, "chroma_size != 0");
+    J2KBitRates const limits = bitRates(standard);
+    for (std::uint32_t mbits = limits.min; mbits <= limits.max; mbits += STEP) {
+        J2KSizes const sizes = j2kSizes(standard, mbits);
+        if (!video_wanted || (luma <= sizes.luma && chroma <= sizes.chroma && key <= sizes.key)) return mbits;
+    }
+    return 0;
+}
+
+std::uint32_t j2k_video_luma_max_size(VideoStandard standard) {
+    return j2kSizes(standard, j2kMaxBitRate(standard)).luma;
+}
+std::uint32_t j2k_video_luma_min_size(VideoStandard standard) {
+    return j2kSizes(standard, j2kMinBitRate(standard)).luma;
+}
+std::uint32_t j2k_video_chroma_max_size(VideoStandard standard) {
+    return j2kSizes(standard, j2kMaxBitRate(standard)).chroma;
+}
+std::uint32_t j2k_video_chroma_min_size(VideoStandard standard) {
+    return j2kSizes(standard, j2kMinBitRate(standard)).chroma;
+}
+std::uint32_t j2k_video_max_size(VideoStandard standard) {
+    return j2k_video_luma_max_size(standard) + j2k_video_chroma_max_size(standard);
+}
+std::uint32_t j2k_video_min_size(VideoStandard standard) {
+    return j2k_video_luma_min_size(standard) + j2k_video_chroma_min_size(standard);
+}
+std::uint32_t j2k_key_max_size(VideoStandard standard) { return j2kSizes(standard, j2kMaxBitRate(standard)).key; }
+std::uint32_t j2k_key_min_size(VideoStandard standard) { return j2kSizes(standard, j2kMinBitRate(standard)).key; }
+
+}  // namespace KelvonClip

@@ -1,0 +1,328 @@
+// track_format: the format tables and the look-ups in them.
+#include "clip/track_format.h"
+
+#include <algorithm>
+#include <array>
+
+namespace KelvonClip {
+
+namespace {
+
+using Resolution = VideoResolution;
+using Frequency = VideoFrequency;
+
+struct ShortNameRow {
+    char const* name;
+    Resolution resolution;
+    Frequency frequency;
+};
+
+constexpr auto SHORT_NAMES = std::to_array<ShortNameRow>({
+    {"4K_60p", Resolution::r4K, Frequency::f60},
+    {"4K_59_94p", Resolution::r4K, Frequency::f59_94},
+    {"4K_50p", Resolution::r4K, Frequency::f50},
+    {"4K_30p", Resolution::r4K, Frequency::f30},
+    {"4K_29_97p", Resolution::r4K, Frequency::f29_97},
+    {"4K_25p", Resolution::r4K, Frequency::f25},
+    {"4K_24p", Resolution::r4K, Frequency::f24},
+    {"4K_23_98p", Resolution::r4K, Frequency::f23_98},
+    {"1080_60p", Resolution::r1080p, Frequency::f60},
+    {"1080_59_94p", Resolution::r1080p, Frequency::f59_94},
+    {"1080_50p", Resolution::r1080p, Frequency::f50},
+    {"1080_30p", Resolution::r1080p, Frequency::f30},
+    {"1080_29_97p", Resolution::r1080p, Frequency::f29_97},
+    {"1080_25p", Resolution::r1080p, Frequency::f25},
+    {"1080_24p", Resolution::r1080p, Frequency::f24},
+    {"1080_23_98p", Resolution::r1080p, Frequency::f23_98},
+    {"1080_23_98psf", Resolution::r1080psf, Frequency::f23_98},
+    {"1080_60i", Resolution::r1080i, Frequency::f60},
+    {"1080_59_94i", Resolution::r1080i, Frequency::f59_94},
+    {"1080_50i", Resolution::r1080i, Frequency::f50},
+    {"1080_48i", Resolution::r1080i, Frequency::f48},
+    {"1080_47_95i", Resolution::r1080i, Frequency::f47_95},
+    {"720_60p", Resolution::r720p, Frequency::f60},
+    {"720_59_94p", Resolution::r720p, Frequency::f59_94},
+    {"720_50p", Resolution::r720p, Frequency::f50},
+    {"720_48p", Resolution::r720p, Frequency::f48},        // KEEP: no video standard has this raster and rate
+    {"720_47_95p", Resolution::r720p, Frequency::f47_95},  // KEEP: nor this
+    {"625_50i", Resolution::r625i, Frequency::f50},
+    {"525_59_94i", Resolution::r525i, Frequency::f59_94},
+});
+
+struct AvcRow {
+    char const* name;
+    std::uint32_t unit_size;
+    Resolution resolution;
+    Frequency frequency;
+    AVCFlavor flavor;
+    std::uint32_t mbits;
+};
+
+// KEEP: the coverage is irregular. "avci100-1080i" has 48Hz but not 47.95Hz; the progressive ones have neither.
+constexpr auto AVC_FORMATS = std::to_array<AvcRow>({
+    {"avci50-720p", 116736, Resolution::r720p, Frequency::f59_94, AVCFlavor::avc_intra, 50},
+    {"avci50-720p", 140800, Resolution::r720p, Frequency::f50, AVCFlavor::avc_intra, 50},
+    {"avci50-1080i", 232960, Resolution::r1080i, Frequency::f59_94, AVCFlavor::avc_intra, 50},
+    {"avci50-1080i", 281088, Resolution::r1080i, Frequency::f50, AVCFlavor::avc_intra, 50},
+    {"avci100-720p", 236544, Resolution::r720p, Frequency::f59_94, AVCFlavor::avc_intra, 100},
+    {"avci100-720p", 284672, Resolution::r720p, Frequency::f50, AVCFlavor::avc_intra, 100},
+    {"avci100-1080i", 472576, Resolution::r1080i, Frequency::f60, AVCFlavor::avc_intra, 100},
+    {"avci100-1080i", 472576, Resolution::r1080i, Frequency::f59_94, AVCFlavor::avc_intra, 100},
+    {"avci100-1080i", 568832, Resolution::r1080i, Frequency::f50, AVCFlavor::avc_intra, 100},
+    {"avci100-1080i", 472576, Resolution::r1080i, Frequency::f48, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f60, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f59_94, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 568832, Resolution::r1080p, Frequency::f50, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f30, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f29_97, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 568832, Resolution::r1080p, Frequency::f25, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f24, AVCFlavor::avc_intra, 100},
+    {"avci100-1080p", 472576, Resolution::r1080p, Frequency::f23_98, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f60, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f59_94, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 2275328, Resolution::r4K, Frequency::f50, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f30, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f29_97, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 2275328, Resolution::r4K, Frequency::f25, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f24, AVCFlavor::avc_intra, 100},
+    {"avci100-4Kp", 1890304, Resolution::r4K, Frequency::f23_98, AVCFlavor::avc_intra, 100},
+    {"xavcHD_100", 472576, Resolution::r1080p, Frequency::f59_94, AVCFlavor::xavc, 100},
+    {"xavcHD_100", 568832, Resolution::r1080p, Frequency::f50, AVCFlavor::xavc, 100},
+    {"xavc4K_300", 1260032, Resolution::r4K, Frequency::f59_94, AVCFlavor::xavc, 300},
+    {"xavc4K_300", 1260032, Resolution::r4K, Frequency::f50, AVCFlavor::xavc, 300},
+    {"xavc4K_480", 2009600, Resolution::r4K, Frequency::f59_94, AVCFlavor::xavc, 480},
+    {"xavc4K_480", 2009600, Resolution::r4K, Frequency::f50, AVCFlavor::xavc, 480},
+});
+
+struct DvRow {
+    char const* name;
+    std::uint32_t channels;  // DIF channels
+    bool single_field;
+    Resolution resolution;
+    bool creatable;  // KEEP: "dv25" is recognised in existing clips, never created
+};
+
+constexpr auto DV_FORMATS = std::to_array<DvRow>({
+    {"dv25", 1, false, Resolution::r525i, false},
+    {"dv25", 1, false, Resolution::r625i, false},
+    {"dv50", 2, false, Resolution::r525i, true},
+    {"dv50", 2, false, Resolution::r625i, true},
+    {"dv100-720", 2, true, Resolution::r720p, true},
+    {"dv100-1080", 4, false, Resolution::r1080i, true},
+});
+
+struct AudioRow {
+    std::uint32_t subchannels;
+    char const* name;
+};
+
+// KEEP: eight subchannels are plain "auk".
+constexpr auto AUDIO_FORMATS = std::to_array<AudioRow>({
+    {2, "auk2"},
+    {4, "auk4"},
+    {8, "auk"},
+    {14, "auk14"},
+    {16, "auk16"},
+});
+
+constexpr std::uint32_t TC1_UNIT_SIZE = 512, TC2_CREATED_UNIT_SIZE = 4096;
+
+// What a J2K name carries behind its bit rate at each raster.
+struct J2kSuffixRow {
+    Resolution resolution;
+    char const* suffix;
+};
+
+constexpr auto J2K_SUFFIXES = std::to_array<J2kSuffixRow>({
+    {Resolution::r4K, "-4K"},
+    {Resolution::r1080p, "-1080p"},
+    {Resolution::r1080i, ""},
+    {Resolution::r1080psf, ""},
+    {Resolution::r720p, ""},
+    {Resolution::r625i, ""},
+    {Resolution::r525i, ""},
+});
+
+constexpr std::uint32_t roundedToPages(std::uint32_t bytes) {
+    constexpr std::uint32_t PAGE = 4096;
+    return (bytes + PAGE - 1) / PAGE * PAGE;
+}
+
+// The first row that answers, or null.
+template <class Table, class Answers>
+auto const* findRow(Table const& table, Answers answers) {
+    auto row = std::ranges::find_if(table, answers);
+    return row == table.end() ? nullptr : &*row;
+}
+
+bool isAt(VideoStandard standard, Resolution resolution, Frequency frequency) {
+    return resolution == toVideoResolution(standard) && frequency == toVideoFrequency(standard);
+}
+
+KString withKey(KString const& name, bool key) { return key ? name + KString("k") : name; }
+
+// Whether `name` is the format's own (video) or has the key suffix (key); sets `key` accordingly.
+bool isName(KString const& name, KString const& format_name, bool& key) {
+    key = name == withKey(format_name, true);
+    return key || name == format_name;
+}
+
+KString j2kName(VideoStandard standard, std::uint32_t mbits, bool key) {
+    auto const* row = findRow(J2K_SUFFIXES, [&](J2kSuffixRow const& candidate) {
+        return candidate.resolution == toVideoResolution(standard);
+    });
+    if (!row) return {};
+    return withKey(KString::format("jp2@%1", {KString::fromUnsigned(mbits)}) + KString(row->suffix), key);
+}
+
+// Bytes of one DIF channel in one unit; 0 at a rate without DV.
+std::uint32_t dvChannelSize(VideoStandard standard) {
+    switch (toVideoRoughFrequency(standard)) {
+    case VideoRoughFrequency::f60:
+        return 120000;
+    case VideoRoughFrequency::f50:
+    case VideoRoughFrequency::f48:
+        return 144000;
+    default:
+        return 0;
+    }
+}
+
+std::uint32_t dvUnitSize(DvRow const& row, VideoStandard standard) { return row.channels * dvChannelSize(standard); }
+std::uint32_t dvFieldsPerUnit(DvRow const& row) { return row.single_field ? 1 : 2; }
+
+// What the video formats' descriptions have in common.
+TrackFormat pictureFormat(TrackVideoType type, bool key, std::uint32_t unit_size, std::uint32_t fields_per_unit) {
+    TrackFormat format;
+    format.valid = true;
+    format.category = key ? TrackCategory::key : TrackCategory::video;
+    format.video_type = type;
+    format.unit_size = unit_size;
+    format.stored_unit_size = roundedToPages(unit_size);
+    format.fields_per_unit = fields_per_unit;
+    return format;
+}
+
+TrackFormat describeAvc(KString const& name, VideoStandard standard) {
+    bool key = false;
+    auto const* row = findRow(AVC_FORMATS, [&](AvcRow const& candidate) {
+        return isAt(standard, candidate.resolution, candidate.frequency) && isName(name, candidate.name, key);
+    });
+    if (!row) return {};
+    TrackFormat format = pictureFormat(TrackVideoType::avc, key, row->unit_size, isProgressive(standard) ? 1 : 2);
+    format.flavor = row->flavor;
+    format.avc_class = row->mbits;
+    return format;
+}
+
+TrackFormat describeDv(KString const& name, VideoStandard standard) {
+    bool key = false;
+    auto const* row = findRow(DV_FORMATS, [&](DvRow const& candidate) {
+        return candidate.resolution == toVideoResolution(standard) && isName(name, candidate.name, key);
+    });
+    if (!row || dvUnitSize(*row, standard) == 0) return {};
+    return pictureFormat(TrackVideoType::dv, key, dvUnitSize(*row, standard), dvFieldsPerUnit(*row));
+}
+
+// Tries the name of every valid bit rate, so that no number has to be read out of the text.
+TrackFormat describeJ2k(KString const& name, VideoStandard standard) {
+    for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += 5) {
+        bool key = false;
+        if (!isName(name, j2kName(standard, mbits, false), key)) continue;
+        J2KSizes const sizes = j2kSizes(standard, mbits);
+        TrackFormat format = pictureFormat(TrackVideoType::j2k, key, key ? sizes.key : sizes.luma + sizes.chroma, 1);
+        format.j2k_size = format.unit_size;
+        if (!key) {
+            format.j2k_luma_size = sizes.luma;
+            format.j2k_chroma_size = sizes.chroma;
+        }
+        return format;
+    }
+    return {};
+}
+
+// A format whose units hold exactly what the caller sees.
+TrackFormat plainFormat(TrackCategory category, std::uint32_t unit_size) {
+    TrackFormat format;
+    format.valid = true;
+    format.category = category;
+    format.unit_size = format.stored_unit_size = unit_size;
+    format.fields_per_unit = 1;
+    return format;
+}
+
+TrackFormat describeAudio(KString const& name, VideoStandard standard) {
+    auto const* row =
+        findRow(AUDIO_FORMATS, [&](AudioRow const& candidate) { return name == KString(candidate.name); });
+    if (!row) return {};
+    TrackFormat format = plainFormat(TrackCategory::audio, toAudioSize(toVideoFrequency(standard)) * row->subchannels);
+    format.audio_type = TrackAudioType::hemlock;
+    format.subchannel_count = row->subchannels;
+    return format;
+}
+
+TrackFormat describeTimecode(KString const& name, VideoStandard standard) {
+    if (name == KString("tc1")) return plainFormat(TrackCategory::timecode, TC1_UNIT_SIZE);
+    if (name == KString("tc2")) return plainFormat(TrackCategory::timecode, toAudioSize(toVideoFrequency(standard)));
+    return {};
+}
+
+}  // namespace
+
+// No name has two meanings at one standard, so the order does not matter.
+TrackFormat describeTrackFormat(KString const& name, VideoStandard standard) {
+    for (auto* describe : {describeAvc, describeDv, describeJ2k, describeAudio, describeTimecode})
+        if (TrackFormat const format = describe(name, standard); format.valid) return format;
+    return {};
+}
+
+std::optional<CreationFormat> avcForCreation(VideoStandard standard, std::uint32_t mbits, bool key) {
+    auto const* row = findRow(AVC_FORMATS, [&](AvcRow const& candidate) {
+        return isAt(standard, candidate.resolution, candidate.frequency) && candidate.mbits == mbits;
+    });
+    if (!row) return {};
+    return CreationFormat{withKey(row->name, key), row->unit_size, roundedToPages(row->unit_size),
+                          isProgressive(standard) ? 1u : 2u};
+}
+
+std::optional<CreationFormat> dvForCreation(VideoStandard standard, bool key) {
+    auto const* row = findRow(DV_FORMATS, [&](DvRow const& candidate) {
+        return candidate.creatable && candidate.resolution == toVideoResolution(standard);
+    });
+    if (!row || dvUnitSize(*row, standard) == 0) return {};
+    std::uint32_t const unit_size = dvUnitSize(*row, standard);
+    return CreationFormat{withKey(row->name, key), unit_size, roundedToPages(unit_size), dvFieldsPerUnit(*row)};
+}
+
+std::optional<CreationFormat> j2kForCreation(VideoStandard standard, std::uint32_t mbits, bool key) {
+    if (!j2kBitRateValid(standard, mbits)) return {};
+    J2KSizes const sizes = j2kSizes(standard, mbits);
+    std::uint32_t const unit_size = key ? sizes.luma + sizes.chroma : sizes.key + sizes.reserved;
+    return CreationFormat{j2kName(standard, mbits, key), unit_size, roundedToPages(unit_size), 1};
+}
+
+std::optional<CreationFormat> audioForCreation(VideoStandard standard, std::uint32_t subchannels) {
+    auto const* row =
+        findRow(AUDIO_FORMATS, [&](AudioRow const& candidate) { return candidate.subchannels == subchannels; });
+    if (!row) return {};
+    std::uint32_t const unit_size = toAudioSize(toVideoFrequency(standard)) * subchannels;
+    return CreationFormat{row->name, unit_size, unit_size, 1};
+}
+
+// KEEP: laid out with 4096 bytes at every rate, although an opened track has units of toAudioSize.
+CreationFormat timecodeForCreation() { return {"tc2", TC2_CREATED_UNIT_SIZE, TC2_CREATED_UNIT_SIZE, 1}; }
+
+KString standardShortName(VideoStandard standard) {
+    auto const* row = findRow(SHORT_NAMES, [&](ShortNameRow const& candidate) {
+        return isAt(standard, candidate.resolution, candidate.frequency);
+    });
+    return row ? KString(row->name) : KString();
+}
+
+VideoStandard standardByShortName(KString const& name) {
+    auto const* row =
+        findRow(SHORT_NAMES, [&](ShortNameRow const& candidate) { return name == KString(candidate.name); });
+    return row ? toVideoStandard(row->resolution, row->frequency) : VideoStandard::none;
+}
+
+}  // namespace KelvonClip
