@@ -1,0 +1,50 @@
+// An audio track as the sample streams see it: its shape, and its units behind a seam that tests replace.
+#pragma once
+
+#include <kelvonclip/kelvon_std.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "foundation/kstring.h"
+
+namespace KelvonClip {
+
+struct AudioTrackShape {
+    VideoFrequency frequency;
+    std::uint32_t subchannel_count;
+    std::uint32_t length_in_fields;
+
+    std::uint32_t blockSize() const { return toAudioSize(frequency); }         // bytes
+    std::uint32_t unitSize() const { return blockSize() * subchannel_count; }  // bytes: a block for each subchannel
+};
+
+// The units of one track. Threads: any; calls may overlap. Every call waits, alertably, for its own I/O only.
+class TrackUnits {
+  public:
+    virtual ~TrackUnits() = default;
+
+    // The current length; 0 once the track is gone.
+    virtual std::uint32_t lengthInUnits() = 0;
+
+    // Reads `count` consecutive units, all under way at once, and lays them side by side at `to`. errors[i] becomes the
+    // message of unit first + i, empty on success. Units past the end read as zeros.
+    virtual void read(std::uint32_t first, std::uint32_t count, void* to, KString* errors) = 0;
+
+    // Writes one unit.
+    virtual KString write(std::uint32_t unit, void const* from) = 0;
+};
+
+// What a stream is begun on, or the message that tells why it cannot be. The units are found through the track's handle
+// at every call, so the clip may be closed at any time: from then on every unit's message is "Bad Handle".
+struct AudioTrack {
+    KString error;
+    AudioTrackShape shape{};
+    std::shared_ptr<TrackUnits> units;
+};
+
+// Checks in this order: "Track does not use the hemlock audio codec", "Invalid argument (null pointer)" when `out` is
+// null, "Invalid video standard".
+AudioTrack findAudioTrack(std::uint32_t track_handle, void const* out);
+
+}  // namespace KelvonClip

@@ -1,0 +1,55 @@
+#include "audio/hemlock_reader.h"
+
+#include <algorithm>
+
+#include "foundation/kassert.h"
+
+namespace KelvonClip {
+
+HemlockReader::HemlockReader(AudioTrackShape const& track, std::shared_ptr<TrackUnits> units)
+    : cadence(hemlock::cadenceOf(track.frequency)), total_samples(cadence.totalSamples(track.length_in_fields)),
+      words_per_block(track.blockSize() / sizeof(std::int32_t)), read_ahead(std::move(units), track.unitSize()),
+      streams(track.subchannel_count, hemlock::SubchannelStream(cadence)) {}
+
+std::uint64_t HemlockReader::samplesRemaining() const {
+    std::uint64_t const delivered = samples_delivered;
+    return total_samples - std::min(total_samples, delivered);
+}
+
+KString HemlockReader::read(std::int32_t* const* buffers, std::uint32_t n) {
+    std::uint32_t delivered = 0;
+    while (delivered < n) {
+        if (available == 0) {
+            if (KString error = fetch(); !error.empty()) return error;
+        }
+        std::uint32_t const to_do = std::min(available, n - delivered);
+        if (!kassert(to_do > 0, "seq_read", __LINE__, "to_do > 0")) return KString("Internal error");
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            std::int32_t* const to = buffers[i] == nullptr ? nullptr : buffers[i] + delivered;
+            if (!streams[i].take(to, to_do)) return KString("Internal error");
+        }
+        available -= to_do;
+        delivered += to_do;
+    }
+    samples_delivered += n;
+    return {};
+}
+
+// Feeds the blocks of the next unit to the streams.
+KString HemlockReader::fetch() {
+    hemlock::UnitReadAhead::Unit unit{};
+    // Room first: from here on nothing can fail half-way through a unit.
+    for (auto& stream : streams)
+        stream.makeRoom();
+    if (KString error = read_ahead.next(unit); !error.empty()) return error;
+    std::int32_t* words = unit.words;
+    available = UINT32_MAX;
+    for (auto& stream : streams) {
+        stream.feed(hemlock::decode(words, cadence, unit.index), *unit.open_blocks);
+        available = std::min(available, stream.available());
+        words += words_per_block;
+    }
+    return {};
+}
+
+}  // namespace KelvonClip

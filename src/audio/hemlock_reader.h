@@ -1,0 +1,54 @@
+// HemlockReader: an audio track as continuous streams of samples at 48 kHz, one for each subchannel.
+//
+// Units are read ahead (unit_read_ahead), their blocks go to the subchannels' streams (subchannel_stream), and the
+// caller takes samples out of them at any pace.
+//
+// Invariants
+//   * Every subchannel has been fed the same units; their buffered counts differ by what was repeated and left out.
+//   * `available` is the smallest buffered count.
+// Threads: one caller at a time.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "audio/audio_track.h"
+#include "audio/hemlock_block.h"
+#include "audio/subchannel_stream.h"
+#include "audio/unit_read_ahead.h"
+#include "clip/handle.h"
+#include "foundation/kstring.h"
+
+namespace KelvonClip {
+
+class HemlockReader {
+  public:
+    HemlockReader(AudioTrackShape const& track, std::shared_ptr<TrackUnits> units);
+
+    // Moves the next n samples of subchannel i to buffers[i]; those of a subchannel whose buffer is null are dropped.
+    // On a failure the position stays where it was, and the message is the failing unit's.
+    KString read(std::int32_t* const* buffers, std::uint32_t n);
+
+    std::uint32_t handle() const { return handle_object.number(); }
+    std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(streams.size()); }
+    std::uint64_t samplesRemaining() const;  // 0 at and beyond the end
+    hemlock::SubchannelStream const& stream(std::uint32_t subchannel) const { return streams[subchannel]; }
+    // For the end of the library: lets the background reads run out. The reader is not used afterwards.
+    void withdrawOffers() { read_ahead.withdrawOffers(); }
+
+  private:
+    KString fetch();
+
+    HandleObject handle_object;
+    hemlock::Cadence const& cadence;
+    std::uint64_t const total_samples;
+    std::uint32_t const words_per_block;
+    hemlock::UnitReadAhead read_ahead;  // owns what the streams refer to
+    std::vector<hemlock::SubchannelStream> streams;
+    std::uint32_t available = 0;
+    std::atomic<std::uint64_t> samples_delivered = 0;  // asked for from other threads, too
+};
+
+}  // namespace KelvonClip

@@ -1,0 +1,48 @@
+// The registries of the open readers and writers, by handle.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "foundation/kprotect.h"
+
+namespace KelvonClip {
+
+// Whoever has found a stream may use it until they let go of it, also when it is removed meanwhile.
+// Threads: any; the lock is held for the look-up only.
+template <class Stream>
+class StreamRegistry {
+  public:
+    using Pointer = std::shared_ptr<Stream>;
+
+    void add(Pointer const& stream) { streams.lock().value.emplace(stream->handle(), stream); }
+
+    Pointer find(std::uint32_t handle) {
+        auto item = streams.lock();
+        auto const entry = item.value.find(handle);
+        return entry == item.value.end() ? nullptr : entry->second;
+    }
+
+    // Takes the stream out of the registry: of two callers at once, one gets it.
+    Pointer remove(std::uint32_t handle) {
+        auto item = streams.lock();
+        auto entry = item.value.extract(handle);
+        return entry ? std::move(entry.mapped()) : nullptr;
+    }
+
+    std::vector<Pointer> removeAll() {
+        auto item = streams.lock();
+        std::vector<Pointer> all;
+        for (auto& entry : std::exchange(item.value, {}))
+            all.push_back(std::move(entry.second));
+        return all;
+    }
+
+  private:
+    KProtect<std::map<std::uint32_t, Pointer>> streams;
+};
+
+}  // namespace KelvonClip

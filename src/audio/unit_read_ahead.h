@@ -1,0 +1,72 @@
+// Reads the units of a track ahead of the one who needs them, and hands them over in order.
+//
+// Background tasks read runs of units. A run that no pool thread has begun when its turn comes is read by the one who
+// needs it, on the spot: a pool that is kept busy by slow readers costs another reader its head start, never its
+// progress.
+//
+//   track:    ... | run being handed out | run on its way | run on its way | not asked for yet ...
+//                   ^ next unit
+//
+// Invariants
+//   * At most RUNS_AHEAD runs exist at a time beyond those whose blocks are still wanted, and each has at most one task
+//     in the pool: a reader's share of the pool is bounded, and so is what a busy pool keeps of it.
+//   * Nothing is read ahead beyond the track's end as it was known then, so a reader that follows a recording sees
+//     every unit that was written before it asked for it.
+//   * After a failure the next unit is the one that failed.
+// Threads: one caller at a time. Runs are read on pool threads.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "audio/audio_track.h"
+#include "foundation/kstring.h"
+
+namespace KelvonClip::hemlock {
+
+class UnitReadAhead {
+  public:
+    // Eight units make a request worth its task even on a track of small units (two subchannels: 64 KiB), and three runs
+    // keep the disk busy while one is being handed out. That is 0.4 to 1 second of sound ahead, at most 3 MiB a reader.
+    static constexpr std::uint32_t UNITS_PER_RUN = 8;
+    static constexpr std::size_t RUNS_AHEAD = 3;
+
+    // A unit in memory. It stays there until *open_blocks, which its user raises and lowers, is back at zero; what the
+    // user does not raise before the next call of `next` is not kept.
+    struct Unit {
+        std::uint64_t index;
+        std::int32_t* words;
+        std::uint32_t* open_blocks;
+    };
+
+    UnitReadAhead(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes);
+    // Waits for what is under way.
+    ~UnitReadAhead();
+    UnitReadAhead(UnitReadAhead const&) = delete;
+    UnitReadAhead& operator=(UnitReadAhead const&) = delete;
+
+    // Waits for the next unit. On a failure gives the unit's message, and the next call tries that unit again.
+    KString next(Unit& unit);
+
+    // Leaves no run for a task to begin; what is being read goes on. For the end of the library.
+    void withdrawOffers();
+    // Waits until no task of any reader is left in the pool; false when the time was too short.
+    static bool waitForTasks(std::chrono::seconds at_most);
+
+  private:
+    class Run;
+
+    void keepReading();
+    void startAgainAt(std::uint64_t unit);
+    std::shared_ptr<Run> spareRun();
+
+    std::shared_ptr<TrackUnits> const units;
+    std::uint32_t const unit_size;
+    std::uint64_t next_unread = 0;               // the first unit that no run covers
+    std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
+    std::vector<std::shared_ptr<Run>> finished;  // handed out; reused once their blocks are no longer wanted
+};
+
+}  // namespace KelvonClip::hemlock
