@@ -5,6 +5,11 @@ if(KELVONCLIP_WERROR)
   target_compile_options(kelvonclip_build_flags INTERFACE -Werror)
 endif()
 
+# A symbol that is unique in the whole process would keep the library in memory for ever: it has to unload when asked.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+  target_compile_options(kelvonclip_build_flags INTERFACE -fno-gnu-unique)
+endif()
+
 # The sanitizers stand apart, because GoogleTest has to be built with them too but not with our warnings.
 add_library(kelvonclip_sanitizers INTERFACE)
 if(KELVONCLIP_SANITIZE)

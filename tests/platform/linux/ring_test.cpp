@@ -1,0 +1,278 @@
+// The life of a thread's ring: when it is made and closed, and what happens where the host refuses it, from the start or
+// later on.
+#include "platform/linux/io_queue.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <liburing.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/host_file.h"
+#include "support/buffer.h"
+#include "support/probe_request.h"
+#include "support/scratch.h"
+
+namespace KelvonClip::platform {
+namespace {
+
+using test::BLOCK;
+using test::Buffer;
+using test::ProbeRequest;
+using test::waitFor;
+
+// Rings that this process has open.
+std::size_t ringsOpen() {
+    std::size_t count = 0;
+    for (auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry.path(), gone) == "anon_inode:[io_uring]") ++count;
+    }
+    return count;
+}
+
+struct RingTest : testing::Test {
+    void SetUp() override {
+        useRings(true);
+        test::makeFile(folder.path / "clip", 64 * BLOCK);
+        file = HostFile::open(folder.file("clip").toUtf16(), FileAccess::read_write).file;
+        ASSERT_NE(file, nullptr);
+    }
+    void TearDown() override { useRings(true); }
+
+    bool readsWell(std::uint32_t block = 0) const {
+        Buffer read(BLOCK, 5);
+        ProbeRequest request;
+        if (!file->startRead(std::uint64_t{block} * BLOCK, BLOCK, read.memory, request)) return false;
+        waitFor(request);
+        Buffer const content(64 * BLOCK);
+        return !request.failed && request.transferred == BLOCK &&
+               std::memcmp(read.memory, content.memory + std::size_t{block} * BLOCK, BLOCK) == 0;
+    }
+
+    // Whether this host gives rings at all; in a container it may not.
+    static bool hostHasRings() {
+        io_uring ring;
+        if (::io_uring_queue_init(2, &ring, 0) != 0) return false;
+        ::io_uring_queue_exit(&ring);
+        return true;
+    }
+
+    ScratchFolder folder;
+    std::unique_ptr<HostFile> file;
+};
+
+TEST_F(RingTest, IsMadeAtTheFirstRequestAndClosedAtTheThreadsEnd) {
+    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
+    std::size_t const before = ringsOpen();
+    std::thread([&] {
+        EXPECT_EQ(ringsOpen(), before);
+        EXPECT_TRUE(readsWell());
+        EXPECT_EQ(ringsOpen(), before + 1);
+        EXPECT_TRUE(readsWell());
+        EXPECT_EQ(ringsOpen(), before + 1);
+    }).join();
+    EXPECT_EQ(ringsOpen(), before);
+}
+
+TEST_F(RingTest, SwitchMakesThreadsGetByWithout) {
+    useRings(false);
+    std::size_t const before = ringsOpen();
+    EXPECT_TRUE(readsWell());
+    EXPECT_EQ(ringsOpen(), before);
+}
+
+TEST_F(RingTest, ThreadThatEndsCompletesItsPendingRequests) {
+    for (bool rings : {true, false}) {
+        useRings(rings);
+        Buffer read(64 * BLOCK, 8);
+        std::vector<std::unique_ptr<ProbeRequest>> requests;
+        std::thread::id issuer;
+        std::thread thread([&] {
+            issuer = std::this_thread::get_id();
+            for (std::uint32_t at = 0; at < 64 * BLOCK; at += BLOCK) {
+                requests.push_back(std::make_unique<ProbeRequest>());
+                ASSERT_TRUE(file->startRead(at, BLOCK, read.memory + at, *requests.back()));
+            }
+        });
+        thread.join();
+        for (auto const& request : requests) {
+            EXPECT_EQ(request->completions, 1);
+            EXPECT_FALSE(request->failed);
+            EXPECT_EQ(request->thread, issuer);
+        }
+        EXPECT_EQ(read, Buffer(64 * BLOCK));
+    }
+}
+
+TEST_F(RingTest, RequestThatACompletionStartsAtTheThreadsEndCompletesToo) {
+    Buffer read(BLOCK, 8);
+    ProbeRequest second;
+    ProbeRequest first([&] { EXPECT_TRUE(file->startRead(0, BLOCK, read.memory, second)); });
+    std::thread([&] { ASSERT_TRUE(file->startRead(BLOCK, BLOCK, read.memory, first)); }).join();
+    EXPECT_EQ(first.completions, 1);
+    EXPECT_EQ(second.completions, 1);
+}
+
+// Objects with thread storage end before or after the ring does, in an order that nobody chooses.
+TEST_F(RingTest, ThreadsLateDestructorsMayStillUseFiles) {
+    struct Late {
+        ~Late() { good = test->readsWell(3); }
+        RingTest* test;
+        bool& good;
+    };
+    bool in_thread_storage = false, in_key = false;
+    static pthread_key_t key;  // made after the library's own, so its destructor comes later
+    static RingTest* current;
+    current = this;
+    std::thread([&] {
+        thread_local std::optional<Late> late;
+        EXPECT_TRUE(readsWell());
+        late.emplace(Late{this, in_thread_storage});
+        ASSERT_EQ(::pthread_key_create(&key, [](void* good) { *static_cast<bool*>(good) = current->readsWell(4); }), 0);
+        ASSERT_EQ(::pthread_setspecific(key, &in_key), 0);
+    }).join();
+    ::pthread_key_delete(key);
+    EXPECT_TRUE(in_thread_storage);
+    EXPECT_TRUE(in_key);
+}
+
+TEST_F(RingTest, ManyThreadsComeAndGoWithoutLeavingAnything) {
+    std::size_t const before = ringsOpen();
+    for (int round = 0; round < 20; ++round) {
+        std::vector<std::thread> threads;
+        for (std::uint32_t thread = 0; thread < 8; ++thread) {
+            threads.emplace_back([this, thread] { EXPECT_TRUE(readsWell(thread)); });
+        }
+        for (auto& thread : threads)
+            thread.join();
+    }
+    EXPECT_EQ(ringsOpen(), before);
+}
+
+// Runs `body` in a child process and tells whether it gave true.
+template <class Body>
+bool inChild(Body body) {
+    pid_t const child = ::fork();
+    if (child == 0) ::_exit(body() ? 0 : 1);
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// From here on the kernel answers one system call of this process with an error, as a container's filter does.
+bool forbid(unsigned system_call, unsigned error) {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, system_call, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog const filter{sizeof program / sizeof program[0], program};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(RingTest, HostThatRefusesRingsIsServedWithout) {
+    for (unsigned error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
+        EXPECT_TRUE(inChild([&] {
+            return forbid(__NR_io_uring_setup, error) && readsWell() && ringsOpen() == 0 && readsWell(63);
+        })) << error;
+    }
+}
+
+TEST_F(RingTest, DescriptorsThatRunOutAreNoReasonToFail) {
+    EXPECT_TRUE(inChild([&] {
+        // The next free number is beyond the limit.
+        int const next = ::dup(0);
+        struct rlimit const limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
+        ::close(next);
+        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && readsWell();
+    }));
+}
+
+TEST_F(RingTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
+    for (unsigned error : {EPERM, ENOSYS}) {
+        EXPECT_TRUE(inChild([&] {
+            if (!readsWell()) return false;
+            Buffer read(64 * BLOCK, 1);
+            std::vector<std::unique_ptr<ProbeRequest>> requests;
+            auto const start = [&](std::uint32_t block) {
+                requests.push_back(std::make_unique<ProbeRequest>());
+                std::uint32_t const at = block * BLOCK;
+                return file->startRead(at, BLOCK, read.memory + at, *requests.back());
+            };
+            // Some that the kernel has, most that it will never see.
+            for (std::uint32_t block = 0; block < 8; ++block) {
+                if (!start(block)) return false;
+            }
+            HostSemaphore semaphore(0, 1);
+            semaphore.waitAlertable(0);
+            for (std::uint32_t block = 8; block < 64; ++block) {
+                if (!start(block)) return false;
+            }
+            if (!forbid(__NR_io_uring_enter, error)) return false;
+            for (auto const& request : requests) {
+                waitFor(*request);
+                if (request->completions != 1 || request->failed) return false;
+            }
+            return read == Buffer(64 * BLOCK) && readsWell(5);
+        })) << error;
+    }
+}
+
+TEST_F(RingTest, PostStillWakesAThreadWhoseRingIsBarred) {
+    EXPECT_TRUE(inChild([&] {
+        if (!readsWell() || !forbid(__NR_io_uring_enter, EPERM)) return false;
+        for (int round = 0; round < 50; ++round) {
+            HostSemaphore semaphore(0, 1);
+            Buffer read(BLOCK, 1);
+            ProbeRequest request;
+            if (!file->startRead(0, BLOCK, read.memory, request)) return false;
+            std::thread poster([&semaphore] { semaphore.post(1); });
+            while (semaphore.waitAlertable(WAIT_FOREVER) != WaitResult::taken) {
+            }
+            poster.join();
+            waitFor(request);
+        }
+        return true;
+    }));
+}
+
+TEST_F(RingTest, ChildProcessBeginsAfreshAndLeavesTheParentsRequestsAlone) {
+    Buffer read(64 * BLOCK, 1);
+    EXPECT_TRUE(readsWell());
+    std::vector<std::unique_ptr<ProbeRequest>> requests;
+    for (std::uint32_t at = 0; at < 64 * BLOCK; at += BLOCK) {
+        requests.push_back(std::make_unique<ProbeRequest>());
+        ASSERT_TRUE(file->startRead(at, BLOCK, read.memory + at, *requests.back()));
+    }
+    EXPECT_TRUE(inChild([&] {
+        bool const good = readsWell(1) && readsWell(2);
+        for (auto const& request : requests) {
+            if (request->completions != 0) return false;
+        }
+        return good;
+    }));
+    for (auto const& request : requests) {
+        waitFor(*request);
+        EXPECT_EQ(request->completions, 1);
+        EXPECT_FALSE(request->failed);
+    }
+    EXPECT_EQ(read, Buffer(64 * BLOCK));
+}
+
+}  // namespace
+}  // namespace KelvonClip::platform

@@ -1,0 +1,119 @@
+// Loading and unloading a library that uses files: nothing of it stays behind, and what static objects write while it
+// ends arrives.
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <latch>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/buffer.h"
+#include "support/scratch.h"
+
+namespace KelvonClip::platform {
+namespace {
+
+std::size_t entriesOf(char const* folder) {
+    std::filesystem::directory_iterator const entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// Threads of the program, without the kernel's helpers of its rings.
+std::size_t threadsOfTheProgram() {
+    std::size_t count = 0;
+    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        if (name.rfind("iou-", 0) != 0) ++count;
+    }
+    return count;
+}
+
+// Threads that have been joined disappear from the list a moment later; those that have not never do.
+bool threadsComeDownTo(std::size_t expected) {
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (threadsOfTheProgram() != expected) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+bool mapped(std::string const& library) {
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        if (line.find(library) != std::string::npos) return true;
+    }
+    return false;
+}
+
+struct Module {
+    Module() : handle(::dlopen(UNLOAD_MODULE, RTLD_NOW | RTLD_LOCAL)) {
+        if (handle == nullptr) throw std::runtime_error(::dlerror());
+        use_file = reinterpret_cast<bool (*)(char const*, bool)>(::dlsym(handle, "useFile"));
+        write_at_the_end = reinterpret_cast<void (*)(char const*)>(::dlsym(handle, "writeAtTheEnd"));
+    }
+    void* handle;
+    bool (*use_file)(char const* path, bool in_background);
+    void (*write_at_the_end)(char const* path);
+};
+
+TEST(Unload, LeavesNoDescriptorThreadOrMemoryBehindWhileAThreadThatUsedItLivesOn) {
+    ScratchFolder const folder;
+    std::string const name = std::filesystem::path(UNLOAD_MODULE).filename().string();
+    for (int round = 0; round < 3; ++round) {
+        std::size_t const descriptors = entriesOf("/proc/self/fd");
+        std::size_t const threads = threadsOfTheProgram();
+        Module const module;
+        ASSERT_TRUE(mapped(name));
+        EXPECT_TRUE(module.use_file((folder.path / "main").c_str(), false));
+        EXPECT_TRUE(module.use_file((folder.path / "pool").c_str(), true));
+        std::thread([&] { EXPECT_TRUE(module.use_file((folder.path / "short").c_str(), false)); }).join();
+        std::latch used(1), unloaded(1);
+        std::thread idle([&] {
+            EXPECT_TRUE(module.use_file((folder.path / "idle").c_str(), false));
+            used.count_down();
+            unloaded.wait();
+        });  // ends after the library: nothing may call into it then
+        used.wait();
+        auto const last = folder.path / ("last" + std::to_string(round));
+        module.write_at_the_end(last.c_str());
+
+        ASSERT_EQ(::dlclose(module.handle), 0);
+        EXPECT_FALSE(mapped(name));
+        EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+        EXPECT_TRUE(threadsComeDownTo(threads + 1)) << "the idle thread, none of the pool's";
+        EXPECT_EQ(std::filesystem::file_size(last), 4 * test::BLOCK);
+        unloaded.count_down();
+        idle.join();
+    }
+}
+
+TEST(Unload, StaticObjectsWriteAtTheEndOfTheProcess) {
+    ScratchFolder const folder;
+    auto const last = folder.path / "last";
+    pid_t const child = ::fork();
+    if (child == 0) {
+        Module const module;
+        bool const used = module.use_file((folder.path / "used").c_str(), false) &&
+                          module.use_file((folder.path / "pool").c_str(), true);
+        module.write_at_the_end(last.c_str());
+        std::exit(used ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(std::filesystem::file_size(last), 4 * test::BLOCK);
+}
+
+}  // namespace
+}  // namespace KelvonClip::platform
