@@ -78,5 +78,14 @@ TEST(KMutexLock, KeepsThreadsApart) {
     EXPECT_EQ(unguarded, 4000);
 }
 
+TEST(KMutexLock, TheMemoryOfALockerServesTheNext) {
+    KMutexLock const mutex;
+    auto const* const first = mutex.lock().get();
+    auto const outer = mutex.lock();
+    EXPECT_EQ(outer.get(), first);
+    auto const inner = mutex.lock();  // one at a time is kept; a second has its own
+    EXPECT_NE(inner.get(), first);
+}
+
 }  // namespace
 }  // namespace KelvonClip
