@@ -6,11 +6,12 @@
 //
 // Locks, outermost first; none of them is held while calling code outside the library:
 //   1. the open lock: serialises opening and closing, I/O included
-//   2. the track-opening lock: serialises lazy track opening and the destruction of entries, I/O included. A clip that
-//      is opened again while the last user of its former entry lets go therefore finds that entry's containers either
-//      alive, and shares them, or written back in full.
+//   2. the track-opening lock: serialises lazy track opening, I/O included
 //   3. the directory's and the handle space's locks: held for look-ups, insertions and erasures only, never during I/O,
 //      and never while an entry may be destroyed
+// Destroying an entry closes its containers, which write back what they hold; it takes none of these locks. Who opens
+// the clip again meanwhile shares a container that is still alive or waits until it is written back: the virtual files
+// see to that.
 // The registry is made on first use and lives until the process ends. When the library is unloaded or the process
 // leaves with clips still open, the entries are unregistered, so that their containers write back what they hold.
 #pragma once

@@ -1,0 +1,248 @@
+#include "clip/clip_directory.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "foundation/exported.h"
+#include "foundation/kassert.h"
+#include "vfile/vfilefile.h"
+#include "vfile/vfileoffset.h"
+
+namespace KelvonClip {
+
+namespace {
+
+// How long unloading waits for queries on other threads.
+constexpr std::chrono::seconds UNLOAD_PATIENCE{2};
+
+using Entry = std::shared_ptr<OpenFileEntry>;
+
+struct ClipDirectory {
+    std::map<KString, Entry> by_name;
+    std::map<std::uint32_t, Entry> by_clip_handle;
+    std::map<std::uint32_t, Entry> by_track_handle;
+
+    bool holds(OpenFileEntry const& entry) const {
+        auto const found = by_clip_handle.find(entry.handle.number());
+        return found != by_clip_handle.end() && found->second.get() == &entry;
+    }
+};
+
+// Closes what is still open when the library goes.
+struct AtUnload {
+    ~AtUnload() {
+        // A lock that the host refuses now leaves the clips as they are; nobody is there to be told.
+        static_cast<void>(guarded([] { return closeAllClips(), KString(); }));
+    }
+};
+
+KProtect<ClipDirectory>& directory() {
+    static auto& open_clips = *new KProtect<ClipDirectory>;
+    return open_clips;
+}
+
+KMutexLock& openLock() {
+    static auto& lock = *new KMutexLock;
+    return lock;
+}
+
+KMutexLock& trackOpeningLock() {
+    static auto& lock = *new KMutexLock;
+    return lock;
+}
+
+// Entries that exist, registered or not.
+std::atomic<unsigned>& entryCount() {
+    static auto& count = *new std::atomic<unsigned>(0);
+    return count;
+}
+
+// Closes the entry's containers, with I/O: never to be called under the directory's lock.
+void destroyEntry(OpenFileEntry* entry) {
+    delete entry;
+    entryCount().fetch_sub(1);
+}
+
+template <class... Arguments>
+Entry makeEntry(Arguments&&... arguments) {
+    auto made = std::make_unique<OpenFileEntry>(std::forward<Arguments>(arguments)...);
+    entryCount().fetch_add(1);
+    return Entry(made.release(), destroyEntry);
+}
+
+template <class Key>
+Entry findIn(std::map<Key, Entry> ClipDirectory::*map, Key const& key) {
+    auto const item = directory().lock();
+    auto const& entries = item.value.*map;
+    auto const found = entries.find(key);
+    return found == entries.end() ? nullptr : found->second;
+}
+
+void registerEntry(Entry const& entry) {
+    // Made after everything that start-up and the first reads have made, so it goes before any of that.
+    static AtUnload at_unload;
+    // The nodes are made beforehand: moving them over cannot fail, so an entry is in both maps or in none.
+    std::map<KString, Entry> name{{entry->file_name, entry}};
+    std::map<std::uint32_t, Entry> handle{{entry->handle.number(), entry}};
+    auto item = directory().lock();
+    item.value.by_name.merge(name);
+    item.value.by_clip_handle.merge(handle);
+}
+
+// The caller holds another reference, so that the entry outlives the lock.
+void unregisterEntry(OpenFileEntry const& entry) {
+    auto item = directory().lock();
+    item.value.by_name.erase(entry.file_name);
+    item.value.by_clip_handle.erase(entry.handle.number());
+    if (!entry.extra) return;
+    for (auto const& open_track : entry.extra->tracks)
+        item.value.by_track_handle.erase(open_track.handle.number());
+}
+
+struct OpenedClip {
+    KString error;
+    std::shared_ptr<Clip> clip;
+    std::shared_ptr<MetaObject const> meta;
+};
+
+// Reads the header of a clip file and builds the clip from it.
+OpenedClip buildClip(std::shared_ptr<VFileObject> const& file, bool read_only) {
+    HeaderRead const header = readClipHeader(*file);
+    bool const child = header.error == KString("XML header is a child clip header");
+    if (!header.error.empty() && !child) return {header.error, nullptr, nullptr};
+
+    auto area = VFileOffset::section(file, CLIP_HEADER_SIZE);
+    if (!area.error.empty()) return {area.error, nullptr, nullptr};
+    auto const settings = child ? ClipSettings::ofChild(*header.meta) : ClipSettings::of(*header.meta);
+    return {{}, std::make_shared<Clip>(settings, std::move(area.file), read_only), header.meta};
+}
+
+bool tracksAreOpen(OpenFileEntry const& entry) {
+    auto const item = directory().lock();
+    return entry.extra != nullptr;
+}
+
+// A track that cannot be opened, for whatever reason, is left out without any report.
+std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& meta) {
+    std::vector<std::unique_ptr<Track>> tracks;
+    for (XmlElement const* track_meta : meta.track_meta) {
+        Track::Opened opened;
+        KString const error = guarded([&] {
+            opened = Track::open(clip, *track_meta);
+            return opened.error;
+        });
+        if (error.empty()) tracks.push_back(std::move(opened.track));
+    }
+    return tracks;
+}
+
+void openTracks(Entry const& entry) {
+    if (tracksAreOpen(*entry)) return;
+    auto const opening = trackOpeningLock().lock();
+    if (tracksAreOpen(*entry)) return;
+
+    auto tracks = openTracksOf(*entry->clip, *entry->meta);
+    auto extra = std::make_shared<OpenFileEntry::Extra>();
+    std::map<std::uint32_t, Entry> by_track_handle;
+    for (auto const& track : tracks) {
+        auto const number = extra->tracks.emplace_back(*track).handle.number();
+        extra->track_handle_to_track.emplace(number, track.get());
+        by_track_handle.emplace(number, entry);
+    }
+    entry->clip->adoptTracks(std::move(tracks));
+
+    auto item = directory().lock();
+    entry->extra = std::move(extra);
+    // A clip that was closed meanwhile must not come back by way of its tracks: this query still gets its answer, but
+    // the track handles name nothing.
+    if (item.value.holds(*entry)) item.value.by_track_handle.merge(by_track_handle);
+}
+
+}  // namespace
+
+OpenFileEntry::OpenFileEntry(KString name, bool opened_read_only, std::shared_ptr<VFileObject> clip_file,
+                             std::shared_ptr<Clip> opened_clip, std::shared_ptr<MetaObject const> meta_object)
+    : file_name(std::move(name)), read_only(opened_read_only), file(std::move(clip_file)), clip(std::move(opened_clip)),
+      meta(std::move(meta_object)) {}
+
+KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file) {
+    if (name.empty()) return "Invalid filename";
+    if (handle == nullptr) return "Invalid clip handle";
+    auto const opening = openLock().lock();
+
+    if (Entry const open = findIn(&ClipDirectory::by_name, name)) {
+        ++open->open_count;
+        *handle = open->handle.number();
+        return {};
+    }
+    if (!file) {
+        auto opened = VFileFile::open(name, read_only);
+        if (!opened.error.empty()) return opened.error;
+        // A host that refuses without saying why leaves neither a text nor a file.
+        if (!opened.file) return "Internal error";
+        file = std::move(opened.file);
+    }
+    auto built = buildClip(file, read_only);
+    if (!built.error.empty()) return built.error;
+
+    Entry const entry = makeEntry(name, read_only, std::move(file), std::move(built.clip), std::move(built.meta));
+    registerEntry(entry);
+    *handle = entry->handle.number();
+    return {};
+}
+
+void closeClip(std::uint32_t handle) {
+    // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
+    auto const closing = openLock().lock();
+    Entry const entry = findClip(handle);
+    if (!entry || --entry->open_count > 0) return;
+    unregisterEntry(*entry);
+}
+
+bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, name) != nullptr; }
+
+std::shared_ptr<OpenFileEntry> findClip(std::uint32_t handle, OpenTracks open_tracks) {
+    Entry entry = findIn(&ClipDirectory::by_clip_handle, handle);
+    if (entry && open_tracks == OpenTracks::yes) openTracks(entry);
+    return entry;
+}
+
+FoundTrack findTrack(std::uint32_t handle) {
+    FoundTrack found;  // outlives the lock: the last reference to an entry is never dropped under it
+    auto const item = directory().lock();
+    auto const owner = item.value.by_track_handle.find(handle);
+    if (owner == item.value.by_track_handle.end()) return found;
+
+    Entry const& ent = owner->second;
+    if (!kassert(ent != nullptr, "kelvon_clip", __LINE__, "ent != nullptr")) return found;
+    auto const& extra = ent->extra;
+    if (!kassert(extra != nullptr, "kelvon_clip", __LINE__, "extra != nullptr")) return found;
+    auto const it2 = extra->track_handle_to_track.find(handle);
+    if (!kassert(it2 != extra->track_handle_to_track.end(), "kelvon_clip", __LINE__,
+                 "it2 != extra->track_handle_to_track.end ()"))
+        return found;
+    found.entry = ent;
+    found.track = it2->second;
+    return found;
+}
+
+void closeAllClips() {
+    ClipDirectory closed;
+    {
+        auto item = directory().lock();
+        std::swap(closed, item.value);
+    }
+    closed = {};  // most entries go here
+
+    // The others go with the last query that holds them. Where the threads of those queries are gone already (a process
+    // that leaves may have lost them), they never do.
+    auto const deadline = std::chrono::steady_clock::now() + UNLOAD_PATIENCE;
+    while (entryCount().load() > 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,117 @@
+// The exported clip functions: each looks its clip up and asks one question of it.
+
+#include <kelvonclip/kelvon_clip.h>
+
+#include <algorithm>
+
+#include "clip/clip_directory.h"
+#include "foundation/exported.h"
+
+namespace KelvonClip {
+
+namespace {
+
+// The answer of an open clip, or the neutral value for an unknown handle. The clip stays alive for the question.
+template <class Result, class Question>
+Result askClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Question&& question) noexcept {
+    return exportedQuery(neutral, [&] {
+        auto const entry = findClip(handle, open_tracks);
+        return entry ? question(*entry) : neutral;
+    });
+}
+
+// A value kept in the header's meta data.
+template <class Value>
+Value metaValue(std::uint32_t handle, Value neutral, Value MetaObject::*member) noexcept {
+    return askClip(handle, neutral, OpenTracks::no,
+                   [&](OpenFileEntry const& clip) { return clip.meta.get()->*member; });
+}
+
+template <class Value>
+void store(Value* out, Value value) {
+    if (out) *out = value;
+}
+
+KString clipTimecode(MetaObject const& meta, unsigned int* timecode, bool* drop_frame) {
+    if (meta.striped || meta.tc0_striped) {
+        store(timecode, meta.timecode);
+        store(drop_frame, meta.drop_frame);
+        return {};
+    }
+    if (!meta.timecode_track && !meta.timecode_valid) return "Timecode not found in header";
+    store(timecode, 0u);
+    store(drop_frame, meta.drop_frame);
+    return meta.timecode_track ? "TC in track" : "";
+}
+
+}  // namespace
+
+wchar_t const* clip_open(wchar_t const* file_name, unsigned int* handle) {
+    return exported([&] { return openClip(file_name, true, handle); });
+}
+
+wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle) {
+    return exported([&] { return openClip(file_name, false, handle); });
+}
+
+void clip_close(unsigned int clip) {
+    exportedQuery(false, [&] { return closeClip(clip), true; });
+}
+
+// KEEP: an unknown clip counts as a child clip.
+bool clip_get_is_child_clip(unsigned int clip) { return metaValue(clip, true, &MetaObject::child_clip); }
+
+std::uint64_t clip_get_last_loaded(unsigned int clip) {
+    return metaValue(clip, std::uint64_t{0}, &MetaObject::last_loaded);
+}
+std::uint64_t clip_get_last_unloaded(unsigned int clip) {
+    return metaValue(clip, std::uint64_t{0}, &MetaObject::last_unloaded);
+}
+std::uint64_t clip_get_last_played(unsigned int clip) {
+    return metaValue(clip, std::uint64_t{0}, &MetaObject::last_played);
+}
+std::uint64_t clip_get_last_meta_edit(unsigned int clip) {
+    return metaValue(clip, std::uint64_t{0}, &MetaObject::last_meta_edit);
+}
+std::uint64_t clip_get_last_content_edit(unsigned int clip) {
+    return metaValue(clip, std::uint64_t{0}, &MetaObject::last_content_edit);
+}
+
+unsigned int clip_get_length(unsigned int clip) {
+    return askClip(clip, 0u, OpenTracks::yes, [](OpenFileEntry const& entry) {
+        unsigned int longest = 0;
+        for (auto const& open_track : entry.extra->tracks)
+            longest = std::max(longest, open_track.track.lengthInFields());
+        return longest & ~1u;  // whole frames
+    });
+}
+
+wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool* drop_frame) {
+    return exported([&]() -> KString {
+        auto const entry = findClip(clip);
+        if (!entry) return "invalid clip handle";  // KEEP: lower-case, unlike the message of clip_open
+        return clipTimecode(*entry->meta, timecode, drop_frame);
+    });
+}
+
+bool clip_timecode_valid(unsigned int clip) { return metaValue(clip, false, &MetaObject::timecode_valid); }
+
+VideoStandard clip_get_video_standard(unsigned int clip) {
+    return askClip(clip, VideoStandard::none, OpenTracks::no, [](OpenFileEntry const& entry) {
+        return toVideoStandard(entry.meta->resolution, entry.meta->frequency);
+    });
+}
+
+unsigned int clip_track_count(unsigned int clip) {
+    return askClip(clip, 0u, OpenTracks::yes,
+                   [](OpenFileEntry const& entry) { return static_cast<unsigned int>(entry.extra->tracks.size()); });
+}
+
+unsigned int clip_get_track(unsigned int clip, unsigned int index) {
+    return askClip(clip, 0u, OpenTracks::yes, [index](OpenFileEntry const& entry) {
+        auto const& tracks = entry.extra->tracks;
+        return index < tracks.size() ? tracks[index].handle.number() : 0u;
+    });
+}
+
+}  // namespace KelvonClip

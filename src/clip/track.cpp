@@ -1,0 +1,142 @@
+#include "clip/track.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "clip/clip.h"
+#include "foundation/kassert.h"
+#include "vfile/vfile_builder.h"
+
+namespace KelvonClip {
+
+namespace {
+
+constexpr std::uint32_t UINT_LIMIT = std::numeric_limits<std::uint32_t>::max();
+
+constexpr char const* INVALID_TRACK = "Read from invalid track";  // KEEP: for writes too
+constexpr char const* NULL_BUFFER = "Invalid argument (null pointer)";
+
+std::uint32_t saturated(std::uint64_t number) {
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(number, UINT_LIMIT));
+}
+
+// The transfer of one unit by way of a pool buffer. Stands between the file and the caller's completion object: when
+// the file's requests are done it hands a unit that was read over to the caller, gives the buffer back and lets go of
+// the caller's object, in this order.
+class PooledTransfer : public CIO::CIOObject {
+  public:
+    // `destination` receives `unit_size` bytes of a unit that was read; null for a write.
+    PooledTransfer(std::unique_ptr<UnitBufferPool::Buffer> pool_buffer, void* destination, std::uint32_t unit_size,
+                   std::shared_ptr<CIO::CIOObject> caller_done)
+        : buffer(std::move(pool_buffer)), caller_buffer(destination), size(unit_size), done(std::move(caller_done)) {}
+
+    void complete() override {
+        if (KString const* text = error())
+            done->setError(*text);
+        else if (caller_buffer)
+            std::memcpy(caller_buffer, buffer->data(), size);
+        buffer.reset();
+        done.reset();
+    }
+
+  private:
+    std::unique_ptr<UnitBufferPool::Buffer> buffer;
+    void* caller_buffer;
+    std::uint32_t size;
+    std::shared_ptr<CIO::CIOObject> done;
+};
+
+}  // namespace
+
+Track::Opened Track::open(Clip& parent, XmlElement const& track_meta) {
+    XmlElement const& type = track_meta.child("TrackType");
+    XmlElement const& vfile = track_meta.child("VFile");
+    if (type.invalid || vfile.invalid) return {"Bad track XML", nullptr};
+
+    TrackFormat const format = describeTrackFormat(type.text, parent.videoStandard());
+    auto const& area = parent.trackDataArea();
+    auto built = buildVFile(vfile, parent.readOnly(), area->name(), area);
+    if (!built.error.empty()) return {built.error, nullptr};
+    // A host that refuses a file without saying why leaves neither a text nor a file.
+    if (!built.file) return {"Internal error", nullptr};
+    return {{}, std::make_unique<Track>(parent, format, std::move(built.file))};
+}
+
+Track::Track(Clip& owner, TrackFormat const& format, std::shared_ptr<VFileObject> units)
+    : parent(owner), file(std::move(units)), track_format(format), stored_unit_size(format.stored_unit_size),
+      trim_start(owner.settings().trim_start), trim_end(owner.settings().trim_end),
+      unit_buffer_pool(format.stored_unit_size) {}
+
+VideoStandard Track::videoStandard() const { return parent.videoStandard(); }
+VideoFrequency Track::videoFrequency() const { return parent.settings().frequency; }
+bool Track::tc0Striped() const { return parent.settings().tc0_striped; }
+
+Track::Window Track::window() const {
+    if (!track_format.valid) return {0, 0};
+    std::uint64_t const whole_units = file->length() / stored_unit_size;
+    kassert(whole_units <= UINT_LIMIT, "track", __LINE__, "l <= UINT_MAX");
+    std::uint32_t const units = saturated(whole_units);
+    if (units < 2) return {0, units};  // nothing to trim
+
+    std::uint32_t const head = std::min(trim_start / fieldsPerUnit(), units - 2);
+    std::uint32_t const tail = std::min(trim_end / fieldsPerUnit(), units - head - 2);
+    return {head, units - head - tail};
+}
+
+std::uint32_t Track::lengthInUnits() const { return window().length; }
+
+std::uint32_t Track::lengthInFields() const { return saturated(std::uint64_t{lengthInUnits()} * fieldsPerUnit()); }
+
+// No sum or product can wrap: a stored unit has less than 2^24 bytes, a unit number at most 33 bits.
+std::uint64_t Track::positionOf(std::uint32_t unit, std::uint32_t head) const {
+    return stored_unit_size * (std::uint64_t{unit} + head);
+}
+
+void Track::readUnit(std::uint32_t unit, void* buffer, std::shared_ptr<CIO::CIOObject> done) {
+    if (!track_format.valid) return done->setError(INVALID_TRACK);
+    if (!kassert(buffer != nullptr, "track", __LINE__, "buf != 0")) return done->setError(NULL_BUFFER);
+
+    auto const [head, length] = window();
+    if (unit >= length) {
+        std::memset(buffer, 0, unitSize());
+        return;
+    }
+    std::uint64_t const position = positionOf(unit, head);
+    if (unitSize() == stored_unit_size && isAlignedForDirectIO(buffer))
+        return file->read(position, stored_unit_size, buffer, std::move(done));
+
+    auto pooled = unit_buffer_pool.take();
+    auto* const data = pooled->data();
+    file->read(position, stored_unit_size, data,
+               CIO::makeCompletion<PooledTransfer>(std::move(pooled), buffer, unitSize(), std::move(done)));
+}
+
+void Track::writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size,
+                      std::shared_ptr<CIO::CIOObject> done) {
+    if (size > unitSize()) return done->setError("Buffer is too large");
+    if (!kassert(buffer != nullptr, "track", __LINE__, "buf != 0")) return done->setError(NULL_BUFFER);
+    if (!track_format.valid) return done->setError(INVALID_TRACK);
+
+    parent.raiseWrittenLength(written_length, saturated((std::uint64_t{unit} + 1) * fieldsPerUnit()));
+    std::uint64_t const position = positionOf(unit, window().head);
+    if (size == stored_unit_size && isAlignedForDirectIO(buffer))
+        return file->write(position, stored_unit_size, buffer, std::move(done));
+
+    auto pooled = unit_buffer_pool.take();
+    auto* const data = pooled->data();
+    std::memcpy(data, buffer, size);  // the rest of a pool buffer is zero
+    file->write(position, stored_unit_size, data,
+                CIO::makeCompletion<PooledTransfer>(std::move(pooled), nullptr, 0u, std::move(done)));
+}
+
+KString Track::readUnit(std::uint32_t unit, void* buffer) {
+    return CIO::runSync([&](std::shared_ptr<CIO::CIOObject> done) { readUnit(unit, buffer, std::move(done)); });
+}
+
+KString Track::writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size) {
+    return CIO::runSync([&](std::shared_ptr<CIO::CIOObject> done) { writeUnit(unit, buffer, size, std::move(done)); });
+}
+
+}  // namespace KelvonClip

@@ -1,0 +1,58 @@
+// Clip files made by hand, in the standard library's types only: header texts and header areas.
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+
+namespace KelvonClip::test {
+
+constexpr std::size_t HEADER_AREA = 32768;
+
+inline std::string element(std::string const& name, std::string const& content) {
+    return "<" + name + ">" + content + "</" + name + ">";
+}
+
+// A VFile element for bytes [start, start + length) of the track data area.
+inline std::string rangeOfThisFile(std::uint64_t start, std::uint64_t length) {
+    return element("VFile", element("Partition", element("Start", std::to_string(start)) +
+                                                     element("Length", std::to_string(length)) +
+                                                     element("VFile", element("ThisFile", ""))));
+}
+
+inline std::string trackMeta(std::string const& type, std::string const& vfile) {
+    return element("TrackMeta", element("TrackType", type) + vfile);
+}
+
+// The text of a clip's header; `rest` are the elements beside the standard and the tracks.
+inline std::string clipHeaderText(std::string const& standard, std::string const& tracks,
+                                  std::string const& rest = "") {
+    return element("KelvonClipMeta1", element("VideoStandard", standard) + element("TrackMetaVector", tracks) + rest);
+}
+
+inline std::string childHeaderText(std::string const& rest) {
+    return element("KelvonClipMeta1", element("ParentClip", "parent") + rest);
+}
+
+inline std::string headerArea(std::string text) {
+    text.resize(HEADER_AREA, ' ');
+    return text;
+}
+
+inline void writeFile(std::wstring const& name, std::string const& bytes) {
+    std::ofstream file(std::string(name.begin(), name.end()), std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+// A unit's worth of bytes that differ from those of every other seed.
+inline std::string patternBytes(std::size_t size, std::uint32_t seed) {
+    std::string bytes(size, '\0');
+    std::uint32_t state = seed * 2654435761u + 1;
+    for (auto& byte : bytes) {
+        state = state * 1664525u + 1013904223u;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+}  // namespace KelvonClip::test
