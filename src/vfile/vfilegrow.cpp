@@ -72,12 +72,14 @@ std::uint64_t VFileGrow::length() { return length_bytes; }
 void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer, std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes) || !rangeWithin(position, length, GREATEST_LENGTH))
         return done->setError("Read beyond end of grow file");
+    if (length == 0) return;
     host->read(position + DATA_AT, length, buffer, std::move(done));
 }
 
 void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* buffer,
                       std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, GREATEST_LENGTH)) return done->setError("Write beyond end of grow file");
+    if (length == 0) return;
     std::uint64_t const end = position + length;
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
 
