@@ -220,8 +220,9 @@ TEST_P(LinuxFileTest, LongestRequestOfAllEndsWithTheFile) {
     auto const file = open(FileAccess::read_only);
     FoldedMemory const folded(std::size_t{LONGEST} + 1);
     EXPECT_EQ(read(*file, 0, LONGEST, folded.memory), moved(1000));
-    EXPECT_EQ(read(*file, 0, LONGEST - BLOCK + 1, folded.memory), moved(1000)) << "an aligned length";
     EXPECT_EQ(std::memcmp(folded.memory, Buffer(1000).memory, 1000), 0);
+    // Of an aligned length. What the host leaves in the buffer behind the bytes that were there is its own affair.
+    EXPECT_EQ(read(*file, 0, LONGEST - BLOCK + 1, folded.memory), moved(1000));
 }
 
 TEST_P(LinuxFileTest, WriteThatTheHostCutsShortAndThenRefusesHasFailed) {
