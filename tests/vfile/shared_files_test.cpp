@@ -1,0 +1,210 @@
+#include "vfile/shared_files.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <latch>
+#include <stdexcept>
+#include <thread>
+
+#include "support/disk_image.h"
+#include "support/memory_file.h"
+#include "vfile/vfilegrow.h"
+#include "vfile/vfilesparse2.h"
+
+namespace KelvonClip {
+namespace {
+
+using test::MemoryFile;
+using test::pattern;
+using test::WrappedFile;
+
+struct Thing {
+    explicit Thing(std::function<void()> at_end = {}) : closing(std::move(at_end)) {}
+    ~Thing() {
+        if (closing) closing();
+    }
+    std::function<void()> closing;
+};
+using Things = SharedFiles<int, Thing>;
+
+MadeFile<Thing> thing() { return {{}, std::make_unique<Thing>()}; }
+
+TEST(SharedFiles, OpenersOfOneKeyShareWhatTheFirstOneMade) {
+    Things files;
+    int made = 0;
+    auto const make = [&] { return ++made, thing(); };
+    auto const first = files.open(1, nullptr, make), second = files.open(1, nullptr, make);
+    EXPECT_EQ(first.file, second.file);
+    EXPECT_NE(files.open(2, nullptr, make).file, first.file);
+    EXPECT_EQ(made, 2);
+}
+
+TEST(SharedFiles, AFailedOpeningLeavesNothingBehind) {
+    Things files;
+    auto const failed = files.open(1, nullptr, [] { return MadeFile<Thing>{"no", nullptr}; });
+    EXPECT_EQ(failed.error, KString("no"));
+    EXPECT_EQ(failed.file, nullptr);
+    EXPECT_THROW(files.open(1, nullptr, []() -> MadeFile<Thing> { throw std::runtime_error("fault"); }),
+                 std::runtime_error);
+    EXPECT_THROW(files.whileClosed(1, nullptr, "open", []() -> KString { throw std::runtime_error("fault"); }),
+                 std::runtime_error);
+    EXPECT_NE(files.open(1, nullptr, thing).file, nullptr);
+}
+
+TEST(SharedFiles, WorkOnAClosedFileIsRefusedWhileItIsOpen) {
+    Things files;
+    auto opened = files.open(1, nullptr, thing);
+    EXPECT_EQ(files.whileClosed(1, nullptr, "open", [] { return KString(); }), KString("open"));
+    EXPECT_EQ(files.whileClosed(2, nullptr, "open", [] { return KString("done"); }), KString("done"));
+    opened.file.reset();
+    EXPECT_EQ(files.whileClosed(1, nullptr, "open", [] { return KString("done"); }), KString("done"));
+}
+
+TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {
+    Things files;
+    auto host = std::make_shared<MemoryFile>();
+    std::weak_ptr<MemoryFile> const watched = host;
+    bool lived = false;
+    auto opened = files.open(1, host, [&] {
+        return MadeFile<Thing>{{}, std::make_unique<Thing>([&] { lived = !watched.expired(); })};
+    });
+    host.reset();
+    opened.file.reset();
+    EXPECT_TRUE(lived);
+    EXPECT_TRUE(watched.expired());
+}
+
+// --- A file that is closing is not opened or created until it is closed ---
+
+// Holds up the writes that a closing container makes until told to go on, and writes down who came when.
+struct SlowHost : WrappedFile {
+    using WrappedFile::WrappedFile;
+    std::atomic<bool> slow{false};
+    std::latch in_write{1}, go_on{1};
+    std::atomic<bool> written{false}, touched_early{false};
+
+    void read(std::uint64_t position, std::uint32_t length, void* buffer,
+              std::shared_ptr<CIO::CIOObject> done) override {
+        if (slow && !written) touched_early = true;
+        inner->read(position, length, buffer, std::move(done));
+    }
+    void write(std::uint64_t position, std::uint32_t length, void const* buffer,
+               std::shared_ptr<CIO::CIOObject> done) override {
+        if (slow.exchange(false)) {
+            in_write.count_down();
+            slow = true;
+            go_on.wait();
+            inner->write(position, length, buffer, std::move(done));
+            slow = false;
+            written = true;
+            return;
+        }
+        if (in_write.try_wait() && !written) touched_early = true;
+        inner->write(position, length, buffer, std::move(done));
+    }
+
+    // Closes `file` on one thread and runs `meanwhile` on another while the closing write is held up.
+    template <class File, class Meanwhile>
+    auto race(std::shared_ptr<File> file, Meanwhile meanwhile) {
+        slow = true;
+        std::thread closer([closing = std::move(file)]() mutable { closing.reset(); });
+        in_write.wait();
+        std::latch started{1};
+        auto other = std::async(std::launch::async, [&] {
+            started.count_down();
+            return meanwhile();
+        });
+        started.wait();
+        for (int i = 0; i < 1000; ++i)
+            std::this_thread::yield();  // room for a wrong opener to come too early
+        go_on.count_down();
+        auto result = other.get();
+        closer.join();
+        EXPECT_FALSE(touched_early);
+        return result;
+    }
+};
+
+TEST(ContainerClosing, AGrowFileIsOpenedAgainWithTheLengthThatClosingWrites) {
+    auto const host = std::make_shared<SlowHost>(std::make_shared<MemoryFile>());
+    VFileGrow::create(host);
+    auto file = VFileGrow::open(host, false).file;
+    file->writeSync(0, 4096, pattern(0, 4096).data());
+    auto const again = host->race(std::move(file), [&] { return VFileGrow::open(host, false); });
+    ASSERT_NE(again.file, nullptr) << again.error.toUtf8();
+    EXPECT_EQ(again.file->length(), 4096u);
+}
+
+TEST(ContainerClosing, ASparseFileIsOpenedAgainWithTheMapThatClosingWrites) {
+    auto const host = std::make_shared<SlowHost>(std::make_shared<MemoryFile>());
+    VFileSparse2::create(host, 1 << 30);
+    auto file = VFileSparse2::open(host, false).file;
+    file->writeSync(4096, 4096, pattern(4096, 4096).data());
+    auto const again = host->race(std::move(file), [&] { return VFileSparse2::open(host, false); });
+    ASSERT_NE(again.file, nullptr) << again.error.toUtf8();
+    EXPECT_EQ(again.file->allocatedFrom(4096), 4096u);
+}
+
+TEST(ContainerClosing, CreationWaitsUntilTheOldFileIsClosed) {
+    auto const memory = std::make_shared<MemoryFile>();
+    auto const host = std::make_shared<SlowHost>(memory);
+    VFileSparse2::create(host, 1 << 30);
+    auto file = VFileSparse2::open(host, false).file;
+    file->writeSync(4096, 4096, pattern(4096, 4096).data());
+    EXPECT_EQ(host->race(std::move(file), [&] { return VFileSparse2::create(host, 1 << 20); }), KString());
+    auto const image = test::Sparse2Image::read(*memory);
+    EXPECT_EQ(image.length, 1u << 20);
+    EXPECT_TRUE(image.extents.empty()) << "what closing wrote came first";
+}
+
+// Many threads open, write and drop the same container: each finds everything that was written before.
+TEST(ContainerClosing, NothingIsLostBetweenClosingAndOpeningFromManyThreads) {
+    constexpr std::uint64_t THREADS = 8, ROUNDS = 60;
+    auto const memory = std::make_shared<MemoryFile>();
+    std::shared_ptr<VFileObject> const host = memory;
+    ASSERT_EQ(VFileSparse2::create(host, 1 << 30), KString());
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (std::uint64_t t = 0; t < THREADS; ++t)
+        threads.emplace_back([&, t] {
+            std::vector<std::byte> buffer(512);
+            for (std::uint64_t round = 0; round < ROUNDS; ++round) {
+                auto opened = VFileSparse2::open(host, false);
+                if (!opened.file) {
+                    ++failures;
+                    return;
+                }
+                for (std::uint64_t earlier = 0; earlier < round; ++earlier) {
+                    std::uint64_t const position = (t << 20) + earlier * 1024;
+                    if (!opened.file->readSync(position, 512, buffer.data()).empty() ||
+                        buffer != pattern(position, 512))
+                        ++failures;
+                }
+                std::uint64_t const position = (t << 20) + round * 1024;
+                if (!opened.file->writeSync(position, 512, pattern(position, 512).data()).empty()) ++failures;
+                // Creation never gets in between.
+                if (KString const refused = VFileSparse2::create(host, 1);
+                    refused != KString("Cannot create Sparse while same Sparse file is open"))
+                    ++failures;
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(test::Sparse2Image::read(*memory).extents.size(), THREADS * ROUNDS);
+}
+
+// Hosts come and go at the same addresses: an address never brings back the file of a host that is gone.
+TEST(ContainerClosing, AnAddressThatIsUsedAgainStandsForTheNewHost) {
+    for (std::uint64_t round = 1; round <= 200; ++round) {
+        std::shared_ptr<VFileObject> const host = std::make_shared<MemoryFile>();
+        ASSERT_EQ(VFileSparse2::create(host, round * 4096), KString());
+        ASSERT_EQ(VFileSparse2::open(host, false).file->length(), round * 4096);
+    }
+}
+
+}  // namespace
+}  // namespace KelvonClip
