@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "public_support.h"
+#include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
 

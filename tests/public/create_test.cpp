@@ -4,7 +4,7 @@
 
 #include <kelvonclip/info_j2k.h>
 
-#include "public_support.h"
+#include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
 

@@ -1,6 +1,6 @@
 // One space of handle numbers for everything. Each case needs a process of its own, which the test runner gives it.
 
-#include "public_support.h"
+#include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
 

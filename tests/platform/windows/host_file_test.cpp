@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "platform/error_text.h"
+#include "support/child.h"
 #include "support/scratch.h"
-#include "support/windows/child.h"
 #include "support/windows/windows_rules.h"
 
 namespace KelvonClip::platform {

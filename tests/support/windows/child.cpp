@@ -1,4 +1,4 @@
-#include "support/windows/child.h"
+#include "support/child.h"
 
 #include <windows.h>
 

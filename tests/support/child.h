@@ -1,4 +1,4 @@
-// Runs one case of this test program in a second process.
+// Runs one case of this test program in a second process; each host has its way (windows/child.cpp, linux/child.cpp).
 #pragma once
 
 #include <string>
