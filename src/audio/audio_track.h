@@ -2,6 +2,7 @@
 #pragma once
 
 #include <kelvonclip/kelvon_std.h>
+#include <kelvonclip/track.h>
 
 #include <cstdint>
 #include <memory>
@@ -43,8 +44,10 @@ struct AudioTrack {
     std::shared_ptr<TrackUnits> units;
 };
 
-// Checks in this order: "Track does not use the hemlock audio codec", "Invalid argument (null pointer)" when `out` is
-// null, "Invalid video standard".
-AudioTrack findAudioTrack(std::uint32_t track_handle, void const* out);
+// Why no stream can be begun on such a track, or empty. The first that applies: "Track does not use the hemlock audio
+// codec", "Invalid argument (null pointer)" when there is no place for the stream's handle, "Invalid video standard".
+KString whyNoStream(TrackAudioType type, void const* handle_out, VideoStandard standard);
+
+AudioTrack findAudioTrack(std::uint32_t track_handle, void const* handle_out);
 
 }  // namespace KelvonClip

@@ -1,0 +1,46 @@
+// Sequential audio, writing: continuous streams of samples, one for each subchannel, recorded on an audio track.
+//
+// A writer cuts the samples into units that follow the video's cadence and writes each unit as soon as it is complete.
+// What lies between seqwrite_begin and seqwrite_finish is one recording: it begins with a fade-in and, unless it ends
+// exactly where a unit does, ends with a fade-out; the fades are done when the track is read.
+//
+// Writers are independent of each other. One writer serves one caller at a time; different writers, any threads.
+// Source: docs/audio.md.
+#pragma once
+
+#include <cstdint>
+
+#include <kelvonclip/export.h>
+
+namespace KelvonClip {
+
+/// Begins a recording behind what the track holds.
+/// @param track   handle from clip_get_track, of a track whose track_audio_type is hemlock, in a clip opened for writing
+/// @param writer  receives the writer's handle; end the recording with seqwrite_finish
+/// @return null on success, else a text that stays valid until the library is unloaded and is never freed by the caller,
+///         the first that applies: "Track does not use the hemlock audio codec" (also for an unknown track), "Invalid
+///         argument (null pointer)" (`writer` is null), "Invalid video standard"
+KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* writer);
+
+/// Appends samples to every subchannel.
+/// @param buffers  seqwrite_subchannel_count(writer) pointers, each to n samples (signed, 32 bits, 48 kHz); a null
+///                 pointer stands for silence
+/// @param n        samples for each subchannel; any number, 0 included
+/// @return null on success; else "Invalid handle", "Invalid argument (null pointer)" (`buffers` is null; nothing is
+///         taken in), the message with which a unit could not be written (such as "Clip was opened in read-only mode",
+///         "Bad Handle" once the clip is closed), or "Out of memory".
+///         After a unit's message all samples of the call have been taken in, and the next call, or seqwrite_finish,
+///         tries that unit again. After "Out of memory" the writer holds what it could still write before the unit that
+///         failed and nothing of what came after; what earlier calls took in is never lost.
+/// Waits for the disk.
+KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t const* const* buffers, unsigned int n);
+
+/// The number of subchannels; 0 for an unknown handle.
+KELVONCLIP_API unsigned int seqwrite_subchannel_count(unsigned int writer);
+
+/// Ends a recording: writes what is left, the last unit filled up with silence, and removes the writer.
+/// @return null on success, else "Invalid handle" or the message of the first unit that could not be written; the writer
+///         is gone in any case
+KELVONCLIP_API wchar_t const* seqwrite_finish(unsigned int writer);
+
+}  // namespace KelvonClip

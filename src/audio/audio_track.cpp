@@ -1,0 +1,80 @@
+#include "audio/audio_track.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "clip/clip_directory.h"
+#include "clip/unit_io.h"
+#include "vfile/vfileobject.h"
+
+namespace KelvonClip {
+
+namespace {
+
+// One unit of a run that is read together: keeps its own message and lets the run's completion go when it is done.
+class UnitDone : public CIO::CIOObject {
+  public:
+    UnitDone(KString& unit_error, std::shared_ptr<CIO::CIOObject> whole_run)
+        : caller_error(unit_error), run(std::move(whole_run)) {}
+    void complete() override {
+        if (KString const* text = error()) caller_error = *text;
+    }
+
+  private:
+    KString& caller_error;
+    std::shared_ptr<CIO::CIOObject> run;
+};
+
+class UnitsByHandle : public TrackUnits {
+  public:
+    UnitsByHandle(std::uint32_t handle, std::uint32_t size) : track_handle(handle), unit_size(size) {}
+
+    std::uint32_t lengthInUnits() override {
+        auto const found = findTrack(track_handle);
+        return found ? found.track->lengthInUnits() : 0;
+    }
+
+    void read(std::uint32_t first, std::uint32_t count, void* to, KString* errors) override {
+        // Held while the reads are under way, so that closing the clip does not take the track from under them.
+        auto const found = findTrack(track_handle);
+        std::fill_n(errors, count, found ? KString() : KString("Bad Handle"));
+        if (!found) return;
+        CIO::runSync([&](std::shared_ptr<CIO::CIOObject> const& run) {
+            for (std::uint32_t i = 0; i < count; ++i) {
+                found.track->readUnit(first + i, static_cast<std::byte*>(to) + std::size_t{i} * unit_size,
+                                      CIO::makeCompletion<UnitDone>(errors[i], run));
+            }
+        });
+    }
+
+    KString write(std::uint32_t unit, void const* from) override {
+        return writeTrackUnit(track_handle, unit, from, unit_size);
+    }
+
+  private:
+    std::uint32_t const track_handle;
+    std::uint32_t const unit_size;
+};
+
+}  // namespace
+
+KString whyNoStream(TrackAudioType type, void const* handle_out, VideoStandard standard) {
+    if (type != TrackAudioType::hemlock) return "Track does not use the hemlock audio codec";
+    if (handle_out == nullptr) return "Invalid argument (null pointer)";
+    if (!isValid(standard)) return "Invalid video standard";
+    return {};
+}
+
+AudioTrack findAudioTrack(std::uint32_t track_handle, void const* handle_out) {
+    AudioTrack audio;
+    auto const found = findTrack(track_handle);
+    audio.error = found ? whyNoStream(found.track->format().audio_type, handle_out, found.track->videoStandard())
+                        : whyNoStream(TrackAudioType::none, handle_out, VideoStandard::none);
+    if (!audio.error.empty()) return audio;
+    audio.shape = {found.track->videoFrequency(), found.track->format().subchannel_count,
+                   found.track->lengthInFields()};
+    audio.units = std::make_shared<UnitsByHandle>(track_handle, audio.shape.unitSize());
+    return audio;
+}
+
+}  // namespace KelvonClip

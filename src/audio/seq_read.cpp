@@ -1,0 +1,88 @@
+// The exported functions of the sequential reader, and what becomes of open readers at the end of the library.
+#include <kelvonclip/seq_read.h>
+
+#include <chrono>
+
+#include "audio/audio_track.h"
+#include "audio/hemlock_reader.h"
+#include "audio/stream_registry.h"
+#include "foundation/exported.h"
+
+namespace KelvonClip {
+
+namespace {
+
+using Readers = StreamRegistry<HemlockReader>;
+
+void finishAllReaders(Readers& readers) noexcept;
+
+// The registry is never destroyed, because a caller's thread may still be in here while the process ends. The readers in
+// it are: their background reads must not outlive the library's code. They go before the clips do, since a reader can
+// only have been begun on a clip that was open already.
+Readers& readers() {
+    static auto& registry = *new Readers;
+    static struct AtEnd {
+        ~AtEnd() { finishAllReaders(registry); }
+    } const at_end;
+    return registry;
+}
+
+// When a process ends, some hosts have stopped the pool's threads before they let the library know. What those threads
+// were reading will never be done, so the wait has a bound, and readers that may still be in use are left where they are.
+void finishAllReaders(Readers& readers) noexcept {
+    constexpr std::chrono::seconds PATIENCE{5};
+    try {
+        auto open = std::make_unique<std::vector<Readers::Pointer>>(readers.removeAll());
+        for (auto const& reader : *open)
+            reader->withdrawOffers();
+        if (!hemlock::UnitReadAhead::waitForTasks(PATIENCE)) (void)open.release();
+    } catch (std::exception const&) {
+        // No memory for the list: the readers stay, and with them their memory, until the process is gone.
+    }
+}
+
+KString begin(std::uint32_t track, unsigned int* reader) {
+    AudioTrack const audio = findAudioTrack(track, reader);
+    if (!audio.error.empty()) return audio.error;
+    auto const made = std::make_shared<HemlockReader>(audio.shape, audio.units);
+    readers().add(made);
+    *reader = made->handle();
+    return {};
+}
+
+KString read(std::uint32_t handle, std::int32_t* const* buffers, std::uint32_t n) {
+    auto const reader = readers().find(handle);
+    if (!reader) return KString("Invalid handle");
+    if (buffers == nullptr) return KString("Invalid argument (null pointer)");
+    return reader->read(buffers, n);
+}
+
+}  // namespace
+
+wchar_t const* seqread_begin(unsigned int track, unsigned int* reader) {
+    return exported([&] { return begin(track, reader); });
+}
+
+wchar_t const* seqread_read(unsigned int reader, std::int32_t* const* buffers, unsigned int n) {
+    return exported([&] { return read(reader, buffers, n); });
+}
+
+std::uint64_t seqread_samples_remaining(unsigned int reader) {
+    return exportedQuery(std::uint64_t{0}, [&] {
+        auto const found = readers().find(reader);
+        return found ? found->samplesRemaining() : 0;
+    });
+}
+
+unsigned int seqread_subchannel_count(unsigned int reader) {
+    return exportedQuery(0u, [&] {
+        auto const found = readers().find(reader);
+        return found ? found->subchannelCount() : 0u;
+    });
+}
+
+void seqread_finish(unsigned int reader) {
+    exportedQuery(false, [&] { return readers().remove(reader) != nullptr; });
+}
+
+}  // namespace KelvonClip
