@@ -199,8 +199,9 @@ void closeClip(std::uint32_t handle) {
     // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
     auto const closing = openLock().lock();
     Entry const entry = findClip(handle);
-    if (!entry || --entry->open_count > 0) return;
-    unregisterEntry(*entry);
+    if (!entry) return;
+    if (entry->open_count == 1) unregisterEntry(*entry);
+    --entry->open_count;
 }
 
 bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, name) != nullptr; }

@@ -308,6 +308,9 @@ TEST(CreateFile, BytesOfAFreshClip) {
         EXPECT_EQ(number(*file, map + 65536 + 4096 * n + 8), 0u) << n;
     }
     EXPECT_EQ(file->realSize(), 172032u);
+    // The worked example of docs/format.md.
+    EXPECT_EQ(number(*file, 32776), 1400020410368u);
+    EXPECT_EQ(number(*file, 98304 + 32), 2402970632u);
 }
 
 TEST(CreateFile, HeaderDescribesTheChainOfEachTrack) {

@@ -129,6 +129,30 @@ TEST(Concurrency, QueriesRunAgainstAThreadThatClosesAndReopens) {
     clip_close(current);
 }
 
+TEST(Concurrency, OpeningInEitherModeWhileOthersLetGoWorksOrSaysWhyNot) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    clip_close(createClip(name, {VideoStandard::s1080i_50, 0, 0, 1, 2, false}));
+    inThreads([&](unsigned int i) {
+        for (int n = 0; n < 40; ++n) {
+            unsigned int handle = 0;
+            auto* const open = i % 2 == 0 ? clip_open : clip_open_rw;
+            std::string const message = said(open(name.c_str(), &handle));
+            // The former entry's file is open as long as somebody's query still holds it.
+            if (!message.empty()) {
+                ASSERT_EQ(message, "Already open with different read-only mode");
+                continue;
+            }
+            ASSERT_EQ(clip_track_count(handle), 1u);
+            ASSERT_EQ(track_length_in_units(clip_get_track(handle, 0)), 0u);
+            clip_close(handle);
+        }
+    });
+    unsigned int handle = 0;
+    EXPECT_OK(clip_open_rw(name.c_str(), &handle));
+    clip_close(handle);
+}
+
 TEST(Concurrency, ThreadsCreateClipsOfTheirOwn) {
     ScratchPath folder;
     inThreads([&](unsigned int i) {
