@@ -1,0 +1,48 @@
+// Essence as files: the units that go into a clip, and what comes out of it again for the decoder.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "plan.h"
+
+namespace demo {
+
+using Bytes = std::vector<std::byte>;
+
+// A failure of the demonstration; its text says what differs or went wrong.
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Turns a message of the library into a Failure; null is success.
+void require(wchar_t const* message, std::string const& what);
+void require(bool condition, std::string const& what);
+
+// The units of a track, in order: a folder's files in name order, or a file cut into frames of `frame_bytes`.
+std::vector<Bytes> loadUnits(std::filesystem::path const& essence, std::size_t frame_bytes);
+
+// Bytes of one frame of a standard and format as encoders make it; 0 for code streams of varying size.
+std::size_t frameBytes(ClipPlan const& clip);
+
+// A WAV file's samples, 32-bit, one vector per channel.
+std::vector<std::vector<std::int32_t>> loadWave(std::filesystem::path const& file, unsigned channels);
+
+// The essence in a unit: without the zeros behind a code stream's end.
+std::size_t essenceBytes(ClipPlan const& clip, Bytes const& unit);
+
+// One unit of hemlock audio: a block of samples for each subchannel, as docs/format.md describes it, at the
+// whole-number rate of 50 units a second. `unit` counts from 0 at the start of the recording.
+Bytes frameAudioUnit(std::vector<std::vector<std::int32_t>> const& channels, std::size_t unit);
+inline constexpr std::size_t SAMPLES_PER_UNIT_AT_50 = 960;
+
+// One unit of a timecode track: the label in the packed encoding, then zeros. Interlaced rates of 50 fields.
+Bytes frameTimecodeUnit(std::uint32_t count_in_fields, std::size_t unit_bytes);
+
+void writeFile(std::filesystem::path const& file, std::vector<Bytes> const& parts);
+
+}  // namespace demo
