@@ -6,4 +6,6 @@
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/kelvon_std.h>
 #include <kelvonclip/kelvon_timecode.h>
+#include <kelvonclip/seq_read.h>
+#include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
