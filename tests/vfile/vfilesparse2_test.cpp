@@ -813,6 +813,30 @@ TEST_F(VFileSparse2Test, ACrashLosesNoMoreThanTheCurrentBlock) {
         }
 }
 
+// The full block is on disk already; where the new run will lie, the old file has a run of its own.
+TEST_F(VFileSparse2Test, ACrashWhileARunBeginsNeverShowsTheOldOne) {
+    for (std::uint64_t survivors = 0; survivors <= 3; ++survivors) {
+        memory = std::make_shared<MemoryFile>();
+        host = std::make_shared<TraceFile>(memory);
+        createAndOpen(TIB);
+        writeRecords(0, 3 * RECORDS);
+        file.reset();
+        createAndOpen(TIB);
+        writeRecords(0, RECORDS);
+        file.reset();
+        auto const dying = std::make_shared<DyingHost>(memory);
+        file = VFileSparse2::open(dying, false).file;
+        dying->blocks_left = survivors;
+        writeRecords(RECORDS, 1);
+        file.reset();
+        open();
+        for (std::uint64_t i = RECORDS + 1; i < 3 * RECORDS; ++i)
+            ASSERT_EQ(file->allocatedFrom(i * 1024), 0u) << i << ", " << survivors;
+        expectRecords(RECORDS);
+        file.reset();
+    }
+}
+
 TEST_F(VFileSparse2Test, WhatAFullBlockRecordsSurvivesACrash) {
     auto const dying = std::make_shared<DyingHost>(memory);
     ASSERT_EQ(VFileSparse2::create(dying, TIB), KString());
