@@ -8,7 +8,8 @@ namespace KelvonClip {
 
 HemlockReader::HemlockReader(AudioTrackShape const& track, std::shared_ptr<TrackUnits> units)
     : cadence(hemlock::cadenceOf(track.frequency)), total_samples(cadence.totalSamples(track.length_in_fields)),
-      words_per_block(track.blockSize() / sizeof(std::int32_t)), read_ahead(std::move(units), track.unitSize()),
+      words_per_block(static_cast<std::uint32_t>(track.blockSize() / sizeof(std::int32_t))),
+      read_ahead(std::move(units), track.unitSize()),
       streams(track.subchannel_count, hemlock::SubchannelStream(cadence)) {}
 
 std::uint64_t HemlockReader::samplesRemaining() const {

@@ -4,8 +4,6 @@
 
 #include <atomic>
 #include <latch>
-#include <mutex>
-#include <set>
 #include <thread>
 
 #include "audio/memory_units.h"
@@ -118,19 +116,18 @@ TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
     auto const track = numberedUnits(100);
     std::atomic<int> inside = 0;
     std::latch second_run_begun(1);
-    std::atomic<bool> open = false;
+    std::latch gate(1);
     track->before_read = [&](std::uint32_t first) {
         if (first != UnitReadAhead::UNITS_PER_RUN) return;
         ++inside;
         second_run_begun.count_down();
-        while (!open)
-            std::this_thread::yield();
+        gate.wait();
         --inside;
     };
     auto ahead = std::make_unique<UnitReadAhead>(track, SHAPE.unitSize());
     take(*ahead);
     second_run_begun.wait();
-    std::thread opener([&] { open = true; });
+    std::thread opener([&] { gate.count_down(); });
     ahead.reset();
     EXPECT_EQ(inside, 0);
     opener.join();
@@ -139,12 +136,10 @@ TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
 // The pool is full of tasks that do not end; the reader goes on all the same.
 TEST(UnitReadAhead, APoolThatIsBusyElsewhereCostsNoProgress) {
     constexpr int STUCK = 64;
-    std::atomic<bool> open = false;
-    std::latch all_ended(STUCK);
+    std::latch gate(1), all_ended(STUCK);
     for (int task = 0; task < STUCK; ++task) {
         platform::runInBackground([&] {
-            while (!open)
-                std::this_thread::yield();
+            gate.wait();
             all_ended.count_down();
         });
     }
@@ -152,9 +147,9 @@ TEST(UnitReadAhead, APoolThatIsBusyElsewhereCostsNoProgress) {
         auto const track = numberedUnits(200);
         UnitReadAhead ahead(track, SHAPE.unitSize());
         for (std::int32_t unit = 0; unit < 200; ++unit)
-            ASSERT_EQ(take(ahead).first_word, unit + 1);
+            EXPECT_EQ(take(ahead).first_word, unit + 1);
     }
-    open = true;
+    gate.count_down();
     all_ended.wait();
     EXPECT_TRUE(UnitReadAhead::waitForTasks(std::chrono::seconds(60)));
 }

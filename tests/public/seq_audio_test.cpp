@@ -420,8 +420,8 @@ TEST(SequentialAudio, AReaderFollowsARecordingBesideIt) {
 }
 
 [[noreturn]] void leaveWithStreamsOpen(std::wstring const& name, std::vector<Samples> const& streams) {
-    [[maybe_unused]] auto& never_closed = *new AudioClip(name, VideoStandard::s1080i_50, 2);
-    unsigned const track = never_closed.track();
+    unsigned const clip = test::createClip(name, {.audio = 1, .subchannels = 2});
+    unsigned const track = clip_get_track(clip, 0);
     unsigned writer = 0, reader = 0, idle = 0;
     EXPECT_OK(seqwrite_begin(track, &writer));
     writePart(writer, streams, 0, static_cast<unsigned>(streams[0].size()));
