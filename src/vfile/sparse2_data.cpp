@@ -274,12 +274,11 @@ void DataStruct::close(VFileObject& host) {
     if (record_count > 0) shortenToHost(host);
     if (!saveFullBlocks(host).empty()) return;
     if (!current || !current->dirty) return;
+    if (stale_runs) (void)saveSuperblock(host);  // as good as it goes: nobody is left to tell
     // Where the follower's place cannot be written, it is most likely past the end of the host: no reason to lose the
     // records as well.
     if (auto const follower = followerInRun()) (void)wipeBlock(host, *follower);
-    if (!host.writeSync(current->host_position, BLOCK_SIZE, current->bytes.data()).empty()) return;
-    current->dirty = false;
-    if (stale_runs) (void)saveSuperblock(host);  // nobody is left to tell
+    if (host.writeSync(current->host_position, BLOCK_SIZE, current->bytes.data()).empty()) current->dirty = false;
 }
 
 // Takes out of the last record what was reserved and never written.

@@ -1,0 +1,48 @@
+// What the targets of the container formats share: the host that a fuzzer's bytes describe, and what is asked of whatever
+// opens on it.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "require.h"
+#include "support/memory_file.h"
+
+namespace KelvonClip::fuzz {
+
+// A host made of pieces: four bytes of position (in sectors, big-endian), one of length (in bytes), then the bytes. So few
+// bytes can describe blocks that lie far apart. The file ends behind the last piece, rounded up to `block`.
+inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std::size_t size, std::uint64_t block) {
+    auto const host = std::make_shared<test::MemoryFile>();
+    std::uint64_t end = 0;
+    while (size > 5) {
+        std::uint64_t const sector = (std::uint64_t{data[0]} << 24) | (data[1] << 16) | (data[2] << 8) | data[3];
+        std::size_t const length = data[4] < size - 5 ? data[4] : size - 5;
+        host->put(sector * 512, data + 5, length);
+        end = std::max(end, sector * 512 + length);
+        data += 5 + length;
+        size -= 5 + length;
+    }
+    host->resize((end + block - 1) / block * block);
+    return host;
+}
+
+// Reading gives zeros, bytes or a message, everywhere and always the same.
+inline void requireReadable(VFileObject& file) {
+    std::vector<std::byte> first(70000), second(first.size());
+    std::uint64_t const length = file.length();
+    for (std::uint64_t position : {std::uint64_t{0}, std::uint64_t{65536}, length / 2, length - first.size(),
+                                   length - 1, length, std::uint64_t{0} - 512}) {
+        for (std::uint32_t count : {std::uint32_t{1}, std::uint32_t{512}, static_cast<std::uint32_t>(first.size())}) {
+            KString const error = file.readSync(position, count, first.data());
+            require(rangeWithin(position, count, length) || !error.empty(), "nothing is read past the length");
+            require(file.readSync(position, count, second.data()) == error, "the same request has the same result");
+            if (error.empty()) require(first == second, "the same bytes");
+        }
+        (void)file.allocatedFrom(position);
+    }
+}
+
+}  // namespace KelvonClip::fuzz
