@@ -18,7 +18,7 @@ inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std:
     auto const host = std::make_shared<test::MemoryFile>();
     std::uint64_t end = 0;
     while (size > 5) {
-        std::uint64_t const sector = (std::uint64_t{data[0]} << 24) | (data[1] << 16) | (data[2] << 8) | data[3];
+        std::uint64_t const sector = ((std::uint64_t{data[0]} * 256 + data[1]) * 256 + data[2]) * 256 + data[3];
         std::size_t const length = data[4] < size - 5 ? data[4] : size - 5;
         host->put(sector * 512, data + 5, length);
         end = std::max(end, sector * 512 + length);
