@@ -6,6 +6,7 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "vfile/extent_map.h"
@@ -94,16 +95,19 @@ void lookingUp(benchmark::State& state, std::vector<Extent> (*make)(std::int64_t
     state.SetItemsProcessed(state.iterations());
 }
 
-}  // namespace
+using Make = std::vector<Extent> (*)(std::int64_t);
 
-#define EXTENT_BENCHMARK(operation, kind)                                                                              \
-    BENCHMARK_CAPTURE(operation<LibraryMap>, kind, kind)                                                               \
-        ->Name("extent_map_" #operation "_" #kind "/library")                                                          \
-        ->Arg(1000000);                                                                                                \
-    BENCHMARK_CAPTURE(operation<StandardMap>, kind, kind)                                                              \
-        ->Name("extent_map_" #operation "_" #kind "/std::map")                                                         \
-        ->Arg(1000000)
-EXTENT_BENCHMARK(inserting, regular);
-EXTENT_BENCHMARK(inserting, irregular);
-EXTENT_BENCHMARK(lookingUp, regular);
-EXTENT_BENCHMARK(lookingUp, irregular);
+bool registerFor(std::string const& kind, Make make) {
+    auto const add = [&](std::string const& name, void (*benchmark_body)(benchmark::State&, Make)) {
+        benchmark::RegisterBenchmark(("extent_map_" + name).c_str(), benchmark_body, make)->Arg(1000000);
+    };
+    add("insert_" + kind + "/library", inserting<LibraryMap>);
+    add("insert_" + kind + "/std::map", inserting<StandardMap>);
+    add("find_" + kind + "/library", lookingUp<LibraryMap>);
+    add("find_" + kind + "/std::map", lookingUp<StandardMap>);
+    return true;
+}
+
+[[maybe_unused]] bool const registered = registerFor("regular", regular) && registerFor("irregular", irregular);
+
+}  // namespace
