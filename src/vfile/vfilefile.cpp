@@ -65,7 +65,7 @@ std::shared_ptr<VFileObject> liveOrClosed(std::map<KString, OpenHostFile> const&
     auto const entry = files.find(name);
     if (entry == files.end()) return nullptr;
     if (auto live = entry->second.file.lock()) return live;
-    if (entry->second.closed != nullptr) entry->second.closed->wait();
+    if (entry->second.closed.valid()) entry->second.closed.wait();
     return nullptr;
 }
 
@@ -77,17 +77,15 @@ KProtect<std::map<KString, OpenHostFile>>& openHostFiles() {
     return files;
 }
 
-VFileFile::VFileFile(KString name, std::unique_ptr<platform::HostFile> opened, bool opened_read_only,
-                     std::shared_ptr<std::latch> when_closed)
-    : file_name(std::move(name)), handle(std::move(opened)), read_only(opened_read_only),
-      closed(std::move(when_closed)) {}
+VFileFile::VFileFile(KString name, std::unique_ptr<platform::HostFile> opened, bool opened_read_only)
+    : file_name(std::move(name)), handle(std::move(opened)), read_only(opened_read_only) {}
 
 VFileFile::~VFileFile() {
     std::uint64_t const reserved = reserved_length.load();
     std::uint64_t size = 0;
     if (reserved != 0 && handle->size(size) && size < reserved) handle->resize(reserved);
     handle.reset();
-    closed->count_down();
+    closed.set_value();
 }
 
 Opened<VFileFile> VFileFile::open(KString const& name, bool read_only) {
@@ -115,10 +113,9 @@ Opened<VFileFile> VFileFile::create(KString const& name) {
 Opened<VFileFile> VFileFile::openHost(KString const& name, platform::FileAccess access) {
     auto opened = platform::HostFile::open(name.toUtf16(), access);
     if (opened.file == nullptr) return {KString(opened.error), {}};
-    auto closed = std::make_shared<std::latch>(1);
     std::shared_ptr<VFileFile> file(
-        new VFileFile(name, std::move(opened.file), access == platform::FileAccess::read_only, closed));
-    openHostFiles().lock().value[name] = {file, std::move(closed)};
+        new VFileFile(name, std::move(opened.file), access == platform::FileAccess::read_only));
+    openHostFiles().lock().value[name] = {file, file->closed.get_future().share()};
     return {{}, std::move(file)};
 }
 

@@ -8,7 +8,8 @@
 // Threads: any thread may call any operation.
 #pragma once
 
-#include <latch>
+#include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 
@@ -47,8 +48,7 @@ class VFileFile : public VFileObject {
                              std::shared_ptr<CIO::CIOObject> done);
 
   private:
-    VFileFile(KString name, std::unique_ptr<platform::HostFile> opened, bool opened_read_only,
-              std::shared_ptr<std::latch> when_closed);
+    VFileFile(KString name, std::unique_ptr<platform::HostFile> opened, bool opened_read_only);
 
     static Opened<VFileFile> openHost(KString const& name, platform::FileAccess access);
 
@@ -56,16 +56,19 @@ class VFileFile : public VFileObject {
     std::unique_ptr<platform::HostFile> handle;
     std::atomic<std::uint64_t> reserved_length{0};
     bool const read_only;
-    std::shared_ptr<std::latch> const closed;  // opens when the host file is closed
+    std::promise<void> closed;  // kept when the host file is closed
 };
 
 // The host files that are open, by the name that the opener gave.
 struct OpenHostFile {
     std::weak_ptr<VFileObject> file;
-    std::shared_ptr<std::latch> closed;  // null: nothing to wait for
+    std::shared_future<void> closed;  // without a state: nothing to wait for
 
     // No object any more, and its host file is closed too.
-    bool gone() const { return file.expired() && (closed == nullptr || closed->try_wait()); }
+    bool gone() const {
+        using namespace std::chrono_literals;
+        return file.expired() && (!closed.valid() || closed.wait_for(0s) == std::future_status::ready);
+    }
 };
 KProtect<std::map<KString, OpenHostFile>>& openHostFiles();
 

@@ -1,8 +1,9 @@
 #include "platform/task_pool.h"
 
 #include <atomic>
-#include <latch>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -15,16 +16,35 @@
 namespace KelvonClip::platform {
 namespace {
 
+// A count that comes down to nothing, for tasks to report and to wait with.
+class Countdown {
+  public:
+    explicit Countdown(int from) : left(from) {}
+    void down() {
+        std::lock_guard const lock(mutex);
+        if (--left == 0) reached.notify_all();
+    }
+    void wait() {
+        std::unique_lock lock(mutex);
+        reached.wait(lock, [this] { return left == 0; });
+    }
+
+  private:
+    std::mutex mutex;
+    std::condition_variable reached;
+    int left;
+};
+
 TEST(TaskPool, RunsEveryTaskOnceOnAnotherThread) {
     constexpr int TASKS = 500;
-    std::latch all(TASKS);
+    Countdown all(TASKS);
     std::atomic<int> ran{0}, here{0};
     auto const self = std::this_thread::get_id();
     for (int task = 0; task < TASKS; ++task) {
         runInBackground([&, self] {
             ++ran;
             if (std::this_thread::get_id() == self) ++here;
-            all.count_down();
+            all.down();
         });
     }
     all.wait();
@@ -34,11 +54,12 @@ TEST(TaskPool, RunsEveryTaskOnceOnAnotherThread) {
 
 TEST(TaskPool, TasksMayWaitForEachOther) {
     // Four at the least run at the same time, however small the machine.
-    std::latch met(4), done(4);
+    Countdown met(4), done(4);
     for (int task = 0; task < 4; ++task) {
         runInBackground([&] {
-            met.arrive_and_wait();
-            done.count_down();
+            met.down();
+            met.wait();
+            done.down();
         });
     }
     done.wait();
@@ -66,12 +87,12 @@ TEST(TaskPool, TasksReadFilesOnTheirOwnThreads) {
     auto const opened = VFileFile::open(folder.file("clip"), true);
     ASSERT_NE(opened.file, nullptr);
     test::Buffer read(64 * test::BLOCK, 5);
-    std::latch all(64);
+    Countdown all(64);
     std::atomic<int> failed{0};
     for (std::uint32_t at = 0; at < 64 * test::BLOCK; at += test::BLOCK) {
         runInBackground([&, at] {
             if (!opened.file->readSync(at, test::BLOCK, read.memory + at).empty()) ++failed;
-            all.count_down();
+            all.down();
         });
     }
     all.wait();

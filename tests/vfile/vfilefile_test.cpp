@@ -133,7 +133,7 @@ TEST_P(VFileFileTest, RegistryEntryOfAnotherKindIsAnInternalError) {
         void releaseAllocation() override {}
     };
     auto const stranger = std::make_shared<Stranger>();
-    openHostFiles().lock().value[clip()] = {stranger, nullptr};
+    openHostFiles().lock().value[clip()] = {stranger, {}};
     testing::internal::CaptureStderr();
     auto const opened = VFileFile::open(clip(), true);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "vfilefile:118: Assertion failed: 'vfilefile != nullptr'\n");
