@@ -17,8 +17,8 @@ constexpr std::uint32_t STEP_SAMPLES = 16384;
 
 HemlockWriter::HemlockWriter(AudioTrackShape const& track, std::vector<std::uint32_t> const& block_words,
                              std::shared_ptr<TrackUnits> track_units)
-    : units(std::move(track_units)), block_size(track.blockSize()), unit(track.unitSize()),
-      next_unit(units->lengthInUnits()) {
+    : units(std::move(track_units)), block_size(track.blockSize()),
+      unit(platform::allocateTransferMemory(track.unitSize())), next_unit(units->lengthInUnits()) {
     cutters.reserve(track.subchannel_count);
     for (std::uint32_t i = 0; i < track.subchannel_count; ++i)
         cutters.emplace_back(track.frequency, i, block_words[i]);
@@ -55,7 +55,7 @@ bool HemlockWriter::takeIn(std::int32_t const* const* buffers, std::uint32_t off
 
 // One block of each subchannel, side by side; false while the first has too few samples for one.
 bool HemlockWriter::makeUnit() {
-    std::byte* block = unit.data();
+    std::byte* block = unit.get();
     for (std::size_t i = 0; i < cutters.size(); ++i, block += block_size) {
         bool const made = cutters[i].makeBlock(block);
         if (i == 0 && !made) return false;
@@ -68,7 +68,7 @@ KString HemlockWriter::writeUnits() {
     while (unit_waits || makeUnit()) {
         unit_waits = true;
         if (next_unit >= UINT32_MAX) return KString("Too many units");
-        if (KString error = units->write(static_cast<std::uint32_t>(next_unit), unit.data()); !error.empty())
+        if (KString error = units->write(static_cast<std::uint32_t>(next_unit), unit.get()); !error.empty())
             return error;
         unit_waits = false;
         ++next_unit;

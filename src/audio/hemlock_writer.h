@@ -15,7 +15,7 @@
 #include "audio/block_cutter.h"
 #include "clip/handle.h"
 #include "foundation/kstring.h"
-#include "vfile/aligned_buffer.h"
+#include "platform/transfer_memory.h"
 
 namespace KelvonClip {
 
@@ -47,7 +47,7 @@ class HemlockWriter {
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const block_size;  // bytes
     std::vector<hemlock::BlockCutter> cutters;
-    AlignedBuffer unit;
+    platform::TransferMemory const unit;
     bool unit_waits = false;  // `unit` is complete and not written
     std::uint64_t next_unit;
 };

@@ -10,7 +10,7 @@
 
 #include "foundation/ksemaphore.h"
 #include "platform/task_pool.h"
-#include "vfile/aligned_buffer.h"
+#include "platform/transfer_memory.h"
 
 namespace KelvonClip::hemlock {
 
@@ -71,9 +71,8 @@ class CountedTask {
 // nothing to claim does nothing; it may also find the run offered again, and serve that.
 class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
   public:
-    Run(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes)
-        : units(std::move(track_units)), unit_size(unit_size_in_bytes),
-          memory(std::size_t{UNITS_PER_RUN} * unit_size_in_bytes) {}
+    Run(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes, std::shared_ptr<std::byte> place)
+        : units(std::move(track_units)), unit_size(unit_size_in_bytes), memory(std::move(place)) {}
 
     // The range that is read, and how many of its units have been handed out. The reader's alone while the run is not
     // offered.
@@ -83,7 +82,7 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
     std::array<KString, UNITS_PER_RUN> errors;
 
     std::int32_t* wordsOf(std::uint32_t index) {
-        return reinterpret_cast<std::int32_t*>(memory.data() + std::size_t{index} * unit_size);
+        return reinterpret_cast<std::int32_t*>(memory.get() + std::size_t{index} * unit_size);
     }
 
     void offer() {
@@ -134,7 +133,7 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
     void read() noexcept {
         auto const first_unit = static_cast<std::uint32_t>(std::min<std::uint64_t>(first, UINT32_MAX));
         try {
-            units->read(first_unit, count, memory.data(), errors.data());
+            units->read(first_unit, count, memory.get(), errors.data());
         } catch (std::exception const& fault) {
             failAll(fault.what());
         }
@@ -151,8 +150,8 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
-    AlignedBuffer memory;
-    KSemaphore done{0};  // posted once for every reading by a task
+    std::shared_ptr<std::byte> const memory;  // UNITS_PER_RUN units
+    KSemaphore done{0};                       // posted once for every reading by a task
     std::atomic<bool> offered = false;
     std::atomic<bool> task_in_pool = false;
     bool read_finished = true;  // the reader's: nothing is under way, and what was has been waited for
@@ -219,10 +218,21 @@ void UnitReadAhead::startAgainAt(std::uint64_t unit) {
 
 std::shared_ptr<UnitReadAhead::Run> UnitReadAhead::spareRun() {
     auto const spare = std::ranges::find_if(finished, [](auto const& run) { return run->open_blocks == 0; });
-    if (spare == finished.end()) return std::make_shared<Run>(units, unit_size);
+    if (spare == finished.end()) return std::make_shared<Run>(units, unit_size, placeForRun());
     auto run = *spare;
     finished.erase(spare);
     return run;
+}
+
+// Enough for all runs of a reader whose subchannels keep in step comes in one piece, which can lie in huge pages.
+std::shared_ptr<std::byte> UnitReadAhead::placeForRun() {
+    std::size_t const run_size = std::size_t{UNITS_PER_RUN} * unit_size;
+    if (places_left == 0) {
+        memory = platform::allocateTransferMemory(RUNS_IN_STEP * run_size);
+        places_left = RUNS_IN_STEP;
+    }
+    --places_left;
+    return {memory, memory.get() + places_left * run_size};
 }
 
 bool UnitReadAhead::waitForTasks(std::chrono::seconds at_most) { return TaskCount::process().waitForNone(at_most); }

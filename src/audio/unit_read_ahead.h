@@ -17,6 +17,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -29,9 +30,10 @@ namespace KelvonClip::hemlock {
 class UnitReadAhead {
   public:
     // Eight units make a request worth its task even on a track of small units (two subchannels: 64 KiB), and three runs
-    // keep the disk busy while one is being handed out. That is 0.4 to 1 second of sound ahead, at most 3 MiB a reader.
+    // keep the disk busy while one is being handed out. That is 0.4 to 1 second of sound ahead, 4 MiB at most for a reader.
     static constexpr std::uint32_t UNITS_PER_RUN = 8;
     static constexpr std::size_t RUNS_AHEAD = 3;
+    static constexpr std::size_t RUNS_IN_STEP = RUNS_AHEAD + 1;  // one more, of which the last samples are still wanted
 
     // A unit in memory. It stays there until *open_blocks, which its user raises and lowers, is back at zero; what the
     // user does not raise before the next call of `next` is not kept.
@@ -61,11 +63,14 @@ class UnitReadAhead {
     void keepReading();
     void startAgainAt(std::uint64_t unit);
     std::shared_ptr<Run> spareRun();
+    std::shared_ptr<std::byte> placeForRun();
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
     std::uint64_t next_unread = 0;               // the first unit that no run covers
     std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
+    std::shared_ptr<std::byte[]> memory;         // of the latest runs; each holds on to its part
+    std::size_t places_left = 0;                 // of `memory`, in runs
     std::vector<std::shared_ptr<Run>> finished;  // handed out; reused once their blocks are no longer wanted
 };
 

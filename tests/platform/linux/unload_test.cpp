@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <latch>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -15,7 +16,6 @@
 #include <unistd.h>
 
 #include "support/buffer.h"
-#include "support/latch.h"
 #include "support/scratch.h"
 
 namespace KelvonClip::platform {
@@ -86,7 +86,7 @@ TEST(Unload, LeavesNoDescriptorThreadOrMemoryBehindWhileAThreadThatUsedItLivesOn
         EXPECT_TRUE(module.use_file((folder.path / "main").c_str(), false));
         EXPECT_TRUE(module.use_file((folder.path / "pool").c_str(), true));
         std::thread([&] { EXPECT_TRUE(module.use_file((folder.path / "short").c_str(), false)); }).join();
-        test::Latch used(1), unloaded(1);
+        std::latch used(1), unloaded(1);
         std::thread idle([&] {
             EXPECT_TRUE(module.use_file((folder.path / "idle").c_str(), false));
             used.count_down();
