@@ -126,9 +126,8 @@ KELVONCLIP_API wchar_t const* cfg_audio_hemlock(unsigned int creation, unsigned 
 /// @param timecode_offset  timecode of the first frame, in fields
 /// @param drop_frame       whether it counts drop-frame
 /// @param timecode_track   the source is the timecode track
-/// @param tc0_striped      the source is the timecode in unit 0 of the timecode track, counting on from there; wins
-/// over
-///                         `timecode_track`. With neither, the source is the offset alone (striped)
+/// @param tc0_striped      the source is the timecode in unit 0 of the timecode track, counting on from there; goes
+///                         before `timecode_track`. With neither, the source is the offset alone (striped)
 /// @return null, "Bad create clip handle" (unknown create handle)
 KELVONCLIP_API wchar_t const* cfg_clip_timecode2(unsigned int creation, unsigned int timecode_offset, bool drop_frame,
                                                  bool timecode_track, bool tc0_striped);
