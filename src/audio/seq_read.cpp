@@ -14,25 +14,18 @@ namespace {
 
 using Readers = StreamRegistry<HemlockReader>;
 
-void finishAllReaders(Readers& readers) noexcept;
-
-// The registry is never destroyed, because a caller's thread may still be in here while the process ends. The readers in
-// it are: their background reads must not outlive the library's code. They go before the clips do, since a reader can
-// only have been begun on a clip that was open already.
+// The registry is never destroyed, because a caller's thread may still be in here while the process ends.
 Readers& readers() {
     static auto& registry = *new Readers;
-    static struct AtEnd {
-        ~AtEnd() { finishAllReaders(registry); }
-    } const at_end;
     return registry;
 }
 
 // When a process ends, some hosts have stopped the pool's threads before they let the library know. What those threads
 // were reading will never be done, so the wait has a bound, and readers that may still be in use are left where they are.
-void finishAllReaders(Readers& readers) noexcept {
+void finishAllReaders() noexcept {
     constexpr std::chrono::seconds PATIENCE{5};
     try {
-        auto open = std::make_unique<std::vector<Readers::Pointer>>(readers.removeAll());
+        auto open = std::make_unique<std::vector<Readers::Pointer>>(readers().removeAll());
         for (auto const& reader : *open)
             reader->withdrawOffers();
         if (!hemlock::UnitReadAhead::waitForTasks(PATIENCE)) (void)open.release();
@@ -41,10 +34,19 @@ void finishAllReaders(Readers& readers) noexcept {
     }
 }
 
+// The readers go when the library does: their background reads must not outlive its code. Arranged when the first reader
+// is begun, by when its clip has arranged its own end, so that the readers go before the clips do.
+void finishReadersAtEnd() {
+    static struct AtEnd {
+        ~AtEnd() { finishAllReaders(); }
+    } const at_end;
+}
+
 KString begin(std::uint32_t track, unsigned int* reader) {
     AudioTrack const audio = findAudioTrack(track, reader);
     if (!audio.error.empty()) return audio.error;
     auto const made = std::make_shared<HemlockReader>(audio.shape, audio.units);
+    finishReadersAtEnd();
     readers().add(made);
     *reader = made->handle();
     return {};

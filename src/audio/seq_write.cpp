@@ -16,25 +16,26 @@ namespace {
 
 using Writers = StreamRegistry<HemlockWriter>;
 
-void finishAllWriters(Writers& writers) noexcept;
-
-// As with the readers: the registry stays, the writers in it are finished before the clips are closed, so that what they
-// hold gets into the file.
 Writers& writers() {
-    static auto& registry = *new Writers;
-    static struct AtEnd {
-        ~AtEnd() { finishAllWriters(registry); }
-    } const at_end;
+    static auto& registry = *new Writers;  // stays, as that of the readers does
     return registry;
 }
 
-void finishAllWriters(Writers& writers) noexcept {
-    exportedQuery(false, [&] {
+void finishAllWriters() noexcept {
+    exportedQuery(false, [] {
         // One that cannot be finished does not keep the others from it.
-        for (auto const& writer : writers.removeAll())
+        for (auto const& writer : writers().removeAll())
             guarded([&] { return writer->finish(); });
         return true;
     });
+}
+
+// Arranged when the first writer is begun: as with the readers, the writers are finished before the clips are closed, so
+// that what they hold gets into the file.
+void finishWritersAtEnd() {
+    static struct AtEnd {
+        ~AtEnd() { finishAllWriters(); }
+    } const at_end;
 }
 
 // One generator for all writers, so that the recordings of one process are told apart by their block words.
@@ -53,6 +54,7 @@ KString begin(std::uint32_t track, unsigned int* writer) {
     if (!audio.error.empty()) return audio.error;
     auto const made =
         std::make_shared<HemlockWriter>(audio.shape, drawBlockWords(audio.shape.subchannel_count), audio.units);
+    finishWritersAtEnd();
     writers().add(made);
     *writer = made->handle();
     return {};

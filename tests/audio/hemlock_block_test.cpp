@@ -170,7 +170,7 @@ TEST(DecodedBlock, AnInvalidOneIsSilenceOfTheCountItsUnitWouldHave) {
             EXPECT_TRUE(decoded.invalid);
             EXPECT_FALSE(decoded.header.fade_in || decoded.header.fade_out);
             EXPECT_EQ(model::Samples(decoded.samples.begin(), decoded.samples.end()),
-                      model::Samples(rate.cycle[unit % rate.cycle.size()], 0));
+                      model::Samples(rate.cycle[static_cast<std::size_t>(unit % rate.cycle.size())], 0));
         }
     }
 }

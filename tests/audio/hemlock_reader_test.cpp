@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <latch>
 #include <thread>
 
 #include "audio/memory_units.h"
+#include "support/latch.h"
 
 namespace KelvonClip {
 namespace {
@@ -256,7 +256,7 @@ TEST(HemlockReader, AnotherReadersFailuresAndStallsAreItsOwn) {
     auto const& rate = model::rateOf(VideoFrequency::f60);
     auto const good = joinedTrack(rate, 2, 14), failing = joinedTrack(rate, 2, 15), stalled = joinedTrack(rate, 2, 16);
     failing->read_faults = {{0, 1000000}};
-    std::latch gate(1);
+    test::Latch gate(1);
     stalled->before_read = [&](std::uint32_t) { gate.wait(); };
     std::vector<std::jthread> waiting;
     for (int number = 0; number < 4; ++number) {

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <thread>
 
 #include "audio/memory_units.h"
 #include "platform/task_pool.h"
+#include "support/latch.h"
 
 namespace KelvonClip::hemlock {
 namespace {
@@ -115,8 +115,8 @@ TEST(UnitReadAhead, KeepsAUnitWhereItIsWhileItsBlocksAreWanted) {
 TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
     auto const track = numberedUnits(100);
     std::atomic<int> inside = 0;
-    std::latch second_run_begun(1);
-    std::latch gate(1);
+    test::Latch second_run_begun(1);
+    test::Latch gate(1);
     track->before_read = [&](std::uint32_t first) {
         if (first != UnitReadAhead::UNITS_PER_RUN) return;
         ++inside;
@@ -136,7 +136,7 @@ TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
 // The pool is full of tasks that do not end; the reader goes on all the same.
 TEST(UnitReadAhead, APoolThatIsBusyElsewhereCostsNoProgress) {
     constexpr int STUCK = 64;
-    std::latch gate(1), all_ended(STUCK);
+    test::Latch gate(1), all_ended(STUCK);
     for (int task = 0; task < STUCK; ++task) {
         platform::runInBackground([&] {
             gate.wait();

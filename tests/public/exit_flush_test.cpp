@@ -4,6 +4,11 @@
 #include <cstdlib>
 #include <thread>
 
+#include <vector>
+
+#include <kelvonclip/seq_read.h>
+#include <kelvonclip/seq_write.h>
+
 #include "public/public_support.h"
 #include "support/child.h"
 #include "support/clip_image.h"
@@ -80,6 +85,20 @@ TEST(ExitChild, DISABLED_ExitsWithACreationPending) {
     std::exit(exitCode());
 }
 
+// The first calls are about streams that do not exist; only then there is a clip, and a recording that nobody finishes.
+TEST(ExitChild, DISABLED_AsksForStreamsBeforeAnyClipAndLeavesARecordingOpen) {
+    EXPECT_EQ(seqread_subchannel_count(0), 0u);
+    EXPECT_EQ(seqwrite_subchannel_count(0), 0u);
+    unsigned int const clip = createClip(childArgument(), {VideoStandard::s1080i_50, 0, 0, 1, 2, false});
+    unsigned int reader = 0, writer = 0;
+    EXPECT_OK(seqwrite_begin(clip_get_track(clip, 0), &writer));
+    EXPECT_OK(seqread_begin(clip_get_track(clip, 0), &reader));
+    std::vector<std::int32_t> const samples(960 + 1, 7);
+    std::int32_t const* const buffers[] = {samples.data(), samples.data()};
+    EXPECT_OK(seqwrite_write(writer, buffers, 960 + 1));
+    std::exit(exitCode());
+}
+
 void leaveAndLook(char const* child) {
     ScratchPath folder;
     auto const name = folder.name("clip");
@@ -92,6 +111,16 @@ TEST(ExitFlush, ProcessThatReturnsFromMainLosesNothing) { leaveAndLook("RecordsA
 TEST(ExitFlush, WhatAnEndedThreadRecordedIsThere) { leaveAndLook("RecordsOnAThreadThatHasEnded"); }
 TEST(ExitFlush, ThreadThatIsStillReadingLosesNothing) { leaveAndLook("ExitsWhileAThreadReads"); }
 TEST(ExitFlush, PendingCreationIsInNobodysWay) { leaveAndLook("ExitsWithACreationPending"); }
+
+TEST(ExitFlush, RecordingIsFinishedBeforeItsClipIsClosed) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    ASSERT_EQ(runChild("ExitChild.DISABLED_AsksForStreamsBeforeAnyClipAndLeavesARecordingOpen", name), CHILD_PASSED);
+    unsigned int clip = 0;
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    EXPECT_EQ(track_length_in_units(clip_get_track(clip, 0)), 2u) << "a whole unit and the one with the last sample";
+    clip_close(clip);
+}
 
 }  // namespace
 }  // namespace KelvonClip

@@ -103,7 +103,7 @@ class Stream {
     void feed(std::uint8_t const* from, std::uint64_t unit) {
         bool const phase_valid = rate.cycle.size() == 5 ? from[5] <= 4 : from[5] == 0;
         bool const valid = get32(from) == 0x7D3E9A51 && from[7] == rate.code && phase_valid;
-        std::size_t const phase = valid ? from[5] : unit % 5;
+        std::size_t const phase = valid ? from[5] : static_cast<std::size_t>(unit % 5);
         Samples block(rate.cycle[phase % rate.cycle.size()], 0);
         if (valid) block = parse(from, rate).samples;
         feed(block, valid, valid && (from[4] & 1) != 0, valid && (from[4] & 2) != 0);

@@ -5,11 +5,11 @@
 #include <atomic>
 #include <functional>
 #include <future>
-#include <latch>
 #include <stdexcept>
 #include <thread>
 
 #include "support/disk_image.h"
+#include "support/latch.h"
 #include "support/memory_file.h"
 #include "vfile/vfilegrow.h"
 #include "vfile/vfilesparse2.h"
@@ -83,7 +83,7 @@ TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {
 struct SlowHost : WrappedFile {
     using WrappedFile::WrappedFile;
     std::atomic<bool> slow{false};
-    std::latch in_write{1}, go_on{1};
+    test::Latch in_write{1}, go_on{1};
     std::atomic<bool> written{false}, touched_early{false};
 
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
@@ -112,7 +112,7 @@ struct SlowHost : WrappedFile {
         slow = true;
         std::thread closer([closing = std::move(file)]() mutable { closing.reset(); });
         in_write.wait();
-        std::latch started{1};
+        test::Latch started{1};
         auto other = std::async(std::launch::async, [&] {
             started.count_down();
             return meanwhile();

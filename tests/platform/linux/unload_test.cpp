@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <latch>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -16,6 +15,7 @@
 #include <unistd.h>
 
 #include "support/buffer.h"
+#include "support/latch.h"
 #include "support/scratch.h"
 
 namespace KelvonClip::platform {
@@ -86,7 +86,7 @@ TEST(Unload, LeavesNoDescriptorThreadOrMemoryBehindWhileAThreadThatUsedItLivesOn
         EXPECT_TRUE(module.use_file((folder.path / "main").c_str(), false));
         EXPECT_TRUE(module.use_file((folder.path / "pool").c_str(), true));
         std::thread([&] { EXPECT_TRUE(module.use_file((folder.path / "short").c_str(), false)); }).join();
-        std::latch used(1), unloaded(1);
+        test::Latch used(1), unloaded(1);
         std::thread idle([&] {
             EXPECT_TRUE(module.use_file((folder.path / "idle").c_str(), false));
             used.count_down();
