@@ -15,7 +15,7 @@ namespace {
 
 struct StashEntry {
     std::wstring wide;
-    std::uint64_t uses = 0;
+    std::uint32_t uses = 0;
 };
 
 struct Stash {

@@ -6,8 +6,7 @@
 //
 // Invariants
 //   * The superblock and the current map block on disk lag behind the memory until the last user lets go; closing
-//   writes
-//     them. Nobody opens the same host again before those writes are done.
+//     writes them. Nobody opens the same host again before those writes are done.
 // Threads: any. Every operation holds the one lock of the file while it consults or changes the map, and issues its
 // host requests under it; waits for the disk under it happen only when a map block is full.
 #pragma once

@@ -319,7 +319,18 @@ TEST(Timecode, CopiesAreIndependent) {
     EXPECT_EQ(label, (Label{1, 1, 0, 0, 0, true}));
     EXPECT_EQ(labelOf(original), (Label{0, 0, 0, 0, 3, true}));
 
+    // A kept label is copied, not worked out again.
+    KTimecode kept(F59_94, DF, 3600);
+    kept.cache_validate();
+    kept.set_ndf();
+    kept.force_f2();
+    Label const old_label{0, 0, 1, 0, 2, true};
+    EXPECT_EQ(labelOf(KTimecode(kept)), old_label);
     KTimecode assigned(F60, 5);
+    assigned = kept;
+    EXPECT_EQ(labelOf(assigned), old_label);
+    EXPECT_EQ(assigned.get_nfields(), 3601u);
+
     assigned = KTimecode();
     EXPECT_FALSE(assigned.is_defined());
     assigned = original;

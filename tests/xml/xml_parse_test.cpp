@@ -36,8 +36,7 @@ std::string repeated(std::string_view piece, std::size_t times) {
     return text;
 }
 
-// ---- parsing
-// ----------------------------------------------------------------------------------------------------------
+// ---- parsing -------------------------------------------------------------------------------------------------------
 
 TEST(XmlParse, ElementWithTextKeepsIt) {
     XmlElement const a = parsed("<a>x</a>");
@@ -246,8 +245,7 @@ TEST(XmlParse, AcceptsExactlyTheGrammarAmongAllShortRunsOfTags) {
     expectTheGrammarsVerdictOnAllTextsOf({"<a>", "</a>", "<b1 >", "< /b1>", "< a/ >", " ", "x", "</"}, 6);
 }
 
-// ---- looking up
-// -------------------------------------------------------------------------------------------------------
+// ---- looking up ----------------------------------------------------------------------------------------------------
 
 TEST(XmlElementLookup, FindsTheFirstChildOfExactlyThatName) {
     XmlElement const root = parsed("<r><Start>1</Start><start>2</start><Start>3</Start></r>");
@@ -268,8 +266,7 @@ TEST(XmlElementLookup, GivesAnInvalidElementWhenThereIsNone) {
 
 TEST(XmlElementLookup, OnlyLooksAtDirectChildren) { EXPECT_TRUE(parsed("<r><a><b/></a></r>").child("b").invalid); }
 
-// ---- trees as values
-// --------------------------------------------------------------------------------------------------
+// ---- trees as values -----------------------------------------------------------------------------------------------
 
 TEST(XmlElementValue, CopyIsIndependentOfItsOriginal) {
     XmlElement original = parsed("<r><a>1</a><b><c>2</c></b></r>");
@@ -301,8 +298,7 @@ TEST(XmlElementValue, AddGivesTheChildBackForFilling) {
     EXPECT_EQ(compact(root), "<r><a>1</a><b><c /></b></r>");
 }
 
-// ---- depth
-// ------------------------------------------------------------------------------------------------------------
+// ---- depth ---------------------------------------------------------------------------------------------------------
 
 // The deepest tree that a header area holds: 4681 levels of seven bytes.
 constexpr std::size_t HEADER_DEPTH = 32768 / std::string_view("<a></a>").size();
@@ -349,8 +345,7 @@ TEST(XmlDepth, UnfinishedAndWronglyClosedDeepTreesFail) {
     }
 }
 
-// ---- entities
-// ---------------------------------------------------------------------------------------------------------
+// ---- entities ------------------------------------------------------------------------------------------------------
 
 TEST(XmlEntities, EveryRowGoesBothWays) {
     std::pair<char const*, char const*> const rows[] = {
@@ -387,8 +382,7 @@ TEST(XmlEntities, UnescapingScansOnce) {
     EXPECT_EQ(xmlUnescape("&am&amp;p;"), "&am&p;");
 }
 
-// ---- writing
-// ----------------------------------------------------------------------------------------------------------
+// ---- writing -------------------------------------------------------------------------------------------------------
 
 TEST(XmlWrite, TextIsEscaped) { EXPECT_EQ(compact(XmlElement("t", "a<b")), "<t>a&lt;b</t>"); }
 
@@ -497,8 +491,7 @@ TEST(XmlWrite, ParsingWhatWasWrittenGivesTheSameTreeInEveryLayout) {
     }
 }
 
-// ---- extracting
-// -------------------------------------------------------------------------------------------------------
+// ---- extracting ----------------------------------------------------------------------------------------------------
 
 void feed(XmlExtractor& extractor, std::string_view bytes) { extractor.append(bytes.data(), bytes.size()); }
 

@@ -7,8 +7,7 @@
 // Invariants
 //   * `pending` counts the requests that were started and whose completion has not been called.
 //   * The ring is touched only by its thread while `use` is `in_use`, which holds whenever requests are pending; the
-//   end
-//     of the library may close the ring of another thread, but only after taking `use` from `idle` to `closed`.
+//     end of the library may close the ring of another thread, but only after taking `use` from `idle` to `closed`.
 // Threads: an IoQueue belongs to its thread. It has no destructor, so that it neither ends before the static objects of
 // the program do, nor keeps a library that is being unloaded in memory.
 #pragma once

@@ -84,7 +84,7 @@ void Ring::fill(TransferList& queued) {
             wake_armed = true;
         }
     }
-    while (!queued.empty() && in_kernel<MAX_IN_KERNEL&& ::io_uring_sq_space_left(&ring)> 0)
+    while (!queued.empty() && ::io_uring_sq_space_left(&ring) > 0 && in_kernel < MAX_IN_KERNEL)
         prepare(queued.pop());
 }
 

@@ -25,6 +25,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "foundation/ksemaphore.h"
 #include "platform/host_file.h"
 #include "support/buffer.h"
 #include "support/probe_request.h"
@@ -236,6 +237,20 @@ TEST_F(RingTest, CompletionsGoOnBesideARequestThatStaysPending) {
     for (std::uint32_t block = 0; block < 64; ++block)
         EXPECT_TRUE(readsWell(block));
     EXPECT_EQ(pending.request.completions, 0);
+}
+
+// KEEP: a completion begins the time-out anew. Without a ring each look at the semaphore completes one request, so a wait
+// that has no time at all goes on to the one that posts.
+TEST_F(RingTest, EveryCompletionBeginsTheTimeOutAnew) {
+    useRings(false);
+    KSemaphore semaphore(0);
+    Buffer read(BLOCK, 1);
+    ProbeRequest first, second, third([&semaphore] { semaphore.post(); });
+    for (ProbeRequest* request : {&first, &second, &third})
+        ASSERT_TRUE(file->startRead(0, BLOCK, read.memory, *request));
+    EXPECT_TRUE(semaphore.wait(1, 0));
+    EXPECT_EQ(third.completions, 1);
+    EXPECT_FALSE(semaphore.wait(1, 0));
 }
 
 // The wake that is meant for the outer wait comes while the inner one sleeps.
