@@ -217,18 +217,21 @@ TEST(HemlockWriter, WritesEveryRateAndSubchannelCountByteForByteInAnyPortions) {
 }
 
 TEST(HemlockWriter, WritesTheSameInTinyAndInRandomPortions) {
-    auto const streams = material(2, 9000, 3);
-    for (std::uint32_t portion : {1u, 7u, 799u, 800u, 802u, 1602u, 0u}) {
-        Recording recording(VideoFrequency::f59_94, 2);
-        std::mt19937 random(4);
-        for (std::uint32_t done = 0; done < 9000;) {
-            std::uint32_t const any = portion != 0 ? portion : static_cast<std::uint32_t>(random() % 3000);
-            std::uint32_t const n = std::min(any, 9000 - done);
-            ASSERT_TRUE(recording.write(streams, done, n).empty());
-            done += n;
+    for (auto const& rate : model::rates()) {
+        std::uint32_t const subchannels = rate.code % 2 == 0 ? 2 : 14;
+        auto const streams = material(subchannels, 9000, 3);
+        for (std::uint32_t portion : {1u, 7u, 799u, 800u, 802u, 1602u, 0u}) {
+            Recording recording(rate.frequency, subchannels);
+            std::mt19937 random(4);
+            for (std::uint32_t done = 0; done < 9000;) {
+                std::uint32_t const any = portion != 0 ? portion : static_cast<std::uint32_t>(random() % 3000);
+                std::uint32_t const n = std::min(any, 9000 - done);
+                ASSERT_TRUE(recording.write(streams, done, n).empty());
+                done += n;
+            }
+            ASSERT_TRUE(recording.writer.finish().empty());
+            expectRecording(recording, streams);
         }
-        ASSERT_TRUE(recording.writer.finish().empty());
-        expectRecording(recording, streams);
     }
 }
 

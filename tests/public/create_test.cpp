@@ -178,6 +178,25 @@ TEST(CreateFinish, FileThatIsOpenUnderAnotherSpellingIsNotOverwritten) {
     EXPECT_OK(made.finish());
 }
 
+// The file is no clip that is open, but the data of a track of one.
+TEST(CreateFinish, FileThatHoldsATrackOfAnOpenClipIsNotOverwritten) {
+    Creation made;
+    std::string const essence = patternBytes(8 * 4096, 1);
+    writeFile(made.name, essence);
+    std::string const vfile = element("VFile", element("FileName", (made.folder.path / "clip").string()));
+    auto const owner = made.folder.name("owner");
+    writeFile(owner, headerArea(clipHeaderText("1080i 50Hz", trackMeta("auk", vfile))));
+    unsigned int open = 0;
+    ASSERT_OK(clip_open(owner.c_str(), &open));
+    unsigned int const track = clip_get_track(open, 0);
+    EXPECT_SAYS(made.finish(), "Can't create file with same filename as file which is already open");
+    std::string back(essence.size(), 'x');
+    EXPECT_OK(track_read(track, 0, back.data()));
+    EXPECT_EQ(back, essence);
+    clip_close(open);
+    EXPECT_OK(made.finish()) << "the creation is still in place";
+}
+
 TEST(CreateFinish, FolderThatDoesNotExistIsTheHostsError) {
     ScratchPath folder;
     unsigned int creation = 0, clip = 77;
