@@ -2,6 +2,7 @@
 // recorded bytes, silence or a message, never other bytes, a crash or a hang.
 
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <optional>
 #include <string>
@@ -107,6 +108,61 @@ TEST(HostileClip, CutOffAnywhereItGivesWhatIsThereOrAMessage) {
             clip_close(clip);
             EXPECT_EQ(clip_track_count(clip), 0u);
             EXPECT_TRUE(written || !writable || cut < size) << "a clip that lost nothing takes a unit";
+        }
+}
+
+// --- containers that lie --------------------------------------------------------------------------------------------
+
+std::string bytesOf(std::filesystem::path const& path, std::size_t count) {
+    std::string bytes(count, '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(count));
+    return bytes;
+}
+
+void putNumber(std::filesystem::path const& path, std::uint64_t at, std::uint64_t number) {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(at));
+    for (int shift = 56; shift >= 0; shift -= 8)
+        file.put(static_cast<char>(number >> shift));
+    ASSERT_TRUE(file.good());
+}
+
+// Opens the clip for writing, reads and writes units of every track and closes it. Every call may refuse.
+void useAsFarAsItGoes(std::wstring const& name) {
+    unsigned int clip = 0;
+    ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+    std::string unit(SMALL_UNIT, 'w');
+    for (unsigned int index = 0; index < clip_track_count(clip); ++index) {
+        unsigned int const track = clip_get_track(clip, index);
+        for (unsigned int number : {0u, 1u, UNITS - 1, UNITS, track_length_in_units(track)}) {
+            track_read(track, number, unit.data());
+            track_write(track, number, unit.data(), SMALL_UNIT);
+        }
+    }
+    clip_close(clip);
+}
+
+// Each number of the container's superblock and of its first map block in turn says something near a limit. Whatever
+// comes of the tracks, nothing that is written to them gets into the clip's header.
+TEST(HostileClip, ContainersThatLieNeverReachTheHeader) {
+    ScratchPath folder;
+    recordTracks(folder.name("whole"));
+    std::string const header = bytesOf(folder.path / "whole", HEADER_AREA);
+    constexpr std::uint64_t SUPERBLOCK = HEADER_AREA, FIRST_MAP_BLOCK = HEADER_AREA + 65536;
+    std::vector<std::uint64_t> places;
+    for (std::uint64_t word = 0; word < 12; ++word)
+        for (std::uint64_t block : {SUPERBLOCK, FIRST_MAP_BLOCK})
+            places.push_back(block + word * 8);
+    for (std::uint64_t place : places)
+        for (std::uint64_t number :
+             {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{0xFFFFFFFF}, std::uint64_t{1} << 32,
+              (std::uint64_t{1} << 55) - 64, std::uint64_t{1} << 55, (std::uint64_t{1} << 63) - 1,
+              std::uint64_t{1} << 63, ~std::uint64_t{0} - 63, ~std::uint64_t{0}}) {
+            auto const path = folder.path / "lying";
+            std::filesystem::copy_file(folder.path / "whole", path, std::filesystem::copy_options::overwrite_existing);
+            putNumber(path, place, number);
+            useAsFarAsItGoes(folder.name("lying"));
+            ASSERT_EQ(bytesOf(path, HEADER_AREA), header) << place << ' ' << number;
         }
 }
 
