@@ -12,7 +12,7 @@ namespace {
 Bytes readFile(std::filesystem::path const& file) {
     std::ifstream in(file, std::ios::binary);
     require(in.good(), "cannot open " + file.string());
-    Bytes bytes(std::filesystem::file_size(file));
+    Bytes bytes(static_cast<std::size_t>(std::filesystem::file_size(file)));
     in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     require(in.good(), "cannot read " + file.string());
     return bytes;
