@@ -183,7 +183,7 @@ TEST(CreateFinish, FileThatHoldsATrackOfAnOpenClipIsNotOverwritten) {
     Creation made;
     std::string const essence = patternBytes(8 * 4096, 1);
     writeFile(made.name, essence);
-    std::string const vfile = element("VFile", element("FileName", (made.folder.path / "clip").string()));
+    std::string const vfile = element("VFile", element("FileName", "clip"));
     auto const owner = made.folder.name("owner");
     writeFile(owner, headerArea(clipHeaderText("1080i 50Hz", trackMeta("auk", vfile))));
     unsigned int open = 0;
