@@ -23,7 +23,7 @@ function(export_microsoft_names target)
   target_sources(${target} PRIVATE ${aliases})
 
   add_custom_command(OUTPUT ${import_library}
-                     COMMAND sed "s/ = .*//" ${aliases} > ${import_library}.def
+                     COMMAND sed -n "/EXPORTS/p; s/ = .*//p" ${aliases} > ${import_library}.def
                      COMMAND ${CMAKE_DLLTOOL} --no-leading-underscore -D $<TARGET_FILE_NAME:${target}>
                              -d ${import_library}.def -l ${import_library}
                      DEPENDS ${aliases} VERBATIM)
