@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "foundation/ksemaphore.h"
+#include "platform/process_end.h"
 #include "platform/task_pool.h"
 #include "platform/transfer_memory.h"
 
@@ -33,6 +34,7 @@ class TaskCount {
         if (--tasks == 0) none_left.notify_all();
     }
     bool waitForNone(std::chrono::seconds at_most) {
+        if (platform::otherThreadsAreGone()) return false;  // and with them what they ran
         std::unique_lock lock(mutex);
         return none_left.wait_for(lock, at_most, [this] { return tasks == 0; });
     }

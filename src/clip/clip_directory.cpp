@@ -9,6 +9,7 @@
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
+#include "platform/process_end.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
 
@@ -237,10 +238,18 @@ void closeAllClips() {
         auto item = directory().lock();
         std::swap(closed, item.value);
     }
+    if (platform::otherThreadsAreGone()) {
+        // Queries that were cut short hold their entries for ever; what the clips hold is written back all the same.
+        for (auto const& [number, entry] : closed.by_clip_handle) {
+            entry->extra.reset();
+            entry->clip.reset();
+            entry->file.reset();
+        }
+        return;
+    }
     closed = {};  // most entries go here
 
-    // The others go with the last query that holds them. Where the threads of those queries are gone already (a process
-    // that leaves may have lost them), they never do.
+    // The others go with the last query that holds them.
     auto const deadline = std::chrono::steady_clock::now() + UNLOAD_PATIENCE;
     while (entryCount().load() > 0 && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -80,7 +80,11 @@ void CALLBACK deliver(ULONG_PTR parameter) {
 // The thread that does the transfers. It is never ended: the process's end does that.
 class Worker {
   public:
-    Worker() : thread(CreateThread(nullptr, 0, &Worker::entry, this, 0, nullptr)) {}
+    // Made, and running, before the first transfer: a thread cannot be started later, while DLLs are loaded or unloaded,
+    // and one that is still starting when the process ends may fault.
+    Worker() : thread(CreateThread(nullptr, 0, &Worker::entry, this, 0, nullptr)) {
+        WaitForSingleObject(running, INFINITE);
+    }
 
     // While the process is unloading its DLLs all threads but one are gone already.
     bool alive() const { return WaitForSingleObject(thread, 0) == WAIT_TIMEOUT; }
@@ -93,8 +97,10 @@ class Worker {
 
   private:
     static DWORD CALLBACK entry(void* self) {
+        auto& worker = *static_cast<Worker*>(self);
+        SetEvent(worker.running);
         for (;;)
-            static_cast<Worker*>(self)->runOne();
+            worker.runOne();
     }
 
     void runOne() {
@@ -122,6 +128,7 @@ class Worker {
     CONDITION_VARIABLE more = CONDITION_VARIABLE_INIT;
     std::vector<std::unique_ptr<Transfer>> waiting;
     std::uint32_t random = 1;
+    HANDLE const running = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE const thread;  // last: it starts with everything above in place
 };
 Worker& worker() {
@@ -172,6 +179,7 @@ HANDLE WINAPI ruled_CreateFileW(wchar_t const* name, DWORD access, DWORD share, 
     HANDLE const file = system_CreateFileW(name, access, share, security, disposition, flags, pattern);
     DWORD const error = GetLastError();
     if (file != INVALID_HANDLE_VALUE && (flags & RULED) == RULED) {
+        worker();
         Locked const held(files_lock);
         files()[file] = access;
     }
@@ -225,7 +233,6 @@ void replace(IMAGE_THUNK_DATA& slot, void* replacement) {
 }
 
 [[maybe_unused]] bool const applied = [] {
-    worker();  // a thread cannot be started later, while DLLs are being loaded or unloaded
     applyWindowsRules(GetModuleHandleW(nullptr));
     if (HMODULE const library = GetModuleHandleW(L"kelvonclip.dll")) applyWindowsRules(library);
     return true;

@@ -1,0 +1,7 @@
+#include "platform/process_end.h"
+
+namespace KelvonClip::platform {
+
+bool otherThreadsAreGone() { return false; }
+
+}  // namespace KelvonClip::platform
