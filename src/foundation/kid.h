@@ -16,7 +16,7 @@ class KID {
     // A new identifier from the host's generator; empty (after an assertion line) when the host has none to give.
     static KID create();
 
-    // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX" and "}" in upper-case hexadecimal; "uninitialized" when empty;
+    // Braces around 8, 4, 4, 4 and 12 upper-case hexadecimal digits with hyphens between; "uninitialized" when empty;
     // "????" (after an assertion line) for any other size.
     KString toText() const;
     std::size_t size() const { return bytes.size(); }
