@@ -45,24 +45,6 @@ class TaskCount {
     std::uint64_t tasks = 0;
 };
 
-// What a task holds: counted from before it goes to the pool until the pool lets go of it, whether it was run or not.
-template <class Held>
-class CountedTask {
-  public:
-    explicit CountedTask(std::shared_ptr<Held> what) : held(std::move(what)) { TaskCount::process().begin(); }
-    ~CountedTask() {
-        held.reset();
-        TaskCount::process().end();
-    }
-    CountedTask(CountedTask const&) = delete;
-    CountedTask& operator=(CountedTask const&) = delete;
-
-    Held& operator*() const { return *held; }
-
-  private:
-    std::shared_ptr<Held> held;
-};
-
 }  // namespace
 
 // Some consecutive units that are read together.
@@ -91,11 +73,15 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
         read_finished = false;
         offered.store(true);
         if (task_in_pool.exchange(true)) return;  // the earlier task has not started yet and will serve this offer
+        TaskCount::process().begin();
+        held_by_task = shared_from_this();
         try {
-            auto const task = std::make_shared<CountedTask<Run>>(shared_from_this());
-            platform::runInBackground([task] { (**task).serve(); });
+            platform::runInBackground([this] { runTask(*this); });
         } catch (std::exception const&) {
-            task_in_pool.store(false);  // the host takes no more tasks: the reader will claim the run when it needs it
+            // The host takes no more tasks: the reader will claim the run when it needs it.
+            held_by_task.reset();
+            task_in_pool.store(false);
+            TaskCount::process().end();
         }
     }
 
@@ -124,8 +110,16 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
   private:
     bool claim() { return offered.exchange(false); }
 
+    // The task: holds the run until it is done with it, and lets go of it before it counts as gone.
+    static void runTask(Run& run) {
+        auto held = std::move(run.held_by_task);
+        run.task_in_pool.store(false);
+        held->serve();
+        held.reset();
+        TaskCount::process().end();
+    }
+
     void serve() {
-        task_in_pool.store(false);
         if (!claim()) return;
         read();
         done.post();
@@ -156,7 +150,8 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
     KSemaphore done{0};                       // posted once for every reading by a task
     std::atomic<bool> offered = false;
     std::atomic<bool> task_in_pool = false;
-    bool read_finished = true;  // the reader's: nothing is under way, and what was has been waited for
+    std::shared_ptr<Run> held_by_task;  // the offerer's while no task is in the pool, then the task's
+    bool read_finished = true;          // the reader's: nothing is under way, and what was has been waited for
 };
 
 UnitReadAhead::UnitReadAhead(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes)

@@ -6,7 +6,9 @@
 
 namespace KelvonClip {
 
-KSemaphore::KSemaphore(std::uint32_t initial, std::uint32_t max) : max_count(max), semaphore(initial, max) {}
+KSemaphore::KSemaphore(std::uint32_t initial, std::uint32_t max) : max_count(max), semaphore(initial, max) {
+    if (max > 1) several.emplace();
+}
 
 void KSemaphore::post() {
     if (!kassert(max_count > 0, "ksemaphore", __LINE__, "n <= max_count")) return;
@@ -18,7 +20,7 @@ bool KSemaphore::wait(std::uint32_t n, std::uint32_t timeout_ms) {
     if (!kassert(n <= max_count, "ksemaphore", __LINE__, "n <= max_count")) return false;
 
     std::shared_ptr<KMutexLock::Locker> alone;
-    if (n > 1) alone = several.lock();
+    if (n > 1) alone = several->lock();
     for (std::uint32_t taken = 0; taken < n;) {
         // KEEP: whatever is neither a unit nor a time-out, completions above all, begins the time-out anew.
         switch (semaphore.waitAlertable(timeout_ms)) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "foundation/kmutexlock.h"
 #include "platform/wait.h"
@@ -27,7 +28,8 @@ class KSemaphore {
   private:
     std::uint32_t max_count;
     platform::HostSemaphore semaphore;
-    KMutexLock several;  // serialises waiters that take more than one unit, so that two never share out the units
+    // Serialises waiters that take more than one unit, so that two never share out the units; there when any can.
+    std::optional<KMutexLock> several;
 };
 
 }  // namespace KelvonClip

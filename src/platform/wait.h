@@ -1,8 +1,9 @@
 // Alertable waiting: the calling thread's own I/O completions run while it waits, and only then.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <new>
 
 namespace KelvonClip::platform {
 
@@ -30,7 +31,10 @@ class HostSemaphore {
 
   private:
     struct State;
-    std::unique_ptr<State> state;
+    State& state() { return *std::launder(reinterpret_cast<State*>(host_state)); }
+
+    alignas(8) std::byte
+        host_state[128];  // the host's own State, in place: every operation that is waited for makes one
 };
 
 }  // namespace KelvonClip::platform

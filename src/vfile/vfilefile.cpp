@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "foundation/kassert.h"
+#include "platform/recycled_memory.h"
 
 namespace KelvonClip {
 
@@ -18,6 +19,9 @@ struct Request : platform::HostRequest {
             std::uint32_t* actual_length, char const* message)
         : HostRequest(&Request::completed), file(std::move(target)), completion(std::move(operation)),
           length(requested), actual(actual_length), failure(message) {}
+
+    static void* operator new(std::size_t bytes) { return platform::takeRecycled(bytes); }
+    static void operator delete(void* memory, std::size_t bytes) { platform::giveRecycled(memory, bytes); }
 
     // Runs on the issuing thread, in an alertable wait.
     static void completed(HostRequest& request, bool failed, std::uint32_t transferred) noexcept {

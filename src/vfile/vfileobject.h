@@ -17,13 +17,14 @@
 
 #include "foundation/ksemaphore.h"
 #include "foundation/kstring.h"
+#include "platform/recycled_memory.h"
 
 namespace KelvonClip {
 
 namespace CIO {
 
 // The completion object of one operation: keeps the first error text and is told when the last request has let go.
-// Made only by makeCompletion, whose deleter turns the release of the last reference into the call of `complete`.
+// Made only by makeCompletion, which turns the release of the last reference into the call of `complete`.
 class CIOObject {
   public:
     CIOObject() = default;
@@ -47,10 +48,11 @@ class CIOObject {
 
 template <class Kind, class... Arguments>
 std::shared_ptr<Kind> makeCompletion(Arguments&&... arguments) {
-    return std::shared_ptr<Kind>(new Kind(std::forward<Arguments>(arguments)...), [](Kind* object) {
-        object->complete();
-        delete object;
-    });
+    struct Completing final : Kind {
+        explicit Completing(Arguments&&... its_arguments) : Kind(std::forward<Arguments>(its_arguments)...) {}
+        ~Completing() override { this->complete(); }
+    };
+    return std::allocate_shared<Completing>(platform::Recycling<Completing>(), std::forward<Arguments>(arguments)...);
 }
 
 // Wakes a caller that waits: hands over the error text, then releases the semaphore by one.

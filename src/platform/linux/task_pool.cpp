@@ -25,6 +25,7 @@
 #include <asio/post.hpp>
 
 #include "platform/linux/task_pool.h"
+#include "platform/recycled_memory.h"
 
 namespace KelvonClip::platform {
 
@@ -50,6 +51,16 @@ class WithoutSignals {
     sigset_t before;
 };
 
+// A task as Asio keeps it in its queue.
+struct Handler {
+    using allocator_type = Recycling<void>;
+    allocator_type get_allocator() const noexcept { return {}; }
+
+    void operator()() const { task(); }
+
+    std::function<void()> task;
+};
+
 class Pool {
   public:
     Pool() : more_to_come(tasks.get_executor()) {
@@ -70,7 +81,7 @@ class Pool {
     Pool(Pool const&) = delete;
     Pool& operator=(Pool const&) = delete;
 
-    void post(std::function<void()> task) { asio::post(tasks, std::move(task)); }
+    void post(std::function<void()> task) { asio::post(tasks, Handler{std::move(task)}); }
 
   private:
     asio::io_context tasks;

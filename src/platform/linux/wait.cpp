@@ -64,30 +64,33 @@ struct HostSemaphore::State {
     Waiter* first = nullptr;
 };
 
-HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) : state(std::make_unique<State>(initial, max)) {}
+HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) {
+    static_assert(sizeof(State) <= sizeof host_state && alignof(State) <= 8);
+    new (host_state) State(initial, max);
+}
 
-HostSemaphore::~HostSemaphore() = default;
+HostSemaphore::~HostSemaphore() { state().~State(); }
 
 bool HostSemaphore::post(std::uint32_t count) {
-    std::lock_guard const lock(state->mutex);
-    if (count > state->max || state->count > state->max - count) return false;
-    for (; count > 0 && state->first != nullptr; --count)
-        state->grantFirst();
-    state->count += count;
+    std::lock_guard const lock(state().mutex);
+    if (count > state().max || state().count > state().max - count) return false;
+    for (; count > 0 && state().first != nullptr; --count)
+        state().grantFirst();
+    state().count += count;
     return true;
 }
 
 WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
     Deadline const deadline(timeout_ms);
     IoQueue& io = IoQueue::ofThisThread();
-    std::unique_lock lock(state->mutex);
-    if (state->count > 0) {
-        --state->count;
+    std::unique_lock lock(state().mutex);
+    if (state().count > 0) {
+        --state().count;
         return WaitResult::taken;
     }
 
     Waiter self{&io};
-    state->enqueue(self);
+    state().enqueue(self);
     for (;;) {
         auto progress = IoQueue::Progress::woken;
         if (io.hasPending()) {
@@ -100,14 +103,14 @@ WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
             self.wake_descriptor = -1;
             auto const has_unit = [&self] { return self.granted; };
             if (deadline.forever()) {
-                state->granted.wait(lock, has_unit);
-            } else if (!state->granted.wait_until(lock, deadline.at(), has_unit)) {
+                state().granted.wait(lock, has_unit);
+            } else if (!state().granted.wait_until(lock, deadline.at(), has_unit)) {
                 progress = IoQueue::Progress::timed_out;
             }
         }
         if (self.granted) return WaitResult::taken;
         if (progress == IoQueue::Progress::woken) continue;  // by a unit of another semaphore
-        state->remove(self);
+        state().remove(self);
         return progress == IoQueue::Progress::completed ? WaitResult::completed_io : WaitResult::timed_out;
     }
 }

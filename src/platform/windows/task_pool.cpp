@@ -6,16 +6,24 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/recycled_memory.h"
+
 namespace KelvonClip::platform {
 
 namespace {
 
-using Task = std::function<void()>;
+// A task on its way through the pool.
+struct Task {
+    static void* operator new(std::size_t bytes) { return takeRecycled(bytes); }
+    static void operator delete(void* memory, std::size_t bytes) { giveRecycled(memory, bytes); }
+
+    std::function<void()> function;
+};
 
 // A named function: a lambda does not convert to a __stdcall callback on 32-bit Windows.
 void CALLBACK runTask(TP_CALLBACK_INSTANCE*, void* context) {
     std::unique_ptr<Task> const task(static_cast<Task*>(context));
-    (*task)();
+    task->function();
 }
 
 struct Environment {
@@ -36,9 +44,9 @@ struct Environment {
 
 }  // namespace
 
-void runInBackground(Task task) {
+void runInBackground(std::function<void()> task) {
     Environment environment;
-    auto context = std::make_unique<Task>(std::move(task));
+    auto context = std::make_unique<Task>(Task{std::move(task)});
     if (!TrySubmitThreadpoolCallback(&runTask, context.get(), &environment.value))
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
                                 "TrySubmitThreadpoolCallback");

@@ -13,25 +13,26 @@ struct HostSemaphore::State {
     HANDLE handle;
 };
 
-HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max)
-    : state(std::make_unique<State>(
-          CreateSemaphoreW(nullptr, static_cast<LONG>(initial), static_cast<LONG>(max), nullptr))) {
+HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) {
+    static_assert(sizeof(State) <= sizeof host_state);
+    HANDLE const handle = CreateSemaphoreW(nullptr, static_cast<LONG>(initial), static_cast<LONG>(max), nullptr);
     // Windows has no semaphore that never holds a unit; without a handle every post and wait fails, as it should.
-    if (state->handle == nullptr && max != 0)
+    if (handle == nullptr && max != 0)
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateSemaphoreW");
+    new (host_state) State{handle};
 }
 
 HostSemaphore::~HostSemaphore() {
-    if (state->handle != nullptr) CloseHandle(state->handle);
+    if (state().handle != nullptr) CloseHandle(state().handle);
 }
 
 // The object may be gone as soon as the unit is there: nothing of it is touched after the call.
 bool HostSemaphore::post(std::uint32_t count) {
-    return count == 0 || ReleaseSemaphore(state->handle, static_cast<LONG>(count), nullptr) != FALSE;
+    return count == 0 || ReleaseSemaphore(state().handle, static_cast<LONG>(count), nullptr) != FALSE;
 }
 
 WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
-    switch (WaitForSingleObjectEx(state->handle, timeout_ms, TRUE)) {
+    switch (WaitForSingleObjectEx(state().handle, timeout_ms, TRUE)) {
     case WAIT_OBJECT_0:
         return WaitResult::taken;
     case WAIT_TIMEOUT:
