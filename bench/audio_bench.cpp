@@ -1,10 +1,11 @@
-// Sequential audio against memcpy of the same bytes and against libsndfile (RF64 and W64, 32-bit PCM, de-interleaved into
-// the same buffers): ten minutes of sixteen subchannels, in calls of 1920 and of 64 samples, on the same file system in
-// the same run. Works in the current folder. The yardstick's files are in the page cache when it reads them; what is
+// Sequential audio against memcpy of the same bytes, against what the disk itself can do, and against libsndfile (RF64 and
+// W64, 32-bit PCM, de-interleaved into the same buffers): ten minutes of sixteen subchannels, in calls of 1920 and of 64
+// samples, on the same file system in the same run. Works in the current folder. The yardstick's files are in the page cache when it reads them; what is
 // left to be written back is written back before a reading begins.
 //
 // KELVONCLIP_BENCH_AUDIO_MINUTES in the environment makes it shorter.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
@@ -21,7 +22,10 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "platform/transfer_memory.h"
 
 namespace {
 
@@ -57,9 +61,12 @@ constexpr wchar_t CLIP[] = L"bench-audio.clip";
 
 // Whole blocks, so that the recording ends where a unit does.
 std::uint64_t samplesInAll() {
-    char const* minutes = std::getenv("KELVONCLIP_BENCH_AUDIO_MINUTES");
-    return static_cast<std::uint64_t>(60 * RATE * (minutes != nullptr ? std::atof(minutes) : 10)) / LONGEST_CALL *
-           LONGEST_CALL;
+    static std::uint64_t const samples = [] {
+        char const* minutes = std::getenv("KELVONCLIP_BENCH_AUDIO_MINUTES");
+        return static_cast<std::uint64_t>(60 * RATE * (minutes != nullptr ? std::atof(minutes) : 10)) / LONGEST_CALL *
+               LONGEST_CALL;
+    }();
+    return samples;
 }
 
 // One buffer for each subchannel, and a call's worth of frames for those who interleave.
@@ -241,6 +248,82 @@ void yardstickWrites(benchmark::State& state, Yardstick const& yardstick) {
     report(state, 0, 0);
 }
 
+// What the file system itself can do with units as large as the library's: direct transfers of the same units to and from
+// huge pages, nothing else. Read in runs of eight by four threads at once, as fast as the disk will; written one after the
+// other, because a unit is on the disk before the next one is begun.
+class RawUnits {
+  public:
+    RawUnits() : descriptor(::open(NAME, O_RDWR | O_CREAT | O_TRUNC | O_DIRECT | O_CLOEXEC, 0600)) {}
+    ~RawUnits() {
+        ::close(descriptor);
+        std::filesystem::remove(NAME);
+    }
+    RawUnits(RawUnits const&) = delete;
+    RawUnits& operator=(RawUnits const&) = delete;
+
+    bool write() const {
+        auto const unit = filled(UNIT_BYTES);
+        for (std::uint64_t at = 0; at < bytesInAll(); at += UNIT_BYTES)
+            if (::pwrite(descriptor, unit.get(), UNIT_BYTES, static_cast<off_t>(at)) != UNIT_BYTES) return false;
+        return true;
+    }
+    bool read() const {
+        std::atomic<std::uint64_t> next = 0;
+        std::atomic<bool> good = true;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&] {
+                auto const run = filled(RUN_BYTES);
+                for (std::uint64_t at; (at = next.fetch_add(RUN_BYTES)) < bytesInAll();) {
+                    auto const expected = static_cast<ssize_t>(std::min<std::uint64_t>(RUN_BYTES, bytesInAll() - at));
+                    if (::pread(descriptor, run.get(), RUN_BYTES, static_cast<off_t>(at)) != expected) good = false;
+                }
+            });
+        for (auto& thread : threads)
+            thread.join();
+        return good;
+    }
+
+  private:
+    static constexpr char const* NAME = "bench-audio.raw";
+    static constexpr std::size_t UNIT_BYTES = SUBCHANNELS * 8192, RUN_BYTES = 8 * UNIT_BYTES;  // at 25Hz
+
+    static std::uint64_t bytesInAll() { return samplesInAll() / LONGEST_CALL * UNIT_BYTES; }
+    static platform::TransferMemory filled(std::size_t bytes) {
+        auto memory = platform::allocateTransferMemory(bytes);
+        std::memset(memory.get(), 0x5A, bytes);
+        return memory;
+    }
+
+    int descriptor;
+};
+
+void rawReads(benchmark::State& state) {
+    RawUnits const units;
+    bool good = units.write();
+    settle();
+    for (auto _ : state)
+        good = good && units.read();
+    if (!good) state.SkipWithError("direct reading failed");
+    report(state, 0, 0);
+}
+
+void rawWrites(benchmark::State& state) {
+    bool good = true;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto units = std::make_unique<RawUnits>();
+        settle();
+        state.ResumeTiming();
+        good = good && units->write();
+        state.PauseTiming();
+        units.reset();
+        state.ResumeTiming();
+    }
+    if (!good) state.SkipWithError("direct writing failed");
+    report(state, 0, 0);
+}
+
 void calls(benchmark::internal::Benchmark* each) {
     each->Arg(1920)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 }
@@ -248,10 +331,12 @@ void calls(benchmark::internal::Benchmark* each) {
 BENCHMARK(libraryReads)->Name("audio_read/library")->Apply(calls);
 BENCHMARK_CAPTURE(yardstickReads, rf64, RF64)->Name("audio_read/libsndfile_rf64")->Apply(calls);
 BENCHMARK_CAPTURE(yardstickReads, w64, W64)->Name("audio_read/libsndfile_w64")->Apply(calls);
+BENCHMARK(rawReads)->Name("audio_read/disk")->Apply(calls);
 BENCHMARK(copying)->Name("audio_read/memcpy")->Apply(calls);
 BENCHMARK(libraryWrites)->Name("audio_write/library")->Apply(calls);
 BENCHMARK_CAPTURE(yardstickWrites, rf64, RF64)->Name("audio_write/libsndfile_rf64")->Apply(calls);
 BENCHMARK_CAPTURE(yardstickWrites, w64, W64)->Name("audio_write/libsndfile_w64")->Apply(calls);
+BENCHMARK(rawWrites)->Name("audio_write/disk")->Apply(calls);
 BENCHMARK(copying)->Name("audio_write/memcpy")->Apply(calls);
 
 }  // namespace

@@ -27,7 +27,7 @@ void finishAllReaders() noexcept {
     try {
         auto open = std::make_unique<std::vector<Readers::Pointer>>(readers().removeAll());
         for (auto const& reader : *open)
-            reader->withdrawOffers();
+            reader->leaveNothingToBegin();
         if (!hemlock::UnitReadAhead::waitForTasks(PATIENCE)) (void)open.release();
     } catch (std::exception const&) {
         // No memory for the list: the readers stay, and with them their memory, until the process is gone.

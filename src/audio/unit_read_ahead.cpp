@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
 
 #include "foundation/ksemaphore.h"
+#include "foundation/locked.h"
 #include "platform/process_end.h"
 #include "platform/task_pool.h"
 #include "platform/transfer_memory.h"
@@ -26,16 +26,16 @@ class TaskCount {
         return count;
     }
     void begin() {
-        std::lock_guard const lock(mutex);
+        auto const lock = locked(mutex);
         ++tasks;
     }
     void end() {
-        std::lock_guard const lock(mutex);
+        auto const lock = locked(mutex);
         if (--tasks == 0) none_left.notify_all();
     }
     bool waitForNone(std::chrono::seconds at_most) {
         if (platform::otherThreadsAreGone()) return false;  // and with them what they ran
-        std::unique_lock lock(mutex);
+        auto lock = locked(mutex);
         return none_left.wait_for(lock, at_most, [this] { return tasks == 0; });
     }
 
@@ -49,17 +49,15 @@ class TaskCount {
 
 // Some consecutive units that are read together.
 //
-//   idle --offer--> offered --claim--> (being read by the claimer) --> idle
-//
-// Whoever claims an offered run reads it: a pool task, which then posts `done`, or the reader itself. A task that finds
-// nothing to claim does nothing; it may also find the run offered again, and serve that.
-class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
+// A run that is to be read is in the queue; whoever takes it out reads it. The background task then posts `done`; the
+// reader, which looks after its own readings itself, does not.
+class UnitReadAhead::Run {
   public:
     Run(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes, std::shared_ptr<std::byte> place)
         : units(std::move(track_units)), unit_size(unit_size_in_bytes), memory(std::move(place)) {}
 
     // The range that is read, and how many of its units have been handed out. The reader's alone while the run is not
-    // offered.
+    // being read.
     std::uint64_t first = 0;
     std::uint32_t count = 0, handed_out = 0;
     std::uint32_t open_blocks = 0;
@@ -69,62 +67,26 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
         return reinterpret_cast<std::int32_t*>(memory.get() + std::size_t{index} * unit_size);
     }
 
-    void offer() {
-        read_finished = false;
-        offered.store(true);
-        if (task_in_pool.exchange(true)) return;  // the earlier task has not started yet and will serve this offer
-        TaskCount::process().begin();
-        held_by_task = shared_from_this();
-        try {
-            platform::runInBackground([this] { runTask(*this); });
-        } catch (std::exception const&) {
-            // The host takes no more tasks: the reader will claim the run when it needs it.
-            held_by_task.reset();
-            task_in_pool.store(false);
-            TaskCount::process().end();
-        }
-    }
-
-    // Waits until the run has been read, or reads it.
-    void await() {
-        if (read_finished) return;
-        if (claim())
-            read();
-        else
-            done.wait();
-        read_finished = true;
-    }
-
-    // Leaves nothing to begin. What a task has begun goes on.
-    void withdrawOffer() {
-        if (!read_finished && claim()) read_finished = true;
-    }
-
-    // Waits until nobody reads the run and nobody will.
-    void withdraw() {
-        withdrawOffer();
-        if (!read_finished) done.wait();
-        read_finished = true;
-    }
-
-  private:
-    bool claim() { return offered.exchange(false); }
-
-    // The task: holds the run until it is done with it, and lets go of it before it counts as gone.
-    static void runTask(Run& run) {
-        auto held = std::move(run.held_by_task);
-        run.task_in_pool.store(false);
-        held->serve();
-        held.reset();
-        TaskCount::process().end();
-    }
-
-    void serve() {
-        if (!claim()) return;
+    // The background task's reading.
+    void readInBackground() noexcept {
         read();
         done.post();
     }
 
+    // The reader's view: from `expect` until the run has been read or given up, somebody has to read it.
+    void expect() { read_finished = false; }
+    bool isRead() { return read_finished || waitUntilRead(0); }
+    bool waitUntilRead(std::uint32_t timeout_ms = KSemaphore::FOREVER) {
+        read_finished = done.wait(1, timeout_ms);
+        return read_finished;
+    }
+    void readHere() {
+        read();
+        read_finished = true;
+    }
+    void giveUp() { read_finished = true; }
+
+  private:
     // A unit number beyond 32 bits is past the end of every track.
     void read() noexcept {
         auto const first_unit = static_cast<std::uint32_t>(std::min<std::uint64_t>(first, UINT32_MAX));
@@ -147,22 +109,76 @@ class UnitReadAhead::Run : public std::enable_shared_from_this<Run> {
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
     std::shared_ptr<std::byte> const memory;  // UNITS_PER_RUN units
-    KSemaphore done{0};                       // posted once for every reading by a task
-    std::atomic<bool> offered = false;
-    std::atomic<bool> task_in_pool = false;
-    std::shared_ptr<Run> held_by_task;  // the offerer's while no task is in the pool, then the task's
-    bool read_finished = true;          // the reader's: nothing is under way, and what was has been waited for
+    KSemaphore done{0};                       // posted once for every reading by the background task
+    bool read_finished = true;                // the reader's: nothing is under way, and what was has been waited for
+};
+
+// The runs that nobody has begun to read, in unit order, and the task that reads one after the other until none is left.
+// Threads: any.
+class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
+  public:
+    Queue() { waiting.reserve(RUNS_AHEAD); }
+
+    void add(std::shared_ptr<Run> run) {
+        {
+            auto const lock = locked(mutex);
+            waiting.push_back(std::move(run));
+            if (held_by_task) return;
+            held_by_task = shared_from_this();
+        }
+        TaskCount::process().begin();
+        try {
+            platform::runInBackground([this] { readAll(*this); });
+        } catch (std::exception const&) {
+            // The host takes no more tasks: the reader reads the run when it needs it.
+            {
+                auto const lock = locked(mutex);
+                held_by_task.reset();
+            }
+            TaskCount::process().end();
+        }
+    }
+
+    // Takes the run out; false when somebody has already begun to read it.
+    bool take(Run const& run) {
+        auto const lock = locked(mutex);
+        return std::erase_if(waiting, [&](auto const& each) { return each.get() == &run; }) > 0;
+    }
+
+  private:
+    // The task. The queue may be gone once the task has let go of it.
+    static void readAll(Queue& queue) {
+        std::shared_ptr<Queue> held;
+        while (auto const run = queue.takeFirst(held))
+            run->readInBackground();
+        held.reset();
+        TaskCount::process().end();
+    }
+
+    // The next run for the task; when there is none, the task's hold on the queue instead, so that whatever is added
+    // from then on gets a new task.
+    std::shared_ptr<Run> takeFirst(std::shared_ptr<Queue>& held) {
+        auto const lock = locked(mutex);
+        if (waiting.empty()) {
+            held = std::move(held_by_task);
+            return nullptr;
+        }
+        auto run = std::move(waiting.front());
+        waiting.erase(waiting.begin());
+        return run;
+    }
+
+    std::mutex mutex;
+    std::vector<std::shared_ptr<Run>> waiting;
+    std::shared_ptr<Queue> held_by_task;  // this queue, while a task is in the pool
 };
 
 UnitReadAhead::UnitReadAhead(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes)
-    : units(std::move(track_units)), unit_size(unit_size_in_bytes) {
+    : units(std::move(track_units)), unit_size(unit_size_in_bytes), queue(std::make_shared<Queue>()) {
     pending.reserve(RUNS_AHEAD);
 }
 
-UnitReadAhead::~UnitReadAhead() {
-    for (auto const& run : pending)
-        run->withdraw();
-}
+UnitReadAhead::~UnitReadAhead() { withdrawAll(); }
 
 KString UnitReadAhead::next(Unit& unit) {
     if (!pending.empty() && pending.front()->handed_out == pending.front()->count) {
@@ -171,7 +187,7 @@ KString UnitReadAhead::next(Unit& unit) {
     }
     keepReading();
     Run& run = *pending.front();
-    run.await();
+    await(run);
     std::uint32_t const index = run.handed_out;
     if (!run.errors[index].empty()) {
         KString error = std::move(run.errors[index]);
@@ -194,20 +210,39 @@ void UnitReadAhead::keepReading() {
                          ? static_cast<std::uint32_t>(std::min<std::uint64_t>(UNITS_PER_RUN, length - next_unread))
                          : 1;
         run->handed_out = 0;
+        run->expect();
         pending.push_back(run);
-        run->offer();
+        queue->add(run);
         next_unread += run->count;
     }
 }
 
-void UnitReadAhead::withdrawOffers() {
+// Waits until the run has been read. As long as there is one that nobody has begun, that is read here instead of
+// sleeping: where the bytes are in memory already, reading is work, and two do it in half the time.
+void UnitReadAhead::await(Run& wanted) {
+    while (!wanted.isRead()) {
+        auto const unbegun = std::ranges::find_if(pending, [&](auto const& run) { return queue->take(*run); });
+        if (unbegun == pending.end())
+            wanted.waitUntilRead();
+        else
+            (*unbegun)->readHere();
+    }
+}
+
+void UnitReadAhead::leaveNothingToBegin() {
     for (auto const& run : pending)
-        run->withdrawOffer();
+        if (queue->take(*run)) run->giveUp();
+}
+
+// What is under way is waited for.
+void UnitReadAhead::withdrawAll() {
+    leaveNothingToBegin();
+    for (auto const& run : pending)
+        await(*run);
 }
 
 void UnitReadAhead::startAgainAt(std::uint64_t unit) {
-    for (auto const& run : pending)
-        run->withdraw();
+    withdrawAll();
     finished.insert(finished.end(), pending.begin(), pending.end());
     pending.clear();
     next_unread = unit;

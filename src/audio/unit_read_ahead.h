@@ -1,15 +1,16 @@
 // Reads the units of a track ahead of the one who needs them, and hands them over in order.
 //
-// Background tasks read runs of units. A run that no pool thread has begun when its turn comes is read by the one who
-// needs it, on the spot: a pool that is kept busy by slow readers costs another reader its head start, never its
+// A background task reads run after run of units. Whoever has to wait for the run that the task is at reads, meanwhile,
+// one that it has not begun. So a pool that is kept busy by slow readers costs another reader its head start, never its
 // progress.
 //
 //   track:    ... | run being handed out | run on its way | run on its way | not asked for yet ...
 //                   ^ next unit
 //
 // Invariants
-//   * At most RUNS_AHEAD runs exist at a time beyond those whose blocks are still wanted, and each has at most one task
-//     in the pool: a reader's share of the pool is bounded, and so is what a busy pool keeps of it.
+//   * At most RUNS_AHEAD runs exist at a time beyond those whose blocks are still wanted.
+//   * A reader has at most one task in the pool, which reads as long as there is something to read: a run more costs no
+//     thread a wake-up, and a few slow readers leave the pool to the others.
 //   * Nothing is read ahead beyond the track's end as it was known then, so a reader that follows a recording sees
 //     every unit that was written before it asked for it.
 //   * After a failure the next unit is the one that failed.
@@ -29,10 +30,11 @@ namespace KelvonClip::hemlock {
 
 class UnitReadAhead {
   public:
-    // Eight units make a request worth its task even on a track of small units (two subchannels: 64 KiB), and three runs
-    // keep the disk busy while one is being handed out. That is 0.4 to 1 second of sound ahead, 4 MiB at most for a reader.
+    // Eight units at once keep a disk busy, and are worth a change of hands even on a track of small units (two
+    // subchannels: 64 KiB); four runs leave the task something to do while one is being handed out. That is 0.5 to 1.3
+    // seconds of sound ahead, 5 MiB at most for a reader.
     static constexpr std::uint32_t UNITS_PER_RUN = 8;
-    static constexpr std::size_t RUNS_AHEAD = 3;
+    static constexpr std::size_t RUNS_AHEAD = 4;
     static constexpr std::size_t RUNS_IN_STEP = RUNS_AHEAD + 1;  // one more, of which the last samples are still wanted
 
     // A unit in memory. It stays there until *open_blocks, which its user raises and lowers, is back at zero; what the
@@ -52,21 +54,25 @@ class UnitReadAhead {
     // Waits for the next unit. On a failure gives the unit's message, and the next call tries that unit again.
     KString next(Unit& unit);
 
-    // Leaves no run for a task to begin; what is being read goes on. For the end of the library.
-    void withdrawOffers();
+    // Leaves no run for the task to begin; what is being read goes on. For the end of the library.
+    void leaveNothingToBegin();
     // Waits until no task of any reader is left in the pool; false when the time was too short.
     static bool waitForTasks(std::chrono::seconds at_most);
 
   private:
     class Run;
+    class Queue;
 
     void keepReading();
+    void await(Run& wanted);
+    void withdrawAll();
     void startAgainAt(std::uint64_t unit);
     std::shared_ptr<Run> spareRun();
     std::shared_ptr<std::byte> placeForRun();
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
+    std::shared_ptr<Queue> const queue;          // of the pending runs, those that nobody has begun to read
     std::uint64_t next_unread = 0;               // the first unit that no run covers
     std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
     std::shared_ptr<std::byte[]> memory;         // of the latest runs; each holds on to its part

@@ -4,9 +4,8 @@
 
 namespace KelvonClip {
 
-bool kassert(bool holds, char const* source, unsigned line, char const* expression) {
-    if (!holds) std::fprintf(stderr, "%s:%u: Assertion failed: '%s'\n", source, line, expression);
-    return holds;
+void reportAssertion(char const* source, unsigned line, char const* expression) {
+    std::fprintf(stderr, "%s:%u: Assertion failed: '%s'\n", source, line, expression);
 }
 
 }  // namespace KelvonClip

@@ -3,6 +3,9 @@
 
 namespace KelvonClip {
 
+// Writes the line of an assertion that does not hold.
+void reportAssertion(char const* source, unsigned line, char const* expression);
+
 // Writes "source:line: Assertion failed: 'expression'" and a line end to the standard error stream when `holds` is
 // false, and hands `holds` back, so that the caller can go on with its fallback:
 //
@@ -10,6 +13,10 @@ namespace KelvonClip {
 //
 // `source` is the module's name without an extension; the line is a literal, because the texts are observable.
 // Threads: any.
-bool kassert(bool holds, char const* source, unsigned line, char const* expression);
+inline bool kassert(bool holds, char const* source, unsigned line, char const* expression) {
+    if (!holds) [[unlikely]]
+        reportAssertion(source, line, expression);
+    return holds;
+}
 
 }  // namespace KelvonClip

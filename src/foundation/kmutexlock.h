@@ -8,7 +8,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/process_end.h"
+#include "foundation/locked.h"
 #include "platform/recycled_memory.h"
 
 namespace KelvonClip {
@@ -19,16 +19,10 @@ class KMutexLock {
     // unlocked when the last reference goes, which must happen on the thread that locked it.
     class Locker {
       public:
-        explicit Locker(std::shared_ptr<std::recursive_mutex> shared) : mutex(std::move(shared)), lock(held(*mutex)) {}
+        explicit Locker(std::shared_ptr<std::recursive_mutex> shared)
+            : mutex(std::move(shared)), lock(locked(*mutex)) {}
 
       private:
-        static std::unique_lock<std::recursive_mutex> held(std::recursive_mutex& mutex) {
-            if (!platform::otherThreadsAreGone()) return std::unique_lock(mutex);
-            // An owner that is gone never unlocks it, and nobody else is left to be kept out. Most such owners were
-            // reading; without going on, everything that is open would be lost.
-            return std::unique_lock(mutex, std::try_to_lock);
-        }
-
         std::shared_ptr<std::recursive_mutex> mutex;
         std::unique_lock<std::recursive_mutex> lock;
     };

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "foundation/ksemaphore.h"
+#include "foundation/locked.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {
@@ -95,7 +96,7 @@ class SharedFiles {
         for (;;) {
             auto changed = std::make_shared<KSemaphore>(0);
             {
-                std::lock_guard hold(mutex);
+                auto const hold = locked(mutex);
                 auto [entry, added] = entries.try_emplace(key);
                 if (added) {
                     place->owned = true;
@@ -109,14 +110,14 @@ class SharedFiles {
     }
 
     void publish(Key const& key, std::shared_ptr<Kind> const& object) {
-        std::lock_guard hold(mutex);
+        auto const hold = locked(mutex);
         Entry& entry = entries.find(key)->second;
         entry.object = object;
         wake(entry);
     }
 
     void leave(Key const& key) {
-        std::lock_guard hold(mutex);
+        auto const hold = locked(mutex);
         auto const entry = entries.find(key);
         wake(entry->second);
         entries.erase(entry);

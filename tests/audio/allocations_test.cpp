@@ -22,14 +22,15 @@ std::atomic<std::uint64_t> allocations{0};
 
 }  // namespace
 
-// The forms for aligned memory stay the standard library's: nothing here but whole buffers needs them.
-void* operator new(std::size_t bytes) {
+// The forms for aligned memory stay the standard library's: nothing here but whole buffers needs them. Not inlined: the
+// compiler may inline one side only, and then takes the pair for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t bytes) {
     allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* const memory = std::malloc(bytes > 0 ? bytes : 1)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace KelvonClip {
 namespace {

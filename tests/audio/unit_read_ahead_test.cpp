@@ -114,23 +114,59 @@ TEST(UnitReadAhead, KeepsAUnitWhereItIsWhileItsBlocksAreWanted) {
 
 TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
     auto const track = numberedUnits(100);
-    std::atomic<int> inside = 0;
-    test::Latch second_run_begun(1);
-    test::Latch gate(1);
-    track->before_read = [&](std::uint32_t first) {
-        if (first != UnitReadAhead::UNITS_PER_RUN) return;
+    std::atomic<int> inside = 0, by_the_pool = 0;
+    auto const main_thread = std::this_thread::get_id();
+    track->before_read = [&](std::uint32_t) {
+        if (std::this_thread::get_id() == main_thread) return;
         ++inside;
-        second_run_begun.count_down();
-        gate.wait();
+        ++by_the_pool;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
         --inside;
     };
-    auto ahead = std::make_unique<UnitReadAhead>(track, SHAPE.unitSize());
-    take(*ahead);
-    second_run_begun.wait();
-    std::thread opener([&] { gate.count_down(); });
-    ahead.reset();
-    EXPECT_EQ(inside, 0);
-    opener.join();
+    // Which of the two reads what is up to the host, so: until the pool has read now and then.
+    for (int unit = 0; by_the_pool < 100; ++unit) {
+        auto ahead = std::make_unique<UnitReadAhead>(track, SHAPE.unitSize());
+        for (int taken = unit % 20; taken >= 0; --taken)
+            take(*ahead);
+        ahead.reset();
+        ASSERT_EQ(inside, 0);
+    }
+}
+
+// The task is held up in its first run until as many others have been read as there are besides it.
+TEST(UnitReadAhead, WhatTheTaskHasNotBegunIsReadByTheOneWhoWaits) {
+    auto const track = numberedUnits(400);
+    test::Latch gate(1);
+    std::size_t read_here = 0;
+    auto const main_thread = std::this_thread::get_id();
+    track->before_read = [&](std::uint32_t) {
+        if (std::this_thread::get_id() != main_thread)
+            gate.wait();
+        else if (++read_here == UnitReadAhead::RUNS_AHEAD - 1)
+            gate.count_down();
+    };
+    UnitReadAhead ahead(track, SHAPE.unitSize());
+    for (std::int32_t unit = 0; unit < 400; ++unit)
+        ASSERT_EQ(take(ahead).first_word, unit + 1);
+    EXPECT_GE(read_here, UnitReadAhead::RUNS_AHEAD - 1);
+}
+
+// However many runs there are to read, the pool has one task of a reader's at most.
+TEST(UnitReadAhead, OccupiesOneThreadOfThePool) {
+    auto const track = numberedUnits(2000);
+    std::atomic<int> inside = 0;
+    std::atomic<bool> two_at_once = false;
+    auto const main_thread = std::this_thread::get_id();
+    track->before_read = [&](std::uint32_t) {
+        if (std::this_thread::get_id() == main_thread) return;
+        if (++inside > 1) two_at_once = true;
+        std::this_thread::yield();
+        --inside;
+    };
+    UnitReadAhead ahead(track, SHAPE.unitSize());
+    for (std::int32_t unit = 0; unit < 2000; ++unit)
+        ASSERT_EQ(take(ahead).first_word, unit + 1);
+    EXPECT_FALSE(two_at_once);
 }
 
 // The pool is full of tasks that do not end; the reader goes on all the same.

@@ -15,8 +15,10 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include "platform/linux/host_text.h"
@@ -68,12 +70,18 @@ std::u16string refusal(struct stat const& found) {
     return S_ISDIR(found.st_mode) ? hostErrorText(EISDIR) : NOT_A_FILE;
 }
 
+bool liesInMemory(int descriptor) {
+    struct statfs found;
+    return ::fstatfs(descriptor, &found) == 0 && (found.f_type == TMPFS_MAGIC || found.f_type == RAMFS_MAGIC);
+}
+
 class LinuxFile : public HostFile {
   public:
     LinuxFile(Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
         : buffered(std::move(buffered_fd)), direct(std::move(direct_fd)), read_only(reading_only) {
         descriptors.buffered = buffered.get();
         descriptors.direct = direct.get();
+        descriptors.in_memory = liesInMemory(buffered.get());
         if (direct.valid()) askForAlignment();
     }
 

@@ -100,7 +100,8 @@ IoQueue& IoQueue::ofThisThread() { return this_threads_queue; }
 void IoQueue::start(HostRequest& request) {
     begin();
     ++pending;
-    queued.push(*std::launder(reinterpret_cast<Transfer*>(request.host_record)));
+    auto& transfer = *std::launder(reinterpret_cast<Transfer*>(request.host_record));
+    (transfer.file->in_memory ? queued_in_memory : queued).push(transfer);
 }
 
 // Takes the queue into use.
@@ -138,12 +139,12 @@ IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
         bool woken = false;
         if (!finished.empty()) {
             // A wait within a completion: results that are there come first.
+        } else if (!queued_in_memory.empty()) {
+            moveHere(queued_in_memory);
         } else if (ring != nullptr) {
             woken = ring->carryOn(queued, finished, deadline);
         } else {
-            Transfer& transfer = queued.pop();
-            transfer.runBlocking();
-            finished.push(transfer);
+            moveHere(queued);
         }
         if (runFinished()) {
             progress = Progress::completed;
@@ -153,6 +154,12 @@ IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
     } while (progress == Progress::timed_out && !deadline.passed());
     if (--depth == 0 && pending == 0) use.store(Use::idle, std::memory_order_release);
     return progress;
+}
+
+void IoQueue::moveHere(TransferList& transfers) {
+    Transfer& transfer = transfers.pop();
+    transfer.runBlocking();
+    finished.push(transfer);
 }
 
 bool IoQueue::runFinished() {
@@ -176,7 +183,7 @@ void IoQueue::forget() {
     delete ring;  // lets go of the child's view of it; the parent's goes on
     ring = nullptr;
     ring_decided = false;
-    queued = finished = TransferList();
+    queued = queued_in_memory = finished = TransferList();
     pending = depth = 0;
     use.store(Use::idle);
 }

@@ -51,10 +51,12 @@ class IoQueue {
     void forget();
     void openRing();
     void closeRing();
+    void moveHere(TransferList& transfers);
     bool runFinished();
 
-    TransferList queued;    // the kernel doesn't know of them
-    TransferList finished;  // ended, completion not yet called
+    TransferList queued;            // the kernel doesn't know of them
+    TransferList queued_in_memory;  // the same, to be moved by this thread
+    TransferList finished;          // ended, completion not yet called
     std::uint32_t pending = 0;
     std::uint32_t depth = 0;  // of carryOn within completions
     Ring* ring = nullptr;

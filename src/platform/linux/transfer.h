@@ -16,6 +16,10 @@ struct Descriptors {
     int buffered = -1;  // through the page cache: takes every position, length and address
     int direct = -1;    // past the page cache, -1 where the file system has no such thing
 
+    // The file's bytes are in memory and nowhere else. The kernel would hand each transfer to a thread of its own, which
+    // costs more than moving the bytes.
+    bool in_memory = false;
+
     // What direct transfers must be multiples of: position and length, and the address. Where the file system doesn't
     // tell, they begin as a guess, which a refused transfer raises.
     std::atomic<std::uint32_t> position_alignment{512};

@@ -21,6 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "foundation/ksemaphore.h"
 #include "foundation/kstring.h"
 #include "io_engines.h"
 #include "platform/error_text.h"
@@ -176,6 +177,50 @@ TEST_P(LinuxFileTest, FileSystemWithoutDirectTransfersWorksAsWell) {
     EXPECT_EQ(read(*opened.file, 3, 100, got.memory + 1), moved(100));
     EXPECT_EQ(std::memcmp(got.memory + 1, written.memory, 100), 0);
     EXPECT_EQ(read(*opened.file, 17 * BLOCK, BLOCK, got.memory), Outcome(std::pair(true, 0U)));
+}
+
+// With either engine: no transfer of such a file is still under way when the wait looks at the clock.
+TEST_P(LinuxFileTest, FileInMemoryIsMovedByTheThreadThatWaits) {
+    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "this machine has no memory file system";
+    ScratchFolder const shm("/dev/shm");
+    auto const opened = HostFile::open(shm.file("clip").toUtf16(), FileAccess::create);
+    ASSERT_NE(opened.file, nullptr) << toText(opened.error);
+    Buffer const written(16 * BLOCK, 1);
+    Buffer got(16 * BLOCK, 2);
+    KSemaphore done(0);
+    ProbeRequest first, last([&done] { done.post(); });
+    ASSERT_TRUE(opened.file->startWrite(0, 16 * BLOCK, written.memory, first));
+    ASSERT_TRUE(opened.file->startRead(0, 16 * BLOCK, got.memory, last));
+    EXPECT_TRUE(done.wait(1, 0));
+    EXPECT_EQ(first.completions, 1);
+    EXPECT_EQ(got, written);
+}
+
+TEST_P(LinuxFileTest, FilesInMemoryAndOnDiskCompleteInOneWait) {
+    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "this machine has no memory file system";
+    ScratchFolder const shm("/dev/shm");
+    auto const in_memory = HostFile::open(shm.file("clip").toUtf16(), FileAccess::create);
+    ASSERT_NE(in_memory.file, nullptr) << toText(in_memory.error);
+    auto const on_disk = open(FileAccess::create);
+    constexpr std::uint32_t EACH = 40;
+    Buffer const written(EACH * BLOCK, 1);
+    KSemaphore done(0);
+    std::uint32_t missing = 2 * EACH;
+    std::vector<std::unique_ptr<ProbeRequest>> requests;
+    for (std::uint32_t block = 0; block < EACH; ++block) {
+        for (HostFile* file : {in_memory.file.get(), on_disk.get()}) {
+            requests.push_back(std::make_unique<ProbeRequest>([&] {
+                if (--missing == 0) done.post();
+            }));
+            ASSERT_TRUE(file->startWrite(block * BLOCK, BLOCK, written.memory + block * BLOCK, *requests.back()));
+        }
+    }
+    EXPECT_TRUE(done.wait());
+    for (HostFile* file : {in_memory.file.get(), on_disk.get()}) {
+        Buffer got(EACH * BLOCK, 2);
+        EXPECT_EQ(read(*file, 0, EACH * BLOCK, got.memory), moved(EACH * BLOCK));
+        EXPECT_EQ(got, written);
+    }
 }
 
 // Memory that is `size` bytes long to the kernel but stands for the same few pages over and over.
