@@ -10,13 +10,16 @@ namespace KelvonClip {
 
 namespace {
 
-constexpr std::align_val_t ALIGNMENT{platform::DIRECT_ALIGNMENT};
-
-std::byte* allocateZeroed(std::uint32_t size) {
-    void* raw_buf = ::operator new(size, ALIGNMENT, std::nothrow);
+platform::TransferMemory allocateZeroed(std::uint32_t size) {
+    platform::TransferMemory raw_buf;
+    try {
+        raw_buf = platform::allocateTransferMemory(size);
+    } catch (std::bad_alloc const&) {
+        // Reported like any other missing buffer.
+    }
     if (!kassert(raw_buf != nullptr, "track", __LINE__, "raw_buf != nullptr")) throw std::bad_alloc();
-    std::memset(raw_buf, 0, size);
-    return static_cast<std::byte*>(raw_buf);
+    std::memset(raw_buf.get(), 0, size);
+    return raw_buf;
 }
 
 }  // namespace
@@ -24,8 +27,6 @@ std::byte* allocateZeroed(std::uint32_t size) {
 bool isAlignedForDirectIO(void const* address) {
     return reinterpret_cast<std::uintptr_t>(address) % platform::DIRECT_ALIGNMENT == 0;
 }
-
-void UnitBufferPool::Free::operator()(std::byte* raw_buf) const { ::operator delete(raw_buf, ALIGNMENT); }
 
 UnitBufferPool::UnitBufferPool(std::uint32_t buffer_size) : shelf(std::make_shared<Shelf>()) {
     shelf->buffer_size = buffer_size;
@@ -39,7 +40,7 @@ UnitBufferPool::Buffer::Buffer(std::shared_ptr<Shelf> owner) : shelf(std::move(o
             item.value.pop_back();
         }
     }
-    if (!unit_buf) unit_buf.reset(allocateZeroed(shelf->buffer_size));
+    if (!unit_buf) unit_buf = allocateZeroed(shelf->buffer_size);
 }
 
 UnitBufferPool::Buffer::~Buffer() {

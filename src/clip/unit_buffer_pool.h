@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/kprotect.h"
+#include "platform/transfer_memory.h"
 
 namespace KelvonClip {
 
@@ -18,13 +19,9 @@ namespace KelvonClip {
 bool isAlignedForDirectIO(void const* address);
 
 class UnitBufferPool {
-    struct Free {
-        void operator()(std::byte* raw_buf) const;
-    };
-    using Memory = std::unique_ptr<std::byte, Free>;
     struct Shelf {
         std::uint32_t buffer_size;
-        KProtect<std::vector<Memory>> free;
+        KProtect<std::vector<platform::TransferMemory>> free;
     };
 
   public:
@@ -40,7 +37,7 @@ class UnitBufferPool {
 
       private:
         std::shared_ptr<Shelf> shelf;
-        Memory unit_buf;
+        platform::TransferMemory unit_buf;
     };
 
     explicit UnitBufferPool(std::uint32_t buffer_size);

@@ -7,7 +7,7 @@
 namespace KelvonClip::platform {
 
 struct FreeTransferMemory {
-    std::size_t alignment = 0;
+    std::size_t mapped = 0;  // bytes that come from the host itself; 0 for memory of the heap
     void operator()(std::byte* memory) const;
 };
 using TransferMemory = std::unique_ptr<std::byte[], FreeTransferMemory>;

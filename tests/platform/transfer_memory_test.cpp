@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -23,6 +24,11 @@ TEST(TransferMemory, IsAlignedForDirectTransfersAndHoldsItsBytes) {
         EXPECT_EQ(all[i][0], static_cast<std::byte>(i + 1));
         EXPECT_EQ(all[i][sizes[i] - 1], static_cast<std::byte>(i + 1));
     }
+}
+
+TEST(TransferMemory, MoreThanThereCanBeIsRefused) {
+    EXPECT_THROW(allocateTransferMemory(static_cast<std::size_t>(-1)), std::bad_alloc);
+    EXPECT_THROW(allocateTransferMemory(static_cast<std::size_t>(-1) / 2 - 4096), std::bad_alloc);
 }
 
 }  // namespace

@@ -141,7 +141,7 @@ IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
             // A wait within a completion: results that are there come first.
         } else if (!queued_in_memory.empty()) {
             moveHere(queued_in_memory);
-        } else if (ring != nullptr) {
+        } else if (ring != nullptr && !(onlyAWrite() && deadline.forever())) {
             woken = ring->carryOn(queued, finished, deadline);
         } else {
             moveHere(queued);
@@ -155,6 +155,10 @@ IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
     if (--depth == 0 && pending == 0) use.store(Use::idle, std::memory_order_release);
     return progress;
 }
+
+// Recording: one unit, then the next. A write that makes the file grow can't be done without waiting, so the ring would
+// hand it to a thread of the kernel's and back.
+bool IoQueue::onlyAWrite() const { return pending == 1 && !queued.empty() && queued.front().writing; }
 
 void IoQueue::moveHere(TransferList& transfers) {
     Transfer& transfer = transfers.pop();

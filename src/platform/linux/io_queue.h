@@ -51,6 +51,7 @@ class IoQueue {
     void forget();
     void openRing();
     void closeRing();
+    bool onlyAWrite() const;
     void moveHere(TransferList& transfers);
     bool runFinished();
 

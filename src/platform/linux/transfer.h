@@ -70,6 +70,7 @@ class TransferList {
         (first == nullptr ? first : last->next) = &transfer;
         last = &transfer;
     }
+    Transfer& front() const { return *first; }
     Transfer& pop() {
         Transfer& transfer = *first;
         first = transfer.next;

@@ -1,5 +1,6 @@
 #include "platform/transfer_memory.h"
 
+#include <cstdint>
 #include <new>
 
 #include <sys/mman.h>
@@ -13,21 +14,39 @@ namespace {
 constexpr std::size_t HUGE_PAGE = 2 * 1024 * 1024;
 constexpr std::size_t WORTH_A_HUGE_PAGE = 64 * 1024;
 
+constexpr std::size_t roundedUp(std::size_t bytes, std::size_t grid) { return (bytes + grid - 1) / grid * grid; }
+
+// Pages that nobody has touched: those of the heap may have been used before, and what lies in ordinary pages stays there.
+std::byte* mapHugePages(std::size_t bytes) {
+    std::size_t const with_slack = bytes + HUGE_PAGE;
+    void* const mapped = ::mmap(nullptr, with_slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) throw std::bad_alloc();
+    auto* const begin = static_cast<std::byte*>(mapped);
+    std::size_t const before =
+        roundedUp(reinterpret_cast<std::uintptr_t>(begin), HUGE_PAGE) - reinterpret_cast<std::uintptr_t>(begin);
+    if (before > 0) ::munmap(begin, before);
+    ::munmap(begin + before + bytes, HUGE_PAGE - before);
+    // Advice only: a host without huge pages to spare goes on with ordinary ones.
+    (void)::madvise(begin + before, bytes, MADV_HUGEPAGE);
+    return begin + before;
+}
+
 }  // namespace
 
 void FreeTransferMemory::operator()(std::byte* memory) const {
-    ::operator delete[](memory, std::align_val_t{alignment});
+    if (mapped > 0)
+        ::munmap(memory, mapped);
+    else
+        ::operator delete[](memory, std::align_val_t{DIRECT_ALIGNMENT});
 }
 
 TransferMemory allocateTransferMemory(std::size_t bytes) {
-    bool const huge = bytes >= WORTH_A_HUGE_PAGE;
-    std::size_t const alignment = huge ? HUGE_PAGE : DIRECT_ALIGNMENT;
-    std::size_t const whole_pages = (bytes + alignment - 1) / alignment * alignment;
-    TransferMemory memory(static_cast<std::byte*>(::operator new[](whole_pages, std::align_val_t{alignment})),
-                          FreeTransferMemory{alignment});
-    // Advice only: a host without huge pages to spare goes on with ordinary ones.
-    if (huge) (void)::madvise(memory.get(), whole_pages, MADV_HUGEPAGE);
-    return memory;
+    if (bytes > static_cast<std::size_t>(-1) - 2 * HUGE_PAGE) throw std::bad_alloc();
+    if (bytes >= WORTH_A_HUGE_PAGE) {
+        std::size_t const whole_pages = roundedUp(bytes, HUGE_PAGE);
+        return TransferMemory(mapHugePages(whole_pages), FreeTransferMemory{whole_pages});
+    }
+    return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})));
 }
 
 }  // namespace KelvonClip::platform

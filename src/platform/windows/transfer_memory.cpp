@@ -8,12 +8,11 @@
 namespace KelvonClip::platform {
 
 void FreeTransferMemory::operator()(std::byte* memory) const {
-    ::operator delete[](memory, std::align_val_t{alignment});
+    ::operator delete[](memory, std::align_val_t{DIRECT_ALIGNMENT});
 }
 
 TransferMemory allocateTransferMemory(std::size_t bytes) {
-    return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})),
-                          FreeTransferMemory{DIRECT_ALIGNMENT});
+    return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})));
 }
 
 }  // namespace KelvonClip::platform

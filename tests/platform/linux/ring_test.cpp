@@ -7,9 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -168,12 +170,14 @@ TEST_F(RingTest, ManyThreadsComeAndGoWithoutLeavingAnything) {
     EXPECT_EQ(ringsOpen(), before);
 }
 
-// A read that stays under way until the test lets it end: one from a pipe, put into the thread's queue by hand.
-class PendingRead {
+// A transfer that stays under way until the test lets it end: one from an empty pipe or into a full one, put into the
+// thread's queue by hand.
+class PendingTransfer {
   public:
-    PendingRead() {
+    explicit PendingTransfer(bool writing) {
         if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-        descriptors.buffered = ends[0];
+        if (writing) fill();
+        descriptors.buffered = ends[writing ? 1 : 0];
         new (request.host_record) Transfer{.request = &request,
                                            .file = &descriptors,
                                            .next = nullptr,
@@ -181,31 +185,46 @@ class PendingRead {
                                            .position = 0,
                                            .length = 1,
                                            .transferred = 0,
-                                           .writing = false,
+                                           .writing = writing,
                                            .failed = false,
                                            .step_is_direct = false,
                                            .buffered_only = false};
         IoQueue::ofThisThread().start(request);
     }
-    ~PendingRead() {
+    ~PendingTransfer() {
         letEnd();
         waitFor(request);
         ::close(ends[0]);
         ::close(ends[1]);
     }
-    PendingRead(PendingRead const&) = delete;
-    PendingRead& operator=(PendingRead const&) = delete;
+    PendingTransfer(PendingTransfer const&) = delete;
+    PendingTransfer& operator=(PendingTransfer const&) = delete;
 
     void letEnd() {
-        if (::write(ends[1], "x", 1) != 1) std::abort();
+        bool const reading = descriptors.buffered == ends[0];
+        std::vector<char> drained(1 << 16);
+        if ((reading ? ::write(ends[1], "x", 1) : ::read(ends[0], drained.data(), drained.size())) < 1) std::abort();
     }
 
     ProbeRequest request;
 
   private:
+    void fill() const {
+        int const flags = ::fcntl(ends[1], F_GETFL);
+        ::fcntl(ends[1], F_SETFL, flags | O_NONBLOCK);
+        std::vector<char> const page(4096);
+        while (::write(ends[1], page.data(), page.size()) > 0) {
+        }
+        ::fcntl(ends[1], F_SETFL, flags);
+    }
+
     int ends[2];
     std::byte byte{};
     Descriptors descriptors;
+};
+
+struct PendingRead : PendingTransfer {
+    PendingRead() : PendingTransfer(false) {}
 };
 
 TEST_F(RingTest, PostFromAnotherThreadWakesAWaitWhoseRequestsStayPending) {
@@ -229,6 +248,52 @@ TEST_F(RingTest, WaitTimesOutWhileItsRequestsStayPending) {
     EXPECT_TRUE(semaphore.post(1));
     EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::taken) << "nothing is kept for the waits that are over";
     EXPECT_EQ(pending.request.completions, 0);
+}
+
+TEST_F(RingTest, WaitWithADeadlineLeavesItsWriteToTheRing) {
+    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
+    PendingTransfer pending(true);
+    HostSemaphore semaphore(0, 1);
+    for (std::uint32_t timeout_ms : {0U, 1U, 20U})
+        EXPECT_EQ(semaphore.waitAlertable(timeout_ms), WaitResult::timed_out);
+    EXPECT_EQ(pending.request.completions, 0);
+    std::thread poster([&semaphore] { EXPECT_TRUE(semaphore.post(1)); });
+    EXPECT_EQ(semaphore.waitAlertable(60000), WaitResult::taken);
+    poster.join();
+    EXPECT_EQ(pending.request.completions, 0);
+    pending.letEnd();
+    EXPECT_EQ(semaphore.waitAlertable(60000), WaitResult::completed_io);
+    EXPECT_FALSE(pending.request.failed);
+    EXPECT_EQ(pending.request.transferred, 1u);
+}
+
+// System calls by which the calling thread wrote, or nothing where the host doesn't count.
+std::optional<std::uint64_t> writingCalls() {
+    std::ifstream counts("/proc/thread-self/io");
+    std::string name;
+    for (std::uint64_t count = 0; counts >> name >> count;)
+        if (name == "syscw:") return count;
+    return std::nullopt;
+}
+
+TEST_F(RingTest, ALoneWriteIsMovedByTheThreadThatWaitsForIt) {
+    if (!hostHasRings() || !writingCalls()) GTEST_SKIP() << "this host refuses rings or doesn't count";
+    Buffer const block(BLOCK, 3);
+    ProbeRequest lone, first, second;
+    auto const at_first = writingCalls();
+    ASSERT_TRUE(file->startWrite(64 * BLOCK, BLOCK, block.memory, lone));
+    waitFor(lone);
+    auto const after_lone = writingCalls();
+    ASSERT_TRUE(file->startWrite(65 * BLOCK, BLOCK, block.memory, first));
+    ASSERT_TRUE(file->startWrite(66 * BLOCK, BLOCK, block.memory, second));
+    waitFor(first);
+    waitFor(second);
+    EXPECT_EQ(*after_lone - *at_first, 1u);
+    EXPECT_LE(*writingCalls() - *after_lone, 1u)
+        << "the ring moves two at once, or the one that is left alone is moved";
+    for (ProbeRequest const* request : {&lone, &first, &second})
+        EXPECT_TRUE(!request->failed && request->transferred == BLOCK);
+    EXPECT_EQ(std::filesystem::file_size(folder.path / "clip"), 67u * BLOCK);
 }
 
 TEST_F(RingTest, CompletionsGoOnBesideARequestThatStaysPending) {
