@@ -163,44 +163,52 @@ TEST_P(LinuxFileTest, DescriptorsAreClosedOnExecAndWithTheObject) {
     EXPECT_TRUE(flagsOfDescriptorsFor(path()).empty());
 }
 
-TEST_P(LinuxFileTest, FileSystemWithoutDirectTransfersWorksAsWell) {
-    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "this machine has no memory file system";
-    ScratchFolder const shm("/dev/shm");
-    auto const opened = HostFile::open(shm.file("clip").toUtf16(), FileAccess::create);
-    ASSERT_NE(opened.file, nullptr) << toText(opened.error);
+// A file on a memory file system beside those on disk.
+class MemoryFileTest : public LinuxFileTest {
+  protected:
+    void SetUp() override {
+        LinuxFileTest::SetUp();
+        if (!std::filesystem::is_directory(PLACE)) GTEST_SKIP() << "this machine has no memory file system";
+        memory_folder = std::make_unique<ScratchFolder>(PLACE);
+        auto opened = HostFile::open(memory_folder->file("clip").toUtf16(), FileAccess::create);
+        ASSERT_NE(opened.file, nullptr) << toText(opened.error);
+        in_memory = std::move(opened.file);
+    }
+
+    static constexpr char const* PLACE = "/dev/shm";
+    std::unique_ptr<ScratchFolder> memory_folder;
+    std::unique_ptr<HostFile> in_memory;
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, MemoryFileTest, testing::ValuesIn(test::ioEngines()),
+                         [](auto const& row) { return std::string(row.param.name); });
+
+TEST_P(MemoryFileTest, TakesEveryPositionLengthAndAddress) {
     Buffer const written(16 * BLOCK, 1);
     Buffer got(16 * BLOCK, 2);
-    EXPECT_EQ(write(*opened.file, BLOCK, 16 * BLOCK, written.memory), moved(16 * BLOCK));
-    EXPECT_EQ(read(*opened.file, BLOCK, 16 * BLOCK, got.memory), moved(16 * BLOCK));
+    EXPECT_EQ(write(*in_memory, BLOCK, 16 * BLOCK, written.memory), moved(16 * BLOCK));
+    EXPECT_EQ(read(*in_memory, BLOCK, 16 * BLOCK, got.memory), moved(16 * BLOCK));
     EXPECT_EQ(got, written);
-    EXPECT_EQ(write(*opened.file, 3, 100, written.memory), moved(100));
-    EXPECT_EQ(read(*opened.file, 3, 100, got.memory + 1), moved(100));
+    EXPECT_EQ(write(*in_memory, 3, 100, written.memory), moved(100));
+    EXPECT_EQ(read(*in_memory, 3, 100, got.memory + 1), moved(100));
     EXPECT_EQ(std::memcmp(got.memory + 1, written.memory, 100), 0);
-    EXPECT_EQ(read(*opened.file, 17 * BLOCK, BLOCK, got.memory), Outcome(std::pair(true, 0U)));
+    EXPECT_EQ(read(*in_memory, 17 * BLOCK, BLOCK, got.memory), Outcome(std::pair(true, 0U)));
 }
 
-// With either engine: no transfer of such a file is still under way when the wait looks at the clock.
-TEST_P(LinuxFileTest, FileInMemoryIsMovedByTheThreadThatWaits) {
-    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "this machine has no memory file system";
-    ScratchFolder const shm("/dev/shm");
-    auto const opened = HostFile::open(shm.file("clip").toUtf16(), FileAccess::create);
-    ASSERT_NE(opened.file, nullptr) << toText(opened.error);
+// With either engine: no transfer is still under way when the wait looks at the clock.
+TEST_P(MemoryFileTest, IsMovedByTheThreadThatWaits) {
     Buffer const written(16 * BLOCK, 1);
     Buffer got(16 * BLOCK, 2);
     KSemaphore done(0);
     ProbeRequest first, last([&done] { done.post(); });
-    ASSERT_TRUE(opened.file->startWrite(0, 16 * BLOCK, written.memory, first));
-    ASSERT_TRUE(opened.file->startRead(0, 16 * BLOCK, got.memory, last));
+    ASSERT_TRUE(in_memory->startWrite(0, 16 * BLOCK, written.memory, first));
+    ASSERT_TRUE(in_memory->startRead(0, 16 * BLOCK, got.memory, last));
     EXPECT_TRUE(done.wait(1, 0));
     EXPECT_EQ(first.completions, 1);
     EXPECT_EQ(got, written);
 }
 
-TEST_P(LinuxFileTest, FilesInMemoryAndOnDiskCompleteInOneWait) {
-    if (!std::filesystem::is_directory("/dev/shm")) GTEST_SKIP() << "this machine has no memory file system";
-    ScratchFolder const shm("/dev/shm");
-    auto const in_memory = HostFile::open(shm.file("clip").toUtf16(), FileAccess::create);
-    ASSERT_NE(in_memory.file, nullptr) << toText(in_memory.error);
+TEST_P(MemoryFileTest, CompletesBesideFilesOnDiskInOneWait) {
     auto const on_disk = open(FileAccess::create);
     constexpr std::uint32_t EACH = 40;
     Buffer const written(EACH * BLOCK, 1);
@@ -208,7 +216,7 @@ TEST_P(LinuxFileTest, FilesInMemoryAndOnDiskCompleteInOneWait) {
     std::uint32_t missing = 2 * EACH;
     std::vector<std::unique_ptr<ProbeRequest>> requests;
     for (std::uint32_t block = 0; block < EACH; ++block) {
-        for (HostFile* file : {in_memory.file.get(), on_disk.get()}) {
+        for (HostFile* file : {in_memory.get(), on_disk.get()}) {
             requests.push_back(std::make_unique<ProbeRequest>([&] {
                 if (--missing == 0) done.post();
             }));
@@ -216,7 +224,7 @@ TEST_P(LinuxFileTest, FilesInMemoryAndOnDiskCompleteInOneWait) {
         }
     }
     EXPECT_TRUE(done.wait());
-    for (HostFile* file : {in_memory.file.get(), on_disk.get()}) {
+    for (HostFile* file : {in_memory.get(), on_disk.get()}) {
         Buffer got(EACH * BLOCK, 2);
         EXPECT_EQ(read(*file, 0, EACH * BLOCK, got.memory), moved(EACH * BLOCK));
         EXPECT_EQ(got, written);
