@@ -12,6 +12,8 @@ void FreeTransferMemory::operator()(std::byte* memory) const {
 }
 
 TransferMemory allocateTransferMemory(std::size_t bytes) {
+    // The run-time library adds what the alignment takes without looking whether the sum still fits.
+    if (bytes > static_cast<std::size_t>(-1) - 2 * DIRECT_ALIGNMENT) throw std::bad_alloc();
     return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})));
 }
 
