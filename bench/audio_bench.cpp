@@ -1,7 +1,7 @@
 // Sequential audio against memcpy of the same bytes, against what the disk itself can do, and against libsndfile (RF64 and
 // W64, 32-bit PCM, de-interleaved into the same buffers): ten minutes of sixteen subchannels, in calls of 1920 and of 64
-// samples, on the same file system in the same run. Works in the current folder. The yardstick's files are in the page cache when it reads them; what is
-// left to be written back is written back before a reading begins.
+// samples, on the same file system in the same run. Works in the current folder. libsndfile's files are in the page cache
+// when it reads them; what is left to be written back is written back before a reading begins.
 //
 // KELVONCLIP_BENCH_AUDIO_MINUTES in the environment makes it shorter.
 #include <benchmark/benchmark.h>
