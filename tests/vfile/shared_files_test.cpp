@@ -11,6 +11,7 @@
 #include "support/disk_image.h"
 #include "support/latch.h"
 #include "support/memory_file.h"
+#include "support/when_waiting.h"
 #include "vfile/vfilegrow.h"
 #include "vfile/vfilesparse2.h"
 
@@ -63,6 +64,42 @@ TEST(SharedFiles, WorkOnAClosedFileIsRefusedWhileItIsOpen) {
     EXPECT_EQ(files.whileClosed(1, nullptr, "open", [] { return KString("done"); }), KString("done"));
 }
 
+// The second opener comes while the first one is making the file; the first goes on when the second waits.
+TEST(SharedFiles, WhoComesDuringAnOpeningWaitsForWhatItMakes) {
+    Things files;
+    test::Latch making{1}, go_on{1};
+    std::atomic<int> made{0};
+    auto second = std::async(std::launch::async, [&] {
+        making.wait();
+        test::WhenWaiting const waiting([&] { go_on.count_down(); });
+        return files.open(1, nullptr, [&] { return ++made, thing(); });
+    });
+    auto const first = files.open(1, nullptr, [&] {
+        making.count_down();
+        go_on.wait();
+        return ++made, thing();
+    });
+    EXPECT_EQ(second.get().file, first.file);
+    EXPECT_EQ(made, 1);
+}
+
+TEST(SharedFiles, WhoComesDuringAnOpeningThatFailsMakesTheFileItself) {
+    Things files;
+    test::Latch making{1}, go_on{1};
+    auto second = std::async(std::launch::async, [&] {
+        making.wait();
+        test::WhenWaiting const waiting([&] { go_on.count_down(); });
+        return files.open(1, nullptr, thing);
+    });
+    auto const first = files.open(1, nullptr, [&] {
+        making.count_down();
+        go_on.wait();
+        return MadeFile<Thing>{"no", nullptr};
+    });
+    EXPECT_EQ(first.file, nullptr);
+    EXPECT_NE(second.get().file, nullptr);
+}
+
 TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {
     Things files;
     auto host = std::make_shared<MemoryFile>();
@@ -79,53 +116,53 @@ TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {
 
 // --- A file that is closing is not opened or created until it is closed ---
 
-// Holds up the writes that a closing container makes until told to go on, and writes down who came when.
+// Holds up the first write of a closing container, and notes whether anybody else touches the file meanwhile.
 struct SlowHost : WrappedFile {
     using WrappedFile::WrappedFile;
-    std::atomic<bool> slow{false};
-    test::Latch in_write{1}, go_on{1};
-    std::atomic<bool> written{false}, touched_early{false};
 
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override {
-        if (slow && !written) touched_early = true;
+        note();
         inner->read(position, length, buffer, std::move(done));
     }
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override {
         if (slow.exchange(false)) {
+            closing_thread = std::this_thread::get_id();
             in_write.count_down();
-            slow = true;
             go_on.wait();
-            inner->write(position, length, buffer, std::move(done));
-            slow = false;
-            written = true;
-            return;
         }
-        if (in_write.try_wait() && !written) touched_early = true;
+        note();
         inner->write(position, length, buffer, std::move(done));
     }
 
-    // Closes `file` on one thread and runs `meanwhile` on another while the closing write is held up.
-    template <class File, class Meanwhile>
-    auto race(std::shared_ptr<File> file, Meanwhile meanwhile) {
+    // Closes `file` on one thread and runs `other_user` on another, which comes while the first write of closing is held
+    // up. Closing goes on when the other one waits; one that does not wait has its way before.
+    template <class File, class OtherUser>
+    auto race(std::shared_ptr<File> file, OtherUser other_user) {
         slow = true;
         std::thread closer([closing = std::move(file)]() mutable { closing.reset(); });
         in_write.wait();
-        test::Latch started{1};
         auto other = std::async(std::launch::async, [&] {
-            started.count_down();
-            return meanwhile();
+            test::WhenWaiting const waiting([&] { go_on.count_down(); });
+            return other_user();
         });
-        started.wait();
-        for (int i = 0; i < 1000; ++i)
-            std::this_thread::yield();  // room for a wrong opener to come too early
-        go_on.count_down();
         auto result = other.get();
         closer.join();
         EXPECT_FALSE(touched_early);
         return result;
     }
+
+  private:
+    // Until closing goes on.
+    void note() {
+        if (in_write.try_wait() && !go_on.try_wait() && std::this_thread::get_id() != closing_thread)
+            touched_early = true;
+    }
+
+    std::atomic<bool> slow{false}, touched_early{false};
+    test::Latch in_write{1}, go_on{1};
+    std::thread::id closing_thread;  // set before `in_write` opens
 };
 
 TEST(ContainerClosing, AGrowFileIsOpenedAgainWithTheLengthThatClosingWrites) {
