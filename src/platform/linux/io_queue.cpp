@@ -132,7 +132,7 @@ void IoQueue::closeRing() {
 
 int IoQueue::wakeDescriptor() const { return ring != nullptr ? ring->wakeDescriptor() : -1; }
 
-IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
+IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     ++depth;
     auto progress = Progress::timed_out;
     do {
@@ -142,7 +142,7 @@ IoQueue::Progress IoQueue::carryOn(Deadline const& deadline) {
         } else if (!queued_in_memory.empty()) {
             moveHere(queued_in_memory);
         } else if (ring != nullptr && !(onlyAWrite() && deadline.forever())) {
-            woken = ring->carryOn(queued, finished, deadline);
+            woken = ring->makeProgress(queued, finished, deadline);
         } else {
             moveHere(queued);
         }
@@ -179,7 +179,7 @@ bool IoQueue::runFinished() {
 
 void IoQueue::finish() {
     while (hasPending())
-        carryOn(Deadline(WAIT_FOREVER));
+        makeProgress(Deadline(WAIT_FOREVER));
     closeRing();
 }
 

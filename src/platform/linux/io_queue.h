@@ -1,4 +1,4 @@
-// The requests of one thread: started by it, carried on while it waits alertably, completed on it, only there.
+// The I/O requests of one thread. The thread starts them; they make progress and complete only while it waits alertably.
 //
 // Starting a request queues it. The wait hands everything queued to the thread's ring and waits for results in the same
 // system call; where the host refuses a ring, the wait moves the bytes itself. A thread's ring is made at its first
@@ -31,14 +31,14 @@ class IoQueue {
 
     bool hasPending() const { return pending > 0; }
 
-    // By which another thread wakes this one out of carryOn; -1 when carryOn doesn't wait for anything. Valid as long
-    // as requests are pending.
+    // Another thread writes to it to wake this thread while it waits in makeProgress; -1 when makeProgress never waits.
+    // Valid as long as requests are pending.
     int wakeDescriptor() const;
 
     enum class Progress { completed, woken, timed_out };
-    // With requests pending: carries them on until at least one has completed, the thread is woken, or the deadline
-    // passes. Completions may start requests and wait in turn.
-    Progress carryOn(Deadline const& deadline);
+    // Submits the queued requests and waits until at least one has completed, the thread is woken, or the deadline
+    // passes. At least one request is pending. Completions may start requests and wait in turn.
+    Progress makeProgress(Deadline const& deadline);
 
     // Completes everything that is pending and closes the ring; a later request makes a new one.
     void finish();
@@ -59,7 +59,7 @@ class IoQueue {
     TransferList queued_in_memory;  // the same, to be moved by this thread
     TransferList finished;          // ended, completion not yet called
     std::uint32_t pending = 0;
-    std::uint32_t depth = 0;  // of carryOn within completions
+    std::uint32_t depth = 0;  // nested calls of makeProgress, made by completions
     Ring* ring = nullptr;
     bool ring_decided = false;  // made, or refused
     bool thread_ended = false;  // its end has been dealt with; destructors that still run get by without a ring

@@ -57,7 +57,7 @@ Ring::~Ring() {
     ::close(wake_descriptor);
 }
 
-bool Ring::carryOn(TransferList& queued, TransferList& finished, Deadline const& deadline) {
+bool Ring::makeProgress(TransferList& queued, TransferList& finished, Deadline const& deadline) {
     if (barred) {
         // Transfers that the kernel won't take any more are moved with plain calls; the others are waited for.
         if (!queued.empty()) {

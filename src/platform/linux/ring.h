@@ -20,13 +20,13 @@ class Ring {
     Ring(Ring const&) = delete;
     Ring& operator=(Ring const&) = delete;
 
-    // Writing to it ends the wait in carryOn. Any thread may, while the owner is known to be waiting.
+    // Writing to it ends the wait in makeProgress. Any thread may, while the owner is known to be waiting.
     int wakeDescriptor() const { return wake_descriptor; }
 
     // Hands queued transfers to the kernel, as many as there is room for, and waits for a result, a wake or the
     // deadline, in one system call where there is no deadline. Transfers that have ended go to `finished`; those that
     // have to go on return to `queued`. True: it was woken.
-    bool carryOn(TransferList& queued, TransferList& finished, Deadline const& deadline);
+    bool makeProgress(TransferList& queued, TransferList& finished, Deadline const& deadline);
 
   private:
     Ring(io_uring const& made, int wake_fd) : ring(made), wake_descriptor(wake_fd) {}

@@ -96,7 +96,7 @@ WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
         if (io.hasPending()) {
             self.wake_descriptor = io.wakeDescriptor();
             lock.unlock();
-            progress = io.carryOn(deadline);
+            progress = io.makeProgress(deadline);
             lock.lock();
         } else {
             // Nothing can complete on this thread, so there is nothing but the unit to wait for.
