@@ -27,7 +27,8 @@ Built built(Opened<Kind> opened) {
     return {std::move(opened.error), std::move(opened.file)};
 }
 
-struct Surroundings {
+// What the innermost file of a description may refer to.
+struct BuildContext {
     bool read_only;
     KString const& header_path;
     std::shared_ptr<VFileObject> const& this_file;
@@ -42,10 +43,10 @@ KString hostFileName(KString const& header_path, KString const& text) {
     return KString::format("%1\\%2", {header_path.substring(0, static_cast<std::size_t>(backslash)), text});
 }
 
-Built buildFileName(XmlElement const& form, Surroundings const& around) {
-    return built(VFileFile::open(hostFileName(around.header_path, form.text), around.read_only));
+Built buildFileName(XmlElement const& form, BuildContext const& context) {
+    return built(VFileFile::open(hostFileName(context.header_path, form.text), context.read_only));
 }
-Built buildThisFile(XmlElement const&, Surroundings const& around) { return {{}, around.this_file}; }
+Built buildThisFile(XmlElement const&, BuildContext const& context) { return {{}, context.this_file}; }
 
 // --- The levels above: each is built on the file of its nested description ---
 
@@ -77,7 +78,7 @@ Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> fi
 
 struct Form {
     char const* name;
-    Built (*bottom)(XmlElement const& form, Surroundings const& around);
+    Built (*bottom)(XmlElement const& form, BuildContext const& context);
     Built (*level)(XmlElement const& form, std::shared_ptr<VFileObject> file, bool read_only);
 };
 constexpr auto FORMS = std::to_array<Form>({
@@ -107,7 +108,7 @@ Level levelOf(XmlElement const& description) {
 
 Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KString const& header_path,
                                std::shared_ptr<VFileObject> const& this_file) {
-    Surroundings const around{read_only, header_path, this_file};
+    BuildContext const context{read_only, header_path, this_file};
 
     // Down to the bottom of the description, then up again.
     std::vector<Level> levels;
@@ -117,7 +118,7 @@ Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KStrin
         level = levelOf(level.element->child("VFile"));
     }
     if (level.form == nullptr) return badSpecification();
-    Built result = level.form->bottom(*level.element, around);
+    Built result = level.form->bottom(*level.element, context);
     for (; result.error.empty() && !levels.empty(); levels.pop_back()) {
         if (!result.file) return badSpecification();  // a container needs a file to stand on
         result = levels.back().form->level(*levels.back().element, std::move(result.file), read_only);
