@@ -58,7 +58,7 @@ class UnitsByHandle : public TrackUnits {
 
 }  // namespace
 
-KString whyNoStream(TrackAudioType type, void const* handle_out, VideoStandard standard) {
+KString checkAudioTrack(TrackAudioType type, void const* handle_out, VideoStandard standard) {
     if (type != TrackAudioType::hemlock) return "Track does not use the hemlock audio codec";
     if (handle_out == nullptr) return "Invalid argument (null pointer)";
     if (!isValid(standard)) return "Invalid video standard";
@@ -68,8 +68,8 @@ KString whyNoStream(TrackAudioType type, void const* handle_out, VideoStandard s
 AudioTrack findAudioTrack(std::uint32_t track_handle, void const* handle_out) {
     AudioTrack audio;
     auto const found = findTrack(track_handle);
-    audio.error = found ? whyNoStream(found.track->format().audio_type, handle_out, found.track->videoStandard())
-                        : whyNoStream(TrackAudioType::none, handle_out, VideoStandard::none);
+    audio.error = found ? checkAudioTrack(found.track->format().audio_type, handle_out, found.track->videoStandard())
+                        : checkAudioTrack(TrackAudioType::none, handle_out, VideoStandard::none);
     if (!audio.error.empty()) return audio;
     audio.shape = {found.track->videoFrequency(), found.track->format().subchannel_count,
                    found.track->lengthInFields()};

@@ -44,9 +44,9 @@ struct AudioTrack {
     std::shared_ptr<TrackUnits> units;
 };
 
-// Why no stream can be begun on such a track, or empty. The first that applies: "Track does not use the hemlock audio
-// codec", "Invalid argument (null pointer)" when there is no place for the stream's handle, "Invalid video standard".
-KString whyNoStream(TrackAudioType type, void const* handle_out, VideoStandard standard);
+// Empty when a stream can be opened on such a track. Otherwise the first error that applies: "Track does not use the
+// hemlock audio codec", "Invalid argument (null pointer)" when `handle_out` is null, "Invalid video standard".
+KString checkAudioTrack(TrackAudioType type, void const* handle_out, VideoStandard standard);
 
 AudioTrack findAudioTrack(std::uint32_t track_handle, void const* handle_out);
 

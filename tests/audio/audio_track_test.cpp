@@ -9,14 +9,16 @@ TEST(AudioTrack, IsRefusedForItsCodecThenForTheMissingPlaceThenForItsStandard) {
     int place = 0;
     auto const good = VideoStandard::s1080i_50;
     auto const bad = static_cast<VideoStandard>(28);
-    EXPECT_EQ(whyNoStream(TrackAudioType::none, nullptr, bad), KString("Track does not use the hemlock audio codec"));
-    EXPECT_EQ(whyNoStream(TrackAudioType::none, &place, good), KString("Track does not use the hemlock audio codec"));
-    EXPECT_EQ(whyNoStream(static_cast<TrackAudioType>(2), &place, good),
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::none, nullptr, bad),
               KString("Track does not use the hemlock audio codec"));
-    EXPECT_EQ(whyNoStream(TrackAudioType::hemlock, nullptr, bad), KString("Invalid argument (null pointer)"));
-    EXPECT_EQ(whyNoStream(TrackAudioType::hemlock, &place, bad), KString("Invalid video standard"));
-    EXPECT_EQ(whyNoStream(TrackAudioType::hemlock, &place, VideoStandard::none), KString("Invalid video standard"));
-    EXPECT_EQ(whyNoStream(TrackAudioType::hemlock, &place, good), KString());
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::none, &place, good),
+              KString("Track does not use the hemlock audio codec"));
+    EXPECT_EQ(checkAudioTrack(static_cast<TrackAudioType>(2), &place, good),
+              KString("Track does not use the hemlock audio codec"));
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::hemlock, nullptr, bad), KString("Invalid argument (null pointer)"));
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::hemlock, &place, bad), KString("Invalid video standard"));
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::hemlock, &place, VideoStandard::none), KString("Invalid video standard"));
+    EXPECT_EQ(checkAudioTrack(TrackAudioType::hemlock, &place, good), KString());
 }
 
 TEST(AudioTrack, AHandleThatNamesNoTrackIsNoHemlockTrack) {
