@@ -34,7 +34,7 @@ constexpr char16_t const* HELD_BY_CREATOR = u"The file is in use: whoever create
 constexpr char16_t const* HELD_BY_OTHERS = u"The file is in use: it can't be created while it is open elsewhere";
 
 // Positions are signed on this host.
-constexpr std::uint64_t GREATEST_POSITION = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t MAX_POSITION = std::numeric_limits<std::int64_t>::max();
 
 constexpr mode_t NEW_FILE_MODE = 0666;  // less what the caller's umask takes away
 
@@ -65,12 +65,12 @@ Descriptor openDescriptor(std::string const& path, int flags) {
 }
 
 // A file that is no plain file, a text that says so; for everything else nothing.
-std::u16string refusal(struct stat const& found) {
+std::u16string notRegularFileError(struct stat const& found) {
     if (S_ISREG(found.st_mode)) return {};
     return S_ISDIR(found.st_mode) ? hostErrorText(EISDIR) : NOT_A_FILE;
 }
 
-bool liesInMemory(int descriptor) {
+bool isOnMemoryFileSystem(int descriptor) {
     struct statfs found;
     return ::fstatfs(descriptor, &found) == 0 && (found.f_type == TMPFS_MAGIC || found.f_type == RAMFS_MAGIC);
 }
@@ -81,8 +81,8 @@ class LinuxFile : public HostFile {
         : buffered(std::move(buffered_fd)), direct(std::move(direct_fd)), read_only(reading_only) {
         descriptors.buffered = buffered.get();
         descriptors.direct = direct.get();
-        descriptors.in_memory = liesInMemory(buffered.get());
-        if (direct.valid()) askForAlignment();
+        descriptors.in_memory = isOnMemoryFileSystem(buffered.get());
+        if (direct.valid()) queryAlignment();
     }
 
     bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
@@ -103,7 +103,7 @@ class LinuxFile : public HostFile {
     }
 
     bool resize(std::uint64_t bytes) override {
-        if (bytes > GREATEST_POSITION) return false;
+        if (bytes > MAX_POSITION) return false;
         int result = 0;
         do
             result = ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes));
@@ -113,7 +113,7 @@ class LinuxFile : public HostFile {
 
   private:
     bool start(bool writing, std::uint64_t position, std::uint32_t length, std::byte* memory, HostRequest& request) {
-        if (position > GREATEST_POSITION - length) return false;
+        if (position > MAX_POSITION - length) return false;
         new (request.host_record) Transfer{.request = &request,
                                            .file = &descriptors,
                                            .next = nullptr,
@@ -130,7 +130,7 @@ class LinuxFile : public HostFile {
     }
 
     // Newer kernels tell what direct transfers must be aligned to, or that there are none.
-    void askForAlignment() {
+    void queryAlignment() {
         struct statx told;
         if (::statx(descriptors.direct, "", AT_EMPTY_PATH, STATX_DIOALIGN, &told) != 0) return;
         if ((told.stx_mask & STATX_DIOALIGN) == 0) return;
@@ -191,11 +191,11 @@ HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     // Looked at before it is opened, because opening a pipe or a device may block or do something.
     struct stat found;
     if (::stat(path.c_str(), &found) == 0) {
-        if (std::u16string error = refusal(found); !error.empty()) return {std::move(error), nullptr};
+        if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
     }
     Descriptor buffered = openDescriptor(path, access.open_flags);
     if (!buffered.valid() || ::fstat(buffered.get(), &found) != 0) return {hostErrorText(errno), nullptr};
-    if (std::u16string error = refusal(found); !error.empty()) return {std::move(error), nullptr};
+    if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
     if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
 
     Descriptor direct = openDirect(path, access.open_flags, found);

@@ -67,7 +67,7 @@ class IoQueues {
     static void unlockAfterFork(bool in_child) {
         if (in_child) {
             first = nullptr;  // the others belong to threads that the child doesn't have
-            this_threads_queue.forget();
+            this_threads_queue.resetAfterFork();
         }
         mutex.unlock();
     }
@@ -140,11 +140,11 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
         if (!finished.empty()) {
             // A wait within a completion: results that are there come first.
         } else if (!queued_in_memory.empty()) {
-            moveHere(queued_in_memory);
-        } else if (ring != nullptr && !(onlyAWrite() && deadline.forever())) {
+            runNextBlocking(queued_in_memory);
+        } else if (ring != nullptr && !(isLoneWrite() && deadline.forever())) {
             woken = ring->makeProgress(queued, finished, deadline);
         } else {
-            moveHere(queued);
+            runNextBlocking(queued);
         }
         if (runFinished()) {
             progress = Progress::completed;
@@ -158,9 +158,9 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
 
 // Recording: one unit, then the next. A write that makes the file grow can't be done without waiting, so the ring would
 // hand it to a thread of the kernel's and back.
-bool IoQueue::onlyAWrite() const { return pending == 1 && !queued.empty() && queued.front().writing; }
+bool IoQueue::isLoneWrite() const { return pending == 1 && !queued.empty() && queued.front().writing; }
 
-void IoQueue::moveHere(TransferList& transfers) {
+void IoQueue::runNextBlocking(TransferList& transfers) {
     Transfer& transfer = transfers.pop();
     transfer.runBlocking();
     finished.push(transfer);
@@ -183,7 +183,7 @@ void IoQueue::finish() {
     closeRing();
 }
 
-void IoQueue::forget() {
+void IoQueue::resetAfterFork() {
     delete ring;  // lets go of the child's view of it; the parent's goes on
     ring = nullptr;
     ring_decided = false;

@@ -48,11 +48,11 @@ class IoQueue {
     enum class Use { idle, in_use, closed };
 
     void begin();
-    void forget();
+    void resetAfterFork();
     void openRing();
     void closeRing();
-    bool onlyAWrite() const;
-    void moveHere(TransferList& transfers);
+    bool isLoneWrite() const;
+    void runNextBlocking(TransferList& transfers);
     bool runFinished();
 
     TransferList queued;            // the kernel doesn't know of them

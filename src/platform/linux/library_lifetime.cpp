@@ -12,10 +12,10 @@ namespace KelvonClip::platform {
 
 namespace {
 
-constexpr int FIRST_TO_BEGIN_LAST_TO_END = 101;
+constexpr int HIGHEST_PRIORITY = 101;  // its constructors run first, its destructors last
 
 // A child process has the calling thread only. It begins afresh: rings and tasks are the parent's.
-[[gnu::constructor(FIRST_TO_BEGIN_LAST_TO_END)]] void beginPlatform() {
+[[gnu::constructor(HIGHEST_PRIORITY)]] void beginPlatform() {
     ::pthread_atfork(
         [] {
             lockTaskPoolForFork();
@@ -32,7 +32,7 @@ constexpr int FIRST_TO_BEGIN_LAST_TO_END = 101;
 }
 
 // Tasks first: they wait for I/O.
-[[gnu::destructor(FIRST_TO_BEGIN_LAST_TO_END)]] void endPlatform() {
+[[gnu::destructor(HIGHEST_PRIORITY)]] void endPlatform() {
     endTaskPool();
     endIoQueues();
 }

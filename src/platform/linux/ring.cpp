@@ -58,14 +58,14 @@ Ring::~Ring() {
 }
 
 bool Ring::makeProgress(TransferList& queued, TransferList& finished, Deadline const& deadline) {
-    if (barred) {
+    if (submission_refused) {
         // Transfers that the kernel won't take any more are moved with plain calls; the others are waited for.
         if (!queued.empty()) {
             Transfer& transfer = queued.pop();
             transfer.runBlocking();
             finished.push(transfer);
         } else {
-            pollOutside(deadline);
+            waitWithPoll(deadline);
         }
     } else {
         fill(queued);
@@ -122,7 +122,7 @@ void Ring::submitAndWait(TransferList& queued, Deadline const& deadline) {
         ::io_uring_wait_cqe_timeout(&ring, &unused, &pause);
         return;
     }
-    barred = true;  // for example a filter that the program put on itself later
+    submission_refused = true;  // for example a filter that the program put on itself later
     takeBackUnsubmitted(queued);
 }
 
@@ -138,7 +138,7 @@ void Ring::takeBackUnsubmitted(TransferList& queued) {
 }
 
 // The kernel still puts results of what it was given before into the shared memory, and says so to poll.
-void Ring::pollOutside(Deadline const& deadline) {
+void Ring::waitWithPoll(Deadline const& deadline) {
     pollfd both[] = {{ring.ring_fd, POLLIN, 0}, {wake_descriptor, POLLIN, 0}};
     __kernel_timespec const left = deadline.forever() ? __kernel_timespec{} : asTimespec(deadline.left());
     timespec const limit{static_cast<time_t>(left.tv_sec), static_cast<long>(left.tv_nsec)};
@@ -161,7 +161,7 @@ bool Ring::reap(TransferList& queued, TransferList& finished) {
         --in_kernel;
         (transfer->advance(result) ? finished : queued).push(*transfer);
     }
-    if (woken || barred) {
+    if (woken || submission_refused) {
         eventfd_t posts = 0;
         woken = ::eventfd_read(wake_descriptor, &posts) == 0 || woken;
     }

@@ -36,14 +36,14 @@ class Ring {
     void fill(TransferList& queued);
     void submitAndWait(TransferList& queued, Deadline const& deadline);
     void takeBackUnsubmitted(TransferList& queued);
-    void pollOutside(Deadline const& deadline);
+    void waitWithPoll(Deadline const& deadline);
     bool reap(TransferList& queued, TransferList& finished);
 
     io_uring ring;
     int wake_descriptor;
     bool wake_armed = false;
-    std::uint32_t in_kernel = 0;  // transfers handed over and not yet reaped
-    bool barred = false;          // the host has begun to refuse the system call: nothing more can be handed over
+    std::uint32_t in_kernel = 0;      // transfers handed over and not yet reaped
+    bool submission_refused = false;  // the host has begun to refuse the system call: nothing more can be handed over
 };
 
 }  // namespace KelvonClip::platform
