@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     for (std::size_t unit = 0; unit < count; ++unit) {
         units.push_back(unitOf(data + 2 + unit * PER_UNIT, rate));
         expected.feed(reinterpret_cast<std::uint8_t const*>(units.back().data()), unit);
-        stream.makeRoom();
+        stream.reserveBlock();
         stream.feed(hemlock::decode(units.back().data(), cadence, unit), open_blocks);
         while (stream.available() >= portion) {
             taken.resize(taken.size() + portion);

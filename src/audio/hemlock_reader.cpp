@@ -41,7 +41,7 @@ KString HemlockReader::fetch() {
     hemlock::UnitReadAhead::Unit unit{};
     // Room first: from here on nothing can fail half-way through a unit.
     for (auto& stream : streams)
-        stream.makeRoom();
+        stream.reserveBlock();
     if (KString error = read_ahead.next(unit); !error.empty()) return error;
     std::int32_t* words = unit.words;
     available = UINT32_MAX;

@@ -36,7 +36,7 @@ class HemlockReader {
     std::uint64_t samplesRemaining() const;  // 0 at and beyond the end
     hemlock::SubchannelStream const& stream(std::uint32_t subchannel) const { return streams[subchannel]; }
     // For the end of the library: lets the background reads run out. The reader is not used afterwards.
-    void leaveNothingToBegin() { read_ahead.leaveNothingToBegin(); }
+    void cancelReadAhead() { read_ahead.cancelQueued(); }
 
   private:
     KString fetch();

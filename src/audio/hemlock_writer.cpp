@@ -27,17 +27,17 @@ HemlockWriter::HemlockWriter(AudioTrackShape const& track, std::vector<std::uint
 KString HemlockWriter::write(std::int32_t const* const* buffers, std::uint32_t n) {
     for (std::uint32_t done = 0; done < n;) {
         std::uint32_t const step = std::min(n - done, STEP_SAMPLES);
-        if (!takeIn(buffers, done, step)) return KString("Out of memory");
+        if (!appendSamples(buffers, done, step)) return KString("Out of memory");
         done += step;
         if (KString error = writeUnits(); !error.empty()) {
-            return takeIn(buffers, done, n - done) ? error : KString("Out of memory");
+            return appendSamples(buffers, done, n - done) ? error : KString("Out of memory");
         }
     }
     return {};
 }
 
 // For all subchannels or, when memory cannot hold the samples, for none.
-bool HemlockWriter::takeIn(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n) {
+bool HemlockWriter::appendSamples(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n) {
     try {
         for (auto& cutter : cutters)
             cutter.samples().reserve(n);
@@ -65,12 +65,12 @@ bool HemlockWriter::makeUnit() {
 }
 
 KString HemlockWriter::writeUnits() {
-    while (unit_waits || makeUnit()) {
-        unit_waits = true;
+    while (unit_pending || makeUnit()) {
+        unit_pending = true;
         if (next_unit >= UINT32_MAX) return KString("Too many units");
         if (KString error = units->write(static_cast<std::uint32_t>(next_unit), unit.get()); !error.empty())
             return error;
-        unit_waits = false;
+        unit_pending = false;
         ++next_unit;
     }
     // Less than a block is left: moved to the front, the samples of small calls stay in the processor's cache.

@@ -39,7 +39,7 @@ class HemlockWriter {
     std::uint32_t samplesWaiting() const { return cutters.empty() ? 0 : cutters.front().samples().count(); }
 
   private:
-    bool takeIn(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n);
+    bool appendSamples(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n);
     bool makeUnit();
     KString writeUnits();
 
@@ -48,7 +48,7 @@ class HemlockWriter {
     std::uint32_t const block_size;  // bytes
     std::vector<hemlock::BlockCutter> cutters;
     platform::TransferMemory const unit;
-    bool unit_waits = false;  // `unit` is complete and not written
+    bool unit_pending = false;  // `unit` is complete and not written
     std::uint64_t next_unit;
 };
 

@@ -23,12 +23,12 @@ Readers& readers() {
 // When a process ends, some hosts have stopped the pool's threads before they let the library know. What those threads
 // were reading will never be done, so the wait has a bound, and readers that may still be in use are left where they are.
 void finishAllReaders() noexcept {
-    constexpr std::chrono::seconds PATIENCE{5};
+    constexpr std::chrono::seconds TASK_TIMEOUT{5};
     try {
         auto open = std::make_unique<std::vector<Readers::Pointer>>(readers().removeAll());
         for (auto const& reader : *open)
-            reader->leaveNothingToBegin();
-        if (!hemlock::UnitReadAhead::waitForTasks(PATIENCE)) (void)open.release();
+            reader->cancelReadAhead();
+        if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT)) (void)open.release();
     } catch (std::exception const&) {
         // No memory for the list: the readers stay, and with them their memory, until the process is gone.
     }

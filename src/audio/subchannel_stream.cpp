@@ -47,7 +47,7 @@ std::span<std::int32_t> fadeAndCorrect(DecodedBlock const& decoded, std::int64_t
 }
 
 // Emptied entries are dropped before the list would grow, so that a warm stream allocates nothing.
-void SubchannelStream::makeRoom() {
+void SubchannelStream::reserveBlock() {
     if (buffered.size() < buffered.capacity()) return;
     buffered.erase(buffered.begin(), buffered.begin() + static_cast<std::ptrdiff_t>(front));
     front = 0;
@@ -66,7 +66,7 @@ void SubchannelStream::feed(DecodedBlock const& decoded, std::uint32_t& open_blo
 
 void SubchannelStream::noteContinuity(DecodedBlock const& decoded) {
     bool const goes_on = previous && !decoded.invalid && continues(*previous, decoded.header, cadence);
-    if (!first_block && !goes_on) ++breaks;
+    if (!first_block && !goes_on) ++discontinuity_count;
     first_block = false;
     previous = decoded.invalid ? std::nullopt : std::optional(decoded.header);
 }

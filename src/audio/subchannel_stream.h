@@ -29,7 +29,7 @@ class SubchannelStream {
     explicit SubchannelStream(Cadence const& its_cadence) : cadence(its_cadence) {}
 
     // Makes sure that the next block finds room, so that feeding it cannot fail.
-    void makeRoom();
+    void reserveBlock();
     // Takes in the block of the next unit, for which room has been made. Its samples must stay where they are until
     // `open_blocks`, which this call raises by one, has been lowered again.
     void feed(DecodedBlock const& decoded, std::uint32_t& open_blocks);
@@ -41,7 +41,7 @@ class SubchannelStream {
     std::uint32_t available() const { return buffered_sample_count; }
     std::int64_t driftInTenths() const { return drift; }
     // Blocks that did not continue the one before them. Nothing follows from it but what the block's own flags ask for.
-    std::uint64_t discontinuities() const { return breaks; }
+    std::uint64_t discontinuities() const { return discontinuity_count; }
 
   private:
     struct Buffered {
@@ -56,7 +56,7 @@ class SubchannelStream {
     std::int64_t drift = 0;
     std::optional<BlockHeader> previous;  // absent at the start and after an invalid block
     bool first_block = true;
-    std::uint64_t breaks = 0;
+    std::uint64_t discontinuity_count = 0;
     std::vector<Buffered> buffered;  // from `front` on
     std::size_t front = 0;
     std::uint32_t buffered_sample_count = 0;

@@ -73,8 +73,8 @@ class UnitReadAhead::Run {
         done.post();
     }
 
-    // The reader's view: from `expect` until the run has been read or given up, somebody has to read it.
-    void expect() { read_finished = false; }
+    // The reader's view: from `markPending` until the run has been read or given up, somebody has to read it.
+    void markPending() { read_finished = false; }
     bool isRead() { return read_finished || waitUntilRead(0); }
     bool waitUntilRead(std::uint32_t timeout_ms = KSemaphore::FOREVER) {
         read_finished = done.wait(1, timeout_ms);
@@ -84,7 +84,7 @@ class UnitReadAhead::Run {
         read();
         read_finished = true;
     }
-    void giveUp() { read_finished = true; }
+    void markCancelled() { read_finished = true; }
 
   private:
     // A unit number beyond 32 bits is past the end of every track.
@@ -178,20 +178,20 @@ UnitReadAhead::UnitReadAhead(std::shared_ptr<TrackUnits> track_units, std::uint3
     pending.reserve(RUNS_AHEAD);
 }
 
-UnitReadAhead::~UnitReadAhead() { withdrawAll(); }
+UnitReadAhead::~UnitReadAhead() { cancelAndWait(); }
 
 KString UnitReadAhead::next(Unit& unit) {
     if (!pending.empty() && pending.front()->handed_out == pending.front()->count) {
         finished.push_back(pending.front());
         pending.erase(pending.begin());
     }
-    keepReading();
+    queueRuns();
     Run& run = *pending.front();
     await(run);
     std::uint32_t const index = run.handed_out;
     if (!run.errors[index].empty()) {
         KString error = std::move(run.errors[index]);
-        startAgainAt(run.first + index);
+        restartAt(run.first + index);
         return error;
     }
     ++run.handed_out;
@@ -200,7 +200,7 @@ KString UnitReadAhead::next(Unit& unit) {
 }
 
 // Past the end units are asked for one by one, because the track may have grown by the time the next one is needed.
-void UnitReadAhead::keepReading() {
+void UnitReadAhead::queueRuns() {
     if (pending.size() == RUNS_AHEAD) return;
     std::uint64_t const length = units->lengthInUnits();
     while (pending.empty() || (pending.size() < RUNS_AHEAD && next_unread < length)) {
@@ -210,7 +210,7 @@ void UnitReadAhead::keepReading() {
                          ? static_cast<std::uint32_t>(std::min<std::uint64_t>(UNITS_PER_RUN, length - next_unread))
                          : 1;
         run->handed_out = 0;
-        run->expect();
+        run->markPending();
         pending.push_back(run);
         queue->add(run);
         next_unread += run->count;
@@ -221,28 +221,28 @@ void UnitReadAhead::keepReading() {
 // sleeping: where the bytes are in memory already, reading is work, and two do it in half the time.
 void UnitReadAhead::await(Run& wanted) {
     while (!wanted.isRead()) {
-        auto const unbegun = std::ranges::find_if(pending, [&](auto const& run) { return queue->take(*run); });
-        if (unbegun == pending.end())
+        auto const queued = std::ranges::find_if(pending, [&](auto const& run) { return queue->take(*run); });
+        if (queued == pending.end())
             wanted.waitUntilRead();
         else
-            (*unbegun)->readHere();
+            (*queued)->readHere();
     }
 }
 
-void UnitReadAhead::leaveNothingToBegin() {
+void UnitReadAhead::cancelQueued() {
     for (auto const& run : pending)
-        if (queue->take(*run)) run->giveUp();
+        if (queue->take(*run)) run->markCancelled();
 }
 
 // What is under way is waited for.
-void UnitReadAhead::withdrawAll() {
-    leaveNothingToBegin();
+void UnitReadAhead::cancelAndWait() {
+    cancelQueued();
     for (auto const& run : pending)
         await(*run);
 }
 
-void UnitReadAhead::startAgainAt(std::uint64_t unit) {
-    withdrawAll();
+void UnitReadAhead::restartAt(std::uint64_t unit) {
+    cancelAndWait();
     finished.insert(finished.end(), pending.begin(), pending.end());
     pending.clear();
     next_unread = unit;
@@ -250,21 +250,21 @@ void UnitReadAhead::startAgainAt(std::uint64_t unit) {
 
 std::shared_ptr<UnitReadAhead::Run> UnitReadAhead::spareRun() {
     auto const spare = std::ranges::find_if(finished, [](auto const& run) { return run->open_blocks == 0; });
-    if (spare == finished.end()) return std::make_shared<Run>(units, unit_size, placeForRun());
+    if (spare == finished.end()) return std::make_shared<Run>(units, unit_size, allocateRun());
     auto run = *spare;
     finished.erase(spare);
     return run;
 }
 
 // Enough for all runs of a reader whose subchannels keep in step comes in one piece, which can lie in huge pages.
-std::shared_ptr<std::byte> UnitReadAhead::placeForRun() {
+std::shared_ptr<std::byte> UnitReadAhead::allocateRun() {
     std::size_t const run_size = std::size_t{UNITS_PER_RUN} * unit_size;
-    if (places_left == 0) {
+    if (runs_left == 0) {
         memory = platform::allocateTransferMemory(RUNS_IN_STEP * run_size);
-        places_left = RUNS_IN_STEP;
+        runs_left = RUNS_IN_STEP;
     }
-    --places_left;
-    return {memory, memory.get() + places_left * run_size};
+    --runs_left;
+    return {memory, memory.get() + runs_left * run_size};
 }
 
 bool UnitReadAhead::waitForTasks(std::chrono::seconds at_most) { return TaskCount::process().waitForNone(at_most); }

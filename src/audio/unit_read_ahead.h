@@ -55,7 +55,7 @@ class UnitReadAhead {
     KString next(Unit& unit);
 
     // Leaves no run for the task to begin; what is being read goes on. For the end of the library.
-    void leaveNothingToBegin();
+    void cancelQueued();
     // Waits until no task of any reader is left in the pool; false when the time was too short.
     static bool waitForTasks(std::chrono::seconds at_most);
 
@@ -63,12 +63,12 @@ class UnitReadAhead {
     class Run;
     class Queue;
 
-    void keepReading();
+    void queueRuns();
     void await(Run& wanted);
-    void withdrawAll();
-    void startAgainAt(std::uint64_t unit);
+    void cancelAndWait();
+    void restartAt(std::uint64_t unit);
     std::shared_ptr<Run> spareRun();
-    std::shared_ptr<std::byte> placeForRun();
+    std::shared_ptr<std::byte> allocateRun();
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
@@ -76,7 +76,7 @@ class UnitReadAhead {
     std::uint64_t next_unread = 0;               // the first unit that no run covers
     std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
     std::shared_ptr<std::byte[]> memory;         // of the latest runs; each holds on to its part
-    std::size_t places_left = 0;                 // of `memory`, in runs
+    std::size_t runs_left = 0;                   // of `memory`, in runs
     std::vector<std::shared_ptr<Run>> finished;  // handed out; reused once their blocks are no longer wanted
 };
 

@@ -139,7 +139,7 @@ struct FedStream {
     explicit FedStream(VideoFrequency frequency) : stream(cadenceOf(frequency)) {}
     void feed(Samples const& samples, bool fade_in = false, bool fade_out = false, bool invalid = false) {
         blocks.push_back(std::make_unique<OwnedBlock>(samples, fade_in, fade_out, invalid));
-        stream.makeRoom();
+        stream.reserveBlock();
         stream.feed(blocks.back()->block, open);
     }
     Samples take(std::uint32_t count) {
@@ -236,7 +236,7 @@ TEST(SubchannelStream, CountsBlocksThatDoNotContinueTheOneBefore) {
     auto feed = [&](std::uint32_t word, bool fade_in = false, bool invalid = false) {
         blocks.push_back(std::make_unique<OwnedBlock>(ramp(800), fade_in, false, invalid));
         blocks.back()->block.header.block_word = word;
-        stream.makeRoom();
+        stream.reserveBlock();
         stream.feed(blocks.back()->block, open);
         return stream.discontinuities();
     };
