@@ -76,7 +76,7 @@ class UnitReadAhead {
     std::uint64_t next_unread = 0;               // the first unit that no run covers
     std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
     std::shared_ptr<std::byte[]> memory;         // of the latest runs; each holds on to its part
-    std::size_t runs_left = 0;                   // of `memory`, in runs
+    std::size_t runs_left = 0;                   // runs that `memory` has room for
     std::vector<std::shared_ptr<Run>> finished;  // handed out; reused once their blocks are no longer wanted
 };
 

@@ -19,11 +19,11 @@ namespace KelvonClip {
 namespace {
 
 constexpr std::uint32_t PAGE = 4096;
-constexpr std::uint32_t TEN_MINUTES_A_DAY = 144;
+constexpr std::uint32_t TEN_MINUTES_PER_DAY = 144;
 
 // No header holds more tracks than this: already their outermost tags would not fit.
 constexpr std::string_view SHORTEST_TRACK_META = "<TrackMeta><TrackType></TrackType><VFile></VFile></TrackMeta>";
-constexpr std::uint64_t GREATEST_TRACK_COUNT = CLIP_HEADER_SIZE / SHORTEST_TRACK_META.size();
+constexpr std::uint64_t MAX_TRACK_COUNT = CLIP_HEADER_SIZE / SHORTEST_TRACK_META.size();
 
 std::uint32_t audioTracks(ClipDescription const& clip) {
     return static_cast<std::int32_t>(clip.audio_track_count) > 0 ? clip.audio_track_count : 0;
@@ -134,7 +134,7 @@ std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_
     // KEEP: only 59.94 is corrected for the labels that drop-frame skips; 29.97, 47.95 and 23.98 are counted in full.
     std::uint32_t const dropped = toVideoFrequency(standard) == VideoFrequency::f59_94 ? 4 : 0;
     std::uint32_t const ten_minutes = (fields_per_second * 60 - dropped) * 10 + dropped;
-    std::uint32_t const units = ten_minutes * TEN_MINUTES_A_DAY / fields_per_unit;
+    std::uint32_t const units = ten_minutes * TEN_MINUTES_PER_DAY / fields_per_unit;
     return std::uint64_t{units} * stored_unit_size + PAGE;
 }
 
@@ -146,7 +146,7 @@ ClipLayout layOutClip(ClipDescription const& clip) {
             return {"Internal error", {}, 0};
         count += group.count;
     }
-    if (count > GREATEST_TRACK_COUNT) return {"Error creating header text", {}, 0};
+    if (count > MAX_TRACK_COUNT) return {"Error creating header text", {}, 0};
 
     ClipLayout layout;
     for (auto const& group : groups)

@@ -13,7 +13,7 @@ namespace {
 
 // The answer of an open clip, or the neutral value for an unknown handle. The clip stays alive for the question.
 template <class Result, class Question>
-Result askClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Question&& question) noexcept {
+Result queryClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Question&& question) noexcept {
     return exportedQuery(neutral, [&] {
         auto const entry = findClip(handle, open_tracks);
         return entry ? question(*entry) : neutral;
@@ -23,8 +23,8 @@ Result askClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Que
 // A value kept in the header's meta data.
 template <class Value>
 Value metaValue(std::uint32_t handle, Value neutral, Value MetaObject::*member) noexcept {
-    return askClip(handle, neutral, OpenTracks::no,
-                   [&](OpenFileEntry const& clip) { return clip.meta.get()->*member; });
+    return queryClip(handle, neutral, OpenTracks::no,
+                     [&](OpenFileEntry const& clip) { return clip.meta.get()->*member; });
 }
 
 template <class Value>
@@ -78,7 +78,7 @@ std::uint64_t clip_get_last_content_edit(unsigned int clip) {
 }
 
 unsigned int clip_get_length(unsigned int clip) {
-    return askClip(clip, 0u, OpenTracks::yes, [](OpenFileEntry const& entry) {
+    return queryClip(clip, 0u, OpenTracks::yes, [](OpenFileEntry const& entry) {
         unsigned int longest = 0;
         for (auto const& open_track : entry.extra->tracks)
             longest = std::max(longest, open_track.track.lengthInFields());
@@ -97,18 +97,18 @@ wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool
 bool clip_timecode_valid(unsigned int clip) { return metaValue(clip, false, &MetaObject::timecode_valid); }
 
 VideoStandard clip_get_video_standard(unsigned int clip) {
-    return askClip(clip, VideoStandard::none, OpenTracks::no, [](OpenFileEntry const& entry) {
+    return queryClip(clip, VideoStandard::none, OpenTracks::no, [](OpenFileEntry const& entry) {
         return toVideoStandard(entry.meta->resolution, entry.meta->frequency);
     });
 }
 
 unsigned int clip_track_count(unsigned int clip) {
-    return askClip(clip, 0u, OpenTracks::yes,
-                   [](OpenFileEntry const& entry) { return static_cast<unsigned int>(entry.extra->tracks.size()); });
+    return queryClip(clip, 0u, OpenTracks::yes,
+                     [](OpenFileEntry const& entry) { return static_cast<unsigned int>(entry.extra->tracks.size()); });
 }
 
 unsigned int clip_get_track(unsigned int clip, unsigned int index) {
-    return askClip(clip, 0u, OpenTracks::yes, [index](OpenFileEntry const& entry) {
+    return queryClip(clip, 0u, OpenTracks::yes, [index](OpenFileEntry const& entry) {
         auto const& tracks = entry.extra->tracks;
         return index < tracks.size() ? tracks[index].handle.number() : 0u;
     });

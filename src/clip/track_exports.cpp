@@ -15,7 +15,7 @@ namespace KelvonClip {
 namespace {
 
 template <class Result, class Question>
-Result askTrack(std::uint32_t handle, Result neutral, Question&& question) noexcept {
+Result queryTrack(std::uint32_t handle, Result neutral, Question&& question) noexcept {
     return exportedQuery(neutral, [&] {
         auto const found = findTrack(handle);
         return found ? question(*found.track) : neutral;
@@ -25,7 +25,7 @@ Result askTrack(std::uint32_t handle, Result neutral, Question&& question) noexc
 // A property of the track's format.
 template <class Value>
 Value formatValue(std::uint32_t handle, Value TrackFormat::*member) noexcept {
-    return askTrack(handle, Value{}, [member](Track const& track) { return track.format().*member; });
+    return queryTrack(handle, Value{}, [member](Track const& track) { return track.format().*member; });
 }
 
 constexpr std::uint32_t TIMECODE_BYTES = 8;  // what a timecode occupies at the start of its unit
@@ -82,15 +82,15 @@ unsigned int track_j2k_video_chroma_size(unsigned int track) {
 }
 
 VideoStandard track_get_video_standard(unsigned int track) {
-    return askTrack(track, VideoStandard::none, [](Track const& found) { return found.videoStandard(); });
+    return queryTrack(track, VideoStandard::none, [](Track const& found) { return found.videoStandard(); });
 }
 unsigned int track_unit_size(unsigned int track) { return formatValue(track, &TrackFormat::unit_size); }
 unsigned int track_fields_per_unit(unsigned int track) { return formatValue(track, &TrackFormat::fields_per_unit); }
 unsigned int track_length_in_units(unsigned int track) {
-    return askTrack(track, 0u, [](Track const& found) { return found.lengthInUnits(); });
+    return queryTrack(track, 0u, [](Track const& found) { return found.lengthInUnits(); });
 }
 unsigned int track_length_in_fields(unsigned int track) {
-    return askTrack(track, 0u, [](Track const& found) { return found.lengthInFields(); });
+    return queryTrack(track, 0u, [](Track const& found) { return found.lengthInFields(); });
 }
 
 wchar_t const* track_read(unsigned int track, unsigned int unit, void* buffer) {
@@ -106,7 +106,7 @@ wchar_t const* track_get_timecode(unsigned int track, unsigned int unit, unsigne
 }
 
 bool track_valid_timecode(unsigned int track, unsigned int unit) {
-    return askTrack(track, false, [unit](Track& found) { return timecodeValid(found, unit); });
+    return queryTrack(track, false, [unit](Track& found) { return timecodeValid(found, unit); });
 }
 
 }  // namespace KelvonClip

@@ -28,26 +28,26 @@ bool isAlignedForDirectIO(void const* address) {
     return reinterpret_cast<std::uintptr_t>(address) % platform::DIRECT_ALIGNMENT == 0;
 }
 
-UnitBufferPool::UnitBufferPool(std::uint32_t buffer_size) : shelf(std::make_shared<Shelf>()) {
-    shelf->buffer_size = buffer_size;
+UnitBufferPool::UnitBufferPool(std::uint32_t buffer_size) : free_list(std::make_shared<FreeList>()) {
+    free_list->buffer_size = buffer_size;
 }
 
-UnitBufferPool::Buffer::Buffer(std::shared_ptr<Shelf> owner) : shelf(std::move(owner)) {
+UnitBufferPool::Buffer::Buffer(std::shared_ptr<FreeList> owner) : free_list(std::move(owner)) {
     {
-        auto item = shelf->free.lock();
+        auto item = free_list->buffers.lock();
         if (!item.value.empty()) {
             unit_buf = std::move(item.value.back());
             item.value.pop_back();
         }
     }
-    if (!unit_buf) unit_buf = allocateZeroed(shelf->buffer_size);
+    if (!unit_buf) unit_buf = allocateZeroed(free_list->buffer_size);
 }
 
 UnitBufferPool::Buffer::~Buffer() {
     if (!kassert(unit_buf != nullptr, "track", __LINE__, "unit_buf != nullptr")) return;
-    std::memset(unit_buf.get(), 0, shelf->buffer_size);
+    std::memset(unit_buf.get(), 0, free_list->buffer_size);
     try {
-        shelf->free.lock().value.push_back(std::move(unit_buf));
+        free_list->buffers.lock().value.push_back(std::move(unit_buf));
     } catch (std::exception const&) {
         // No room on the list: the buffer is freed instead of kept.
     }

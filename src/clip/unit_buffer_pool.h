@@ -19,16 +19,16 @@ namespace KelvonClip {
 bool isAlignedForDirectIO(void const* address);
 
 class UnitBufferPool {
-    struct Shelf {
+    struct FreeList {
         std::uint32_t buffer_size;
-        KProtect<std::vector<platform::TransferMemory>> free;
+        KProtect<std::vector<platform::TransferMemory>> buffers;
     };
 
   public:
     // A buffer on loan; goes back, zeroed, when it is destroyed. It may outlive the pool.
     class Buffer {
       public:
-        explicit Buffer(std::shared_ptr<Shelf> owner);
+        explicit Buffer(std::shared_ptr<FreeList> owner);
         ~Buffer();
         Buffer(Buffer const&) = delete;
         Buffer& operator=(Buffer const&) = delete;
@@ -36,20 +36,20 @@ class UnitBufferPool {
         std::byte* data() const { return unit_buf.get(); }
 
       private:
-        std::shared_ptr<Shelf> shelf;
+        std::shared_ptr<FreeList> free_list;
         platform::TransferMemory unit_buf;
     };
 
     explicit UnitBufferPool(std::uint32_t buffer_size);
 
     // A zeroed buffer of the pool's size. Throws std::bad_alloc when there is no memory.
-    std::unique_ptr<Buffer> take() { return std::make_unique<Buffer>(shelf); }
+    std::unique_ptr<Buffer> take() { return std::make_unique<Buffer>(free_list); }
 
     // How many buffers wait for their next user.
-    std::size_t freeCount() const { return shelf->free.lock().value.size(); }
+    std::size_t freeCount() const { return free_list->buffers.lock().value.size(); }
 
   private:
-    std::shared_ptr<Shelf> shelf;
+    std::shared_ptr<FreeList> free_list;
 };
 
 }  // namespace KelvonClip

@@ -7,7 +7,7 @@
 namespace KelvonClip {
 
 KSemaphore::KSemaphore(std::uint32_t initial, std::uint32_t max) : max_count(max), semaphore(initial, max) {
-    if (max > 1) several.emplace();
+    if (max > 1) multi_unit_lock.emplace();
 }
 
 void KSemaphore::post() {
@@ -19,8 +19,8 @@ bool KSemaphore::wait(std::uint32_t n, std::uint32_t timeout_ms) {
     if (n == 0) return true;
     if (!kassert(n <= max_count, "ksemaphore", __LINE__, "n <= max_count")) return false;
 
-    std::shared_ptr<KMutexLock::Locker> alone;
-    if (n > 1) alone = several->lock();
+    std::shared_ptr<KMutexLock::Locker> exclusive;
+    if (n > 1) exclusive = multi_unit_lock->lock();
     for (std::uint32_t taken = 0; taken < n;) {
         // KEEP: whatever is neither a unit nor a time-out, completions above all, begins the time-out anew.
         switch (semaphore.waitAlertable(timeout_ms)) {

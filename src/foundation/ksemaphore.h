@@ -29,7 +29,7 @@ class KSemaphore {
     std::uint32_t max_count;
     platform::HostSemaphore semaphore;
     // Serialises waiters that take more than one unit, so that two never share out the units; there when any can.
-    std::optional<KMutexLock> several;
+    std::optional<KMutexLock> multi_unit_lock;
 };
 
 }  // namespace KelvonClip

@@ -134,13 +134,13 @@ struct Placeholder {
 
 // The first placeholder at or after `from`; behind the end of the text when there is none.
 Placeholder findPlaceholder(std::u32string const& text, std::size_t from) {
-    constexpr std::size_t MOST_DIGITS = 2;
+    constexpr std::size_t MAX_DIGITS = 2;
     for (std::size_t begin = text.find(U'%', from); begin != std::u32string::npos; begin = text.find(U'%', begin + 1)) {
         std::size_t end = begin + 1, number = 0;
-        while (end < text.size() && isDigit(text[end]) && end - begin <= MOST_DIGITS + 1)
+        while (end < text.size() && isDigit(text[end]) && end - begin <= MAX_DIGITS + 1)
             number = number * 10 + (text[end++] - U'0');
         std::size_t const digits = end - begin - 1;
-        if (digits >= 1 && digits <= MOST_DIGITS) return {begin, end, number};
+        if (digits >= 1 && digits <= MAX_DIGITS) return {begin, end, number};
     }
     return {text.size(), text.size(), 0};
 }
@@ -221,14 +221,14 @@ KString& KString::operator+=(KString const& other) {
 }
 
 std::optional<std::uint64_t> KString::toUnsigned() const {
-    constexpr std::uint64_t MOST = std::numeric_limits<std::uint64_t>::max();
+    constexpr std::uint64_t MAX = std::numeric_limits<std::uint64_t>::max();
     KString const digits = trimmed();
     if (digits.empty()) return std::nullopt;
     std::uint64_t number = 0;
     for (char32_t code_point : digits.text) {
         if (!isDigit(code_point)) return std::nullopt;
         std::uint64_t const digit = code_point - U'0';
-        if (number > (MOST - digit) / 10) return std::nullopt;
+        if (number > (MAX - digit) / 10) return std::nullopt;
         number = number * 10 + digit;
     }
     return number;

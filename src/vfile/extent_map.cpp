@@ -9,11 +9,11 @@ namespace KelvonClip {
 namespace {
 
 // An insertion adds at most two runs, so a page never outgrows a capacity of 128.
-constexpr std::size_t MOST_RUNS = 126;
-constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t MAX_RUNS_PER_PAGE = 126;
+constexpr std::uint64_t MAX_OFFSET = std::numeric_limits<std::uint64_t>::max();
 
 // Whether [from, from + length) has an end that a number can hold.
-bool fits(std::uint64_t from, std::uint64_t length) { return length <= GREATEST - from; }
+bool fits(std::uint64_t from, std::uint64_t length) { return length <= MAX_OFFSET - from; }
 
 }  // namespace
 
@@ -162,7 +162,7 @@ std::optional<ExtentMap::Run> ExtentMap::runAfter(ConstSpot spot) const {
 // Halves a full page; where runs were appended, almost all stay together, so that rising insertions fill their pages.
 void ExtentMap::splitIfFull(Pages::iterator page, std::size_t last_inserted) {
     Page& runs = page->second;
-    if (runs.size() <= MOST_RUNS) return;
+    if (runs.size() <= MAX_RUNS_PER_PAGE) return;
     std::size_t const kept = last_inserted + 2 >= runs.size() ? runs.size() - 1 : runs.size() / 2;
     auto const first_moved = runs.begin() + static_cast<std::ptrdiff_t>(kept);
     try {

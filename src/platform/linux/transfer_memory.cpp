@@ -12,7 +12,7 @@ namespace KelvonClip::platform {
 namespace {
 
 constexpr std::size_t HUGE_PAGE = 2 * 1024 * 1024;
-constexpr std::size_t WORTH_A_HUGE_PAGE = 64 * 1024;
+constexpr std::size_t HUGE_PAGE_THRESHOLD = 64 * 1024;
 
 constexpr std::size_t roundedUp(std::size_t bytes, std::size_t grid) { return (bytes + grid - 1) / grid * grid; }
 
@@ -42,7 +42,7 @@ void FreeTransferMemory::operator()(std::byte* memory) const {
 
 TransferMemory allocateTransferMemory(std::size_t bytes) {
     if (bytes > static_cast<std::size_t>(-1) - 2 * HUGE_PAGE) throw std::bad_alloc();
-    if (bytes >= WORTH_A_HUGE_PAGE) {
+    if (bytes >= HUGE_PAGE_THRESHOLD) {
         std::size_t const whole_pages = roundedUp(bytes, HUGE_PAGE);
         return TransferMemory(mapHugePages(whole_pages), FreeTransferMemory{whole_pages});
     }
