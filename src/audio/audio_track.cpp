@@ -4,7 +4,6 @@
 #include <cstddef>
 
 #include "clip/clip_directory.h"
-#include "clip/unit_io.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {

@@ -78,6 +78,11 @@ struct FoundTrack {
 };
 FoundTrack findTrack(std::uint32_t handle);
 
+// Read or write one unit of a track and wait alertably for it; empty on success. "Bad Handle" for an unknown track; to
+// write: "Clip was opened in read-only mode" for a track of such a clip; otherwise the track's message.
+KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer);
+KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void const* buffer, std::uint32_t size);
+
 // Unregisters every clip and waits, within bounds, for the queries that still hold one. What unloading does.
 void closeAllClips();
 

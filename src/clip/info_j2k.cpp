@@ -1,9 +1,8 @@
 // info_j2k: the bit rates and unit sizes of JPEG 2000 tracks. All arithmetic is in whole numbers, rounding down.
-#include <kelvonclip/info_j2k.h>
+#include "clip/info_j2k.h"
 
 #include <algorithm>
 
-#include "clip/info_j2k.h"
 #include "foundation/kassert.h"
 
 namespace KelvonClip {
@@ -73,26 +72,5 @@ std::uint32_t j2kBitRateForSizes(VideoStandard standard, std::uint32_t luma, std
     }
     return 0;
 }
-
-std::uint32_t j2k_video_luma_max_size(VideoStandard standard) {
-    return j2kSizes(standard, j2kMaxBitRate(standard)).luma;
-}
-std::uint32_t j2k_video_luma_min_size(VideoStandard standard) {
-    return j2kSizes(standard, j2kMinBitRate(standard)).luma;
-}
-std::uint32_t j2k_video_chroma_max_size(VideoStandard standard) {
-    return j2kSizes(standard, j2kMaxBitRate(standard)).chroma;
-}
-std::uint32_t j2k_video_chroma_min_size(VideoStandard standard) {
-    return j2kSizes(standard, j2kMinBitRate(standard)).chroma;
-}
-std::uint32_t j2k_video_max_size(VideoStandard standard) {
-    return j2k_video_luma_max_size(standard) + j2k_video_chroma_max_size(standard);
-}
-std::uint32_t j2k_video_min_size(VideoStandard standard) {
-    return j2k_video_luma_min_size(standard) + j2k_video_chroma_min_size(standard);
-}
-std::uint32_t j2k_key_max_size(VideoStandard standard) { return j2kSizes(standard, j2kMaxBitRate(standard)).key; }
-std::uint32_t j2k_key_min_size(VideoStandard standard) { return j2kSizes(standard, j2kMinBitRate(standard)).key; }
 
 }  // namespace KelvonClip

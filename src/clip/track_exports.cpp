@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "clip/clip_directory.h"
-#include "clip/unit_io.h"
 #include "foundation/exported.h"
 #include "vfile/aligned_buffer.h"
 
