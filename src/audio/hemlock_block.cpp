@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "foundation/byte_order.h"
+#include "foundation/load_store.h"
 
 namespace KelvonClip::hemlock {
 

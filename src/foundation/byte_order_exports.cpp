@@ -1,4 +1,4 @@
-// byte_order: puts the inline functions of the header into the library, so that they can be called by name too.
+// Emits the inline functions of the public header into the library, so that it exports them.
 #include <kelvonclip/byte_order.h>
 
 namespace {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "foundation/byte_order.h"
+#include "foundation/load_store.h"
 
 namespace KelvonClip {
 

@@ -6,7 +6,7 @@
 #include <limits>
 #include <utility>
 
-#include "foundation/byte_order.h"
+#include "foundation/load_store.h"
 #include "vfile/shared_files.h"
 
 namespace KelvonClip {

@@ -1,16 +1,12 @@
-// Byte order: the exported fromBE and toBE, and the helpers for on-disk structures.
+// Byte order: the exported fromBE and toBE.
 #include <kelvonclip/byte_order.h>
 
-#include <array>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 #include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include "foundation/byte_order.h"
 
 namespace {
 
@@ -132,29 +128,6 @@ TEST(ByteOrder, SignedVariantsGiveTheSameBits) {
     EXPECT_EQ(inMemory(toBE::s64(W(0x8192), W(0xA3B4), W(0xC5D6), W(0xE7F8))), eight);
     EXPECT_EQ(inMemory(toBE::s64(D(0x8192A3B4u), D(0xC5D6E7F8u))), eight);
     EXPECT_EQ(inMemory(toBE::s64(static_cast<std::int64_t>(Q))), eight);
-}
-
-TEST(ByteOrder, StructuresAreReadAndWrittenAtAnyAddress) {
-    for (std::size_t at = 0; at < 8; ++at) {
-        std::array<std::byte, 16> memory{};
-        KelvonClip::storeBE64(memory.data() + at, 0x8192A3B4C5D6E7F8u);
-        EXPECT_EQ(memory[at], std::byte{0x81});
-        EXPECT_EQ(memory[at + 1], std::byte{0x92});
-        EXPECT_EQ(memory[at + 7], std::byte{0xF8});
-        EXPECT_EQ(memory[at + 8], std::byte{0});
-        EXPECT_EQ(KelvonClip::loadBE64(memory.data() + at), 0x8192A3B4C5D6E7F8u);
-
-        KelvonClip::storeLE32(memory.data() + at, 0x8192A3B4u);
-        EXPECT_EQ(memory[at], std::byte{0xB4});
-        EXPECT_EQ(memory[at + 3], std::byte{0x81});
-        EXPECT_EQ(memory[at + 4], std::byte{0xC5});  // still the number before
-        EXPECT_EQ(KelvonClip::loadLE32(memory.data() + at), 0x8192A3B4u);
-    }
-    std::array<std::byte, 8> memory{};
-    for (std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1}, std::numeric_limits<std::uint64_t>::max()}) {
-        KelvonClip::storeBE64(memory.data(), number);
-        EXPECT_EQ(KelvonClip::loadBE64(memory.data()), number);
-    }
 }
 
 }  // namespace
