@@ -1,6 +1,5 @@
 #include "foundation/kprotect.h"
 
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -54,57 +53,6 @@ TEST(KProtect, KeepsThreadsApart) {
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(number.lock().value, 4000);
-}
-
-using Registry = SharedRegistry<int, std::string>;
-
-TEST(SharedRegistry, FindsOnlyWhatIsAlive) {
-    Registry registry;
-    EXPECT_EQ(findLive(registry, 1), nullptr);
-    auto made = findOrMake(registry, 1, [] { return std::make_shared<std::string>("one"); });
-    EXPECT_EQ(findLive(registry, 1), made);
-    EXPECT_EQ(findLive(registry, 2), nullptr);
-    made.reset();
-    EXPECT_EQ(findLive(registry, 1), nullptr);
-}
-
-TEST(SharedRegistry, SecondMakerGetsTheFirstObject) {
-    Registry registry;
-    auto const made = findOrMake(registry, 1, [] { return std::make_shared<std::string>("first"); });
-    auto const again = findOrMake(registry, 1, []() -> std::shared_ptr<std::string> {
-        ADD_FAILURE() << "made although it is alive";
-        return nullptr;
-    });
-    EXPECT_EQ(again, made);
-}
-
-TEST(SharedRegistry, ExpiredEntryIsMadeAnew) {
-    Registry registry;
-    findOrMake(registry, 1, [] { return std::make_shared<std::string>("first"); }).reset();
-    auto const second = findOrMake(registry, 1, [] { return std::make_shared<std::string>("second"); });
-    EXPECT_EQ(*second, "second");
-}
-
-TEST(SharedRegistry, FailedMakingLeavesNothingThatCountsAsOpen) {
-    Registry registry;
-    EXPECT_EQ(findOrMake(registry, 1, [] { return std::shared_ptr<std::string>(); }), nullptr);
-    EXPECT_EQ(findLive(registry, 1), nullptr);
-    auto const made = findOrMake(registry, 1, [] { return std::make_shared<std::string>("late"); });
-    EXPECT_EQ(findLive(registry, 1), made);
-}
-
-TEST(SharedRegistry, ParallelMakersOfOneKeyShareOneObject) {
-    Registry registry;
-    std::vector<std::shared_ptr<std::string>> got(8);
-    std::vector<std::thread> threads;
-    for (auto& slot : got) {
-        threads.emplace_back(
-            [&] { slot = findOrMake(registry, 1, [] { return std::make_shared<std::string>("shared"); }); });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    for (auto const& slot : got)
-        EXPECT_EQ(slot, got.front());
 }
 
 }  // namespace
