@@ -8,7 +8,7 @@
 #include "audio/stream_registry.h"
 #include "foundation/exported.h"
 #include "foundation/kprotect.h"
-#include "platform/clock.h"
+#include "platform/host.h"
 
 namespace KelvonClip {
 

@@ -9,7 +9,7 @@
 
 #include "foundation/ksemaphore.h"
 #include "foundation/locked.h"
-#include "platform/process_end.h"
+#include "platform/host.h"
 #include "platform/task_pool.h"
 #include "platform/transfer_memory.h"
 

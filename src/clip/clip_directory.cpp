@@ -9,7 +9,7 @@
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
-#include "platform/process_end.h"
+#include "platform/host.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
 

@@ -8,7 +8,7 @@
 #include "clip/track_format.h"
 #include "foundation/kassert.h"
 #include "foundation/kid.h"
-#include "platform/clock.h"
+#include "platform/host.h"
 #include "vfile/vfile_builder.h"
 #include "vfile/vfilegrow.h"
 #include "vfile/vfileoffset.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "foundation/kassert.h"
-#include "platform/uuid.h"
+#include "platform/host.h"
 
 namespace KelvonClip {
 

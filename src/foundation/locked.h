@@ -3,7 +3,7 @@
 
 #include <mutex>
 
-#include "platform/process_end.h"
+#include "platform/host.h"
 
 namespace KelvonClip {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/path_rule.h"
+#include "platform/host.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfilegrow.h"
 #include "vfile/vfilelimit.h"

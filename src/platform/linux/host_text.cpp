@@ -1,33 +1,42 @@
 #include "platform/linux/host_text.h"
 
+#include <cstring>
+#include <cwchar>
+
+#include "platform/utf.h"
+
 namespace KelvonClip::platform {
 
 namespace {
 
+constexpr char32_t REPLACEMENT = 0xFFFD;
+
+// Decodes text in the locale's encoding, which is that of the C library's messages.
+std::u16string fromLocale(char const* bytes) {
+    std::u16string text;
+    std::mbstate_t state{};
+    char const* const end = bytes + std::strlen(bytes);
+    while (bytes < end) {
+        wchar_t character = 0;
+        std::size_t const used = std::mbrtowc(&character, bytes, static_cast<std::size_t>(end - bytes), &state);
+        bool const valid = used != 0 && used <= static_cast<std::size_t>(end - bytes);
+        appendUtf16(text, valid ? static_cast<char32_t>(character) : REPLACEMENT);
+        bytes += valid ? used : 1;
+        if (!valid) state = std::mbstate_t{};
+    }
+    return text;
+}
+
 constexpr bool isLead(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 constexpr bool isTrail(char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 
-void appendUtf8(std::string& bytes, char32_t code_point) {
-    auto const put = [&bytes](char32_t byte) { bytes += static_cast<char>(static_cast<unsigned char>(byte)); };
-    auto const follow = [&](unsigned shift) { put(0x80 | (code_point >> shift & 0x3F)); };
-    if (code_point < 0x80) {
-        put(code_point);
-    } else if (code_point < 0x800) {
-        put(0xC0 | code_point >> 6);
-        follow(0);
-    } else if (code_point < 0x10000) {
-        put(0xE0 | code_point >> 12);
-        follow(6);
-        follow(0);
-    } else {
-        put(0xF0 | code_point >> 18);
-        follow(12);
-        follow(6);
-        follow(0);
-    }
-}
-
 }  // namespace
+
+std::u16string hostErrorText(int code) {
+    if (code == 0) return {};
+    char buffer[1024] = {};
+    return fromLocale(::strerror_r(code, buffer, sizeof buffer));
+}
 
 std::string hostFileName(std::u16string_view name) {
     std::string bytes;

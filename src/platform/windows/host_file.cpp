@@ -12,7 +12,7 @@
 
 #include <new>
 
-#include "platform/error_text.h"
+#include "platform/host.h"
 
 namespace KelvonClip::platform {
 

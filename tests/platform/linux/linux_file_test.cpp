@@ -24,7 +24,7 @@
 #include "foundation/ksemaphore.h"
 #include "foundation/kstring.h"
 #include "io_engines.h"
-#include "platform/error_text.h"
+#include "platform/host.h"
 #include "platform/host_file.h"
 #include "platform/linux/host_text.h"
 #include "support/buffer.h"

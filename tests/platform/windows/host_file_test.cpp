@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/error_text.h"
+#include "platform/host.h"
 #include "support/child.h"
 #include "support/scratch.h"
 #include "support/windows/windows_rules.h"

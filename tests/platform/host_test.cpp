@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/clock.h"
-#include "platform/uuid.h"
+#include "platform/host.h"
 
 namespace KelvonClip::platform {
 namespace {

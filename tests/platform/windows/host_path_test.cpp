@@ -1,4 +1,4 @@
-#include "platform/path_rule.h"
+#include "platform/host.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,17 @@
-// Random identifiers (version 4 of RFC 4122) from the kernel's generator.
-#include "platform/uuid.h"
+#include "platform/host.h"
 
 #include <cerrno>
+#include <ctime>
 
 #include <sys/random.h>
+
+#include "platform/linux/host_text.h"
 
 namespace KelvonClip::platform {
 
 namespace {
 
+// Random identifiers, version 4 of RFC 4122.
 constexpr std::uint16_t VERSION_MASK = 0xF000, VERSION_RANDOM = 0x4000;
 constexpr std::uint8_t VARIANT_MASK = 0xC0, VARIANT_RFC_4122 = 0x80;
 
@@ -19,9 +22,13 @@ void clearAndSet(Value& value, unsigned clear, unsigned set) {
 
 }  // namespace
 
+std::uint64_t secondsSince1970() { return static_cast<std::uint64_t>(std::time(nullptr)); }
+
+std::u16string lastErrorText() { return hostErrorText(errno); }
+
 bool newUuid(Uuid& uuid) {
     static_assert(sizeof(Uuid) == 16, "no padding: every byte of the identifier is random");
-    // So few bytes come in one piece, or not at all.
+    // The kernel never splits a request this small.
     ssize_t got = 0;
     do
         got = ::getrandom(&uuid, sizeof uuid, 0);
@@ -32,5 +39,13 @@ bool newUuid(Uuid& uuid) {
     clearAndSet(uuid.rest[0], VARIANT_MASK, VARIANT_RFC_4122);
     return true;
 }
+
+std::u32string fileBesideHeader(std::u32string const& header_path, std::u32string const& text) {
+    auto const slash = header_path.rfind(U'/');
+    bool const absolute = text.starts_with(U'/');
+    return absolute || slash == std::u32string::npos ? text : header_path.substr(0, slash + 1) + text;
+}
+
+bool otherThreadsAreGone() { return false; }
 
 }  // namespace KelvonClip::platform
