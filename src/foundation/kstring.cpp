@@ -5,29 +5,19 @@
 #include "foundation/kstring.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <limits>
 
+#include "platform/utf.h"
+
 namespace KelvonClip {
+
+using platform::CONTINUATION, platform::CONTINUATION_BITS, platform::CONTINUATION_MASK;
+using platform::LAST_CODE_POINT, platform::UTF8_FORMS, platform::Utf8Form;
 
 namespace {
 
-constexpr char32_t LAST_CODE_POINT = 0x10FFFF;
 constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
-
-// The forms of UTF-8, shortest first: what marks the first byte, and the smallest code point that may use the form.
-struct Utf8Form {
-    unsigned char lead, lead_mask;
-    char32_t smallest;
-};
-constexpr std::array<Utf8Form, 4> UTF8_FORMS{{
-    {0x00, 0x80, 0x0},
-    {0xC0, 0xE0, 0x80},
-    {0xE0, 0xF0, 0x800},
-    {0xF0, 0xF8, 0x10000},
-}};
-constexpr unsigned CONTINUATION = 0x80, CONTINUATION_MASK = 0xC0, CONTINUATION_BITS = 6;
 
 constexpr bool isContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & CONTINUATION_MASK) == CONTINUATION;
@@ -72,28 +62,18 @@ std::u32string decodeUtf8Text(std::string_view bytes) {
     return text;
 }
 
-void encodeUtf8(char32_t code_point, std::string& out) {
+// Throws ConversionError for a value above the last code point, which no encoding can hold.
+char32_t encodable(char32_t code_point) {
     if (code_point > LAST_CODE_POINT) throw ConversionError();
-    std::size_t count = UTF8_FORMS.size() - 1;
-    while (code_point < UTF8_FORMS[count].smallest)
-        --count;
-    unsigned shift = static_cast<unsigned>(count) * CONTINUATION_BITS;
-    out += static_cast<char>(UTF8_FORMS[count].lead | (code_point >> shift));
-    while (shift > 0) {
-        shift -= CONTINUATION_BITS;
-        out += static_cast<char>(CONTINUATION | ((code_point >> shift) & ~CONTINUATION_MASK));
-    }
+    return code_point;
 }
 
 // Units become code points one by one, whatever their width.
 template <class Unit>
 std::u32string takeUnits(std::basic_string_view<Unit> units) {
     std::u32string text(grownLength(0, units.size()), U'\0');
-    std::transform(units.begin(), units.end(), text.begin(), [](Unit unit) {
-        auto const code_point = static_cast<char32_t>(unit);
-        if (code_point > LAST_CODE_POINT) throw ConversionError();
-        return code_point;
-    });
+    std::transform(units.begin(), units.end(), text.begin(),
+                   [](Unit unit) { return encodable(static_cast<char32_t>(unit)); });
     return text;
 }
 
@@ -106,15 +86,8 @@ template <class Unit>
 std::basic_string<Unit> encodeUtf16(std::u32string const& text) {
     std::basic_string<Unit> units;
     units.reserve(text.size());
-    for (char32_t code_point : text) {
-        if (code_point > LAST_CODE_POINT) throw ConversionError();
-        if (code_point <= 0xFFFF) {
-            units += static_cast<Unit>(code_point);
-        } else {
-            units += static_cast<Unit>(0xD800 + ((code_point - 0x10000) >> 10));
-            units += static_cast<Unit>(0xDC00 + ((code_point - 0x10000) & 0x3FF));
-        }
-    }
+    for (char32_t code_point : text)
+        platform::appendUtf16(units, encodable(code_point));
     return units;
 }
 
@@ -165,9 +138,10 @@ std::wstring KString::toWide() const {
     if constexpr (WIDE_IS_UTF16) {
         return encodeUtf16<wchar_t>(text);
     } else {
-        if (std::any_of(text.begin(), text.end(), [](char32_t unit) { return unit > LAST_CODE_POINT; }))
-            throw ConversionError();
-        return std::wstring(text.begin(), text.end());
+        std::wstring wide(text.size(), L'\0');
+        std::transform(text.begin(), text.end(), wide.begin(),
+                       [](char32_t code_point) { return static_cast<wchar_t>(encodable(code_point)); });
+        return wide;
     }
 }
 
@@ -177,7 +151,7 @@ std::string KString::toUtf8() const {
     std::string bytes;
     bytes.reserve(text.size());
     for (char32_t code_point : text)
-        encodeUtf8(code_point, bytes);
+        platform::appendUtf8(bytes, encodable(code_point));
     return bytes;
 }
 
