@@ -14,6 +14,7 @@
 #include <kelvonclip/kelvon_std.h>
 
 #include "foundation/kstring.h"
+#include "platform/host_file.h"
 #include "vfile/vfileobject.h"
 #include "xml/xml_parse.h"
 
@@ -22,7 +23,7 @@ namespace KelvonClip {
 constexpr std::uint32_t CLIP_HEADER_SIZE = 32768;
 
 // The header area as it lies in the file; aligned, so that it is transferred without a copy.
-struct alignas(4096) ClipHeaderArea {
+struct alignas(platform::DIRECT_ALIGNMENT) ClipHeaderArea {
     std::array<char, CLIP_HEADER_SIZE> bytes;
 };
 

@@ -10,13 +10,12 @@ namespace KelvonClip {
 namespace {
 
 constexpr std::uint32_t STEP = 5;  // Mbit/s between two valid bit rates
-constexpr std::uint32_t PAGE = 4096;
 
 // A bit rate rounded to a valid step within 15 and 200 Mbit/s.
 constexpr std::uint32_t toStep(std::uint32_t mbits) { return std::clamp((2 * mbits + 5) / 10 * STEP, 15u, 200u); }
 
 // The next multiple of a page above `bytes`.
-constexpr std::uint32_t nextPage(std::uint32_t bytes) { return bytes / PAGE * PAGE + PAGE; }
+constexpr std::uint32_t nextPage(std::uint32_t bytes) { return bytes / UNIT_PAGE * UNIT_PAGE + UNIT_PAGE; }
 
 J2KBitRates bitRates(VideoStandard standard) {
     bool const high = isHighDefinition(standard);
@@ -57,7 +56,7 @@ J2KSizes j2kSizesAtRate(VideoRoughFrequency rough, std::uint32_t mbits) {
 
     // A key unit holds three quarters of the pages.
     // KEEP: but all of them at 24 units a second.
-    std::uint32_t const three_quarters = (bytes / PAGE + 1) * (PAGE * 75) / 100;
+    std::uint32_t const three_quarters = (bytes / UNIT_PAGE + 1) * (UNIT_PAGE * 75) / 100;
     std::uint32_t const key = rough == VideoRoughFrequency::f24 ? total : nextPage(three_quarters - 1);
     return {luma, chroma, key, 0};
 }

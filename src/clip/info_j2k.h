@@ -9,6 +9,9 @@
 
 namespace KelvonClip {
 
+// On disk, units of video and key tracks fill whole pages of this many bytes.
+constexpr std::uint32_t UNIT_PAGE = 4096;
+
 // Bytes of one unit at a bit rate.
 struct J2KSizes {
     std::uint32_t luma, chroma, key;

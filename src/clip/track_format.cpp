@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/round_up.h"
+
 namespace KelvonClip {
 
 namespace {
@@ -143,10 +145,7 @@ constexpr auto J2K_SUFFIXES = std::to_array<J2kSuffixRow>({
     {Resolution::r525i, ""},
 });
 
-constexpr std::uint32_t roundedToPages(std::uint32_t bytes) {
-    constexpr std::uint32_t PAGE = 4096;
-    return (bytes + PAGE - 1) / PAGE * PAGE;
-}
+constexpr std::uint32_t roundedToPages(std::uint32_t bytes) { return platform::roundUp(bytes, UNIT_PAGE); }
 
 // The first row that answers, or null.
 template <class Table, class Answers>

@@ -8,9 +8,9 @@
 
 namespace KelvonClip::platform {
 
-// Buffers at a multiple of this go to the disk and back without a copy; positions and lengths of direct transfers are
-// multiples of the volume's sector size, which never exceeds it.
-constexpr std::size_t DIRECT_ALIGNMENT = 4096;
+// The alignment in bytes that satisfies every host and volume. A buffer at a multiple of it needs no copy; positions and
+// lengths of direct transfers are multiples of the volume's sector size, which never exceeds it.
+constexpr std::uint32_t DIRECT_ALIGNMENT = 4096;
 
 enum class FileAccess {
     read_only,   // an existing file

@@ -3,6 +3,8 @@
 #include <array>
 #include <atomic>
 
+#include "platform/round_up.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
 #else
@@ -24,8 +26,6 @@ using Spares = std::array<std::atomic<void*>, SPARES>;
 constinit std::array<Spares, SIZES> spares_by_size{};
 constinit std::atomic<bool> keeping{true};
 
-constexpr std::size_t roundedUp(std::size_t bytes) { return (bytes + STEP - 1) / STEP * STEP; }
-
 Spares* sparesFor(std::size_t rounded) {
     return rounded > 0 && rounded <= SIZES * STEP ? &spares_by_size[rounded / STEP - 1] : nullptr;
 }
@@ -43,7 +43,7 @@ struct FreesSparesAtTheEnd {
 }  // namespace
 
 void* takeRecycled(std::size_t bytes) {
-    std::size_t const rounded = roundedUp(bytes);
+    std::size_t const rounded = roundUp(bytes, STEP);
     if (Spares* const spares = sparesFor(rounded)) {
         for (auto& spare : *spares) {
             if (spare.load(std::memory_order_relaxed) == nullptr) continue;
@@ -57,7 +57,7 @@ void* takeRecycled(std::size_t bytes) {
 }
 
 void giveRecycled(void* memory, std::size_t bytes) noexcept {
-    std::size_t const rounded = roundedUp(bytes);
+    std::size_t const rounded = roundUp(bytes, STEP);
     Spares* const spares = keeping.load(std::memory_order_relaxed) ? sparesFor(rounded) : nullptr;
     if (spares != nullptr) {
         ASAN_POISON_MEMORY_REGION(memory, rounded);

@@ -1,4 +1,4 @@
-// A zeroed block of memory that unbuffered host I/O accepts: it begins at a multiple of 4096.
+// A zeroed block of memory for direct host I/O, aligned to DIRECT_ALIGNMENT.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +7,12 @@
 #include <new>
 #include <span>
 
+#include "platform/host_file.h"
+
 namespace KelvonClip {
 
 class AlignedBuffer {
   public:
-    static constexpr std::size_t ALIGNMENT = 4096;
-
     explicit AlignedBuffer(std::size_t size_bytes) : memory(allocate(size_bytes)), length(size_bytes) { clear(); }
     AlignedBuffer(AlignedBuffer const& other) : memory(allocate(other.length)), length(other.length) {
         std::memcpy(data(), other.data(), length);
@@ -36,11 +36,13 @@ class AlignedBuffer {
     }
 
   private:
+    static constexpr std::align_val_t ALIGNMENT{platform::DIRECT_ALIGNMENT};
+
     struct Free {
-        void operator()(std::byte* bytes) const { ::operator delete[](bytes, std::align_val_t{ALIGNMENT}); }
+        void operator()(std::byte* bytes) const { ::operator delete[](bytes, ALIGNMENT); }
     };
     static std::byte* allocate(std::size_t size_bytes) {
-        return static_cast<std::byte*>(::operator new[](size_bytes, std::align_val_t{ALIGNMENT}));
+        return static_cast<std::byte*>(::operator new[](size_bytes, ALIGNMENT));
     }
 
     std::unique_ptr<std::byte[], Free> memory;

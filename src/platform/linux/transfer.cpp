@@ -17,9 +17,6 @@ namespace {
 // The kernel moves a little less than 2 GiB at once; a round number below that keeps the remainder aligned.
 constexpr std::uint32_t MAX_STEP = 1U << 30;
 
-// What a refused transfer raises the alignment to: no file system is known to ask for more.
-constexpr std::uint32_t STRICTEST_ALIGNMENT = 4096;
-
 }  // namespace
 
 bool Transfer::mayGoDirect() const {
@@ -41,8 +38,8 @@ bool Transfer::advance(std::int64_t result) {
     if (result == -EINVAL && step_is_direct) {
         // The host is stricter than assumed; the buffered descriptor takes everything.
         buffered_only = true;
-        file->position_alignment.store(STRICTEST_ALIGNMENT, std::memory_order_relaxed);
-        file->memory_alignment.store(STRICTEST_ALIGNMENT, std::memory_order_relaxed);
+        file->position_alignment.store(DIRECT_ALIGNMENT, std::memory_order_relaxed);
+        file->memory_alignment.store(DIRECT_ALIGNMENT, std::memory_order_relaxed);
         return false;
     }
     if (result < 0) {

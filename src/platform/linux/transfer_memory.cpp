@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 
 #include "platform/host_file.h"
+#include "platform/round_up.h"
 
 namespace KelvonClip::platform {
 
@@ -14,16 +15,14 @@ namespace {
 constexpr std::size_t HUGE_PAGE = 2 * 1024 * 1024;
 constexpr std::size_t HUGE_PAGE_THRESHOLD = 64 * 1024;
 
-constexpr std::size_t roundedUp(std::size_t bytes, std::size_t grid) { return (bytes + grid - 1) / grid * grid; }
-
 // Pages that nobody has touched: those of the heap may have been used before, and what lies in ordinary pages stays there.
 std::byte* mapHugePages(std::size_t bytes) {
     std::size_t const with_slack = bytes + HUGE_PAGE;
     void* const mapped = ::mmap(nullptr, with_slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED) throw std::bad_alloc();
     auto* const begin = static_cast<std::byte*>(mapped);
-    std::size_t const before =
-        roundedUp(reinterpret_cast<std::uintptr_t>(begin), HUGE_PAGE) - reinterpret_cast<std::uintptr_t>(begin);
+    auto const address = reinterpret_cast<std::uintptr_t>(begin);
+    std::size_t const before = roundUp<std::uintptr_t>(address, HUGE_PAGE) - address;
     if (before > 0) ::munmap(begin, before);
     ::munmap(begin + before + bytes, HUGE_PAGE - before);
     // Advice only: a host without huge pages to spare goes on with ordinary ones.
@@ -43,7 +42,7 @@ void FreeTransferMemory::operator()(std::byte* memory) const {
 TransferMemory allocateTransferMemory(std::size_t bytes) {
     if (bytes > static_cast<std::size_t>(-1) - 2 * HUGE_PAGE) throw std::bad_alloc();
     if (bytes >= HUGE_PAGE_THRESHOLD) {
-        std::size_t const whole_pages = roundedUp(bytes, HUGE_PAGE);
+        std::size_t const whole_pages = roundUp(bytes, HUGE_PAGE);
         return TransferMemory(mapHugePages(whole_pages), FreeTransferMemory{whole_pages});
     }
     return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})));

@@ -13,6 +13,7 @@
 #include <new>
 
 #include "platform/host.h"
+#include "platform/round_up.h"
 
 namespace KelvonClip::platform {
 
@@ -46,8 +47,6 @@ void CALLBACK transferDone(DWORD error, DWORD transferred, OVERLAPPED* overlappe
     request.done(request, error != 0, transferred);
 }
 
-constexpr std::uint64_t roundedUp(std::uint64_t bytes, std::uint64_t grid) { return (bytes + grid - 1) / grid * grid; }
-
 class WindowsFile final : public HostFile {
   public:
     ~WindowsFile() override {
@@ -79,7 +78,7 @@ class WindowsFile final : public HostFile {
     bool resize(std::uint64_t bytes) override {
         if (setEnd(bytes)) return true;
         return GetLastError() == ERROR_INVALID_PARAMETER && bytes % DIRECT_ALIGNMENT != 0 &&
-               setEnd(roundedUp(bytes, DIRECT_ALIGNMENT));
+               setEnd(roundUp<std::uint64_t>(bytes, DIRECT_ALIGNMENT));
     }
 
   private:
