@@ -38,6 +38,10 @@ class TaskCount {
         auto lock = locked(mutex);
         return none_left.wait_for(lock, at_most, [this] { return tasks == 0; });
     }
+    std::uint64_t count() {
+        auto const lock = locked(mutex);
+        return tasks;
+    }
 
   private:
     std::mutex mutex;
@@ -268,5 +272,7 @@ std::shared_ptr<std::byte> UnitReadAhead::allocateRun() {
 }
 
 bool UnitReadAhead::waitForTasks(std::chrono::seconds at_most) { return TaskCount::process().waitForNone(at_most); }
+
+std::uint64_t UnitReadAhead::tasksInPool() { return TaskCount::process().count(); }
 
 }  // namespace KelvonClip::hemlock

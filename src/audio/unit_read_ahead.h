@@ -58,6 +58,8 @@ class UnitReadAhead {
     void cancelQueued();
     // Waits until no task of any reader is left in the pool; false when the time was too short.
     static bool waitForTasks(std::chrono::seconds at_most);
+    // How many tasks of all readers the pool holds; for tests.
+    static std::uint64_t tasksInPool();
 
   private:
     class Run;

@@ -8,6 +8,7 @@
 #include "audio/memory_units.h"
 #include "platform/task_pool.h"
 #include "support/latch.h"
+#include "support/when_waiting.h"
 
 namespace KelvonClip::hemlock {
 namespace {
@@ -112,24 +113,36 @@ TEST(UnitReadAhead, KeepsAUnitWhereItIsWhileItsBlocksAreWanted) {
     }
 }
 
+// The reader ends while the task is held up in a run that nobody has asked for; the task goes on when the reader waits.
 TEST(UnitReadAhead, EndingWaitsForWhatIsUnderWay) {
-    auto const track = numberedUnits(100);
-    std::atomic<int> inside = 0, by_the_pool = 0;
+    constexpr std::uint32_t RUN = UnitReadAhead::UNITS_PER_RUN;
     auto const main_thread = std::this_thread::get_id();
-    track->before_read = [&](std::uint32_t) {
-        if (std::this_thread::get_id() == main_thread) return;
-        ++inside;
-        ++by_the_pool;
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-        --inside;
-    };
-    // Which of the two reads what is up to the host, so: until the pool has read now and then.
-    for (int unit = 0; by_the_pool < 100; ++unit) {
+    for (std::uint32_t taken : {1u, RUN - 1, RUN, RUN + 1, 2 * RUN + 1}) {
+        auto const track = numberedUnits(100);
+        std::uint32_t const not_asked_for = (taken + RUN - 1) / RUN * RUN;
+        test::Latch task_held(1), go_on(1);
+        std::atomic<int> begun = 0, ended = 0;
+        bool ending = false;
+        track->before_read = [&](std::uint32_t unit) {
+            if (std::this_thread::get_id() == main_thread) {
+                task_held.wait();  // leaves the task something to read
+                EXPECT_FALSE(ending) << "what has not begun is left out";
+                return;
+            }
+            if (unit < not_asked_for) return;
+            if (++begun == 1) task_held.count_down();
+            go_on.wait();
+            ++ended;
+        };
         auto ahead = std::make_unique<UnitReadAhead>(track, SHAPE.unitSize());
-        for (int taken = unit % 20; taken >= 0; --taken)
+        for (std::uint32_t unit = 0; unit < taken; ++unit)
             take(*ahead);
+        task_held.wait();
+        test::WhenWaiting const waiting([&] { go_on.count_down(); });
+        ending = true;
         ahead.reset();
-        ASSERT_EQ(inside, 0);
+        EXPECT_EQ(ended, 1) << taken;
+        EXPECT_EQ(begun, 1) << taken;
     }
 }
 
@@ -151,22 +164,25 @@ TEST(UnitReadAhead, WhatTheTaskHasNotBegunIsReadByTheOneWhoWaits) {
     EXPECT_GE(read_here, UnitReadAhead::RUNS_AHEAD - 1);
 }
 
-// However many runs there are to read, the pool has one task of a reader's at most.
-TEST(UnitReadAhead, OccupiesOneThreadOfThePool) {
+// However many runs there are to read, the pool has one task of a reader's at most. The task is held up until the reader
+// has handed over all the runs that it may.
+TEST(UnitReadAhead, GivesThePoolOneTask) {
+    ASSERT_TRUE(UnitReadAhead::waitForTasks(std::chrono::seconds(60))) << "those of other cases";
     auto const track = numberedUnits(2000);
-    std::atomic<int> inside = 0;
-    std::atomic<bool> two_at_once = false;
-    auto const main_thread = std::this_thread::get_id();
-    track->before_read = [&](std::uint32_t) {
-        if (std::this_thread::get_id() == main_thread) return;
-        if (++inside > 1) two_at_once = true;
-        std::this_thread::yield();
-        --inside;
+    std::atomic<bool> opened = false;
+    test::Latch go_on(1);
+    auto const look = [&] {
+        EXPECT_LE(UnitReadAhead::tasksInPool(), 1u);
+        if (!opened.exchange(true)) go_on.count_down();
     };
+    auto const main_thread = std::this_thread::get_id();
+    track->before_read = [&](std::uint32_t) { std::this_thread::get_id() == main_thread ? look() : go_on.wait(); };
     UnitReadAhead ahead(track, SHAPE.unitSize());
-    for (std::int32_t unit = 0; unit < 2000; ++unit)
+    test::WhenWaiting const waiting(look);
+    for (std::int32_t unit = 0; unit < 2000; ++unit) {
         ASSERT_EQ(take(ahead).first_word, unit + 1);
-    EXPECT_FALSE(two_at_once);
+        ASSERT_LE(UnitReadAhead::tasksInPool(), 1u);
+    }
 }
 
 // The pool is full of tasks that do not end; the reader goes on all the same.

@@ -72,13 +72,14 @@ TEST(TaskPool, TasksMayHandOverTasks) {
 }
 
 TEST(TaskPool, TaskIsLetGoOfOnceItHasRun) {
-    auto held = std::make_shared<int>(1);
-    KSemaphore done(0);
-    std::weak_ptr<int> const watch = held;
-    runInBackground([held = std::move(held), &done] { done.post(); });
-    EXPECT_TRUE(done.wait());
-    while (!watch.expired())
-        std::this_thread::yield();
+    KSemaphore let_go(0);
+    std::atomic<bool> ran{false};
+    auto const tell = [&](int*) {
+        EXPECT_TRUE(ran);
+        let_go.post();
+    };
+    runInBackground([held = std::shared_ptr<int>(nullptr, tell), &ran] { ran = true; });
+    EXPECT_TRUE(let_go.wait());
 }
 
 TEST(TaskPool, TasksReadFilesOnTheirOwnThreads) {

@@ -1,6 +1,5 @@
 // Processes that end with clips still open: whatever they recorded is in the files.
 
-#include <atomic>
 #include <cstdlib>
 #include <thread>
 
@@ -12,6 +11,7 @@
 #include "public/public_support.h"
 #include "support/child.h"
 #include "support/clip_image.h"
+#include "support/latch.h"
 #include "support/scratch_path.h"
 
 namespace KelvonClip {
@@ -65,16 +65,16 @@ TEST(ExitChild, DISABLED_RecordsOnAThreadThatHasEnded) {
 
 TEST(ExitChild, DISABLED_ExitsWhileAThreadReads) {
     unsigned int const clip = record(childArgument());
-    static std::atomic<int> rounds{0};
+    static auto& reading = *new Latch(1);  // the thread outlives every static object
     std::thread([track = clip_get_track(clip, 0)] {
         // Until the process ends; from some point on the handle is unknown.
-        for (unsigned int unit = 0;; ++unit, ++rounds) {
+        for (unsigned int unit = 0;; ++unit) {
             static char back[UNIT];
             track_read(track, unit % UNITS, back);
+            if (unit == 10) reading.count_down();
         }
     }).detach();
-    while (rounds < 10)
-        std::this_thread::yield();
+    reading.wait();
     std::exit(exitCode());
 }
 
