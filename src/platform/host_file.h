@@ -1,4 +1,4 @@
-// Files of the host with asynchronous, unbuffered I/O.
+// Files of the operating system, with asynchronous, unbuffered I/O.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +15,11 @@ constexpr std::uint32_t DIRECT_ALIGNMENT = 4096;
 enum class FileAccess {
     read_only,   // an existing file
     read_write,  // an existing file
-    create,      // for reading and writing, made when absent, kept as it is otherwise; nobody else may have it open
+    create,      // for reading and writing; created if absent, never truncated; nobody else may have it open
 };
 
-// One read or write that is under way. The issuer keeps it, at one address and alive, from the start to the call of
-// `done`; `done` may destroy it. `host_record` is the host's own record of the request.
+// One read or write in progress. The issuer keeps it alive, at the same address, from the start until `done` is called;
+// `done` may destroy it. `host_record` is storage for the host's own record of the request.
 struct HostRequest {
     using Done = void (*)(HostRequest& request, bool failed, std::uint32_t transferred) noexcept;
 
@@ -35,20 +35,20 @@ struct HostRequest {
 class HostFile {
   public:
     struct Opened {
-        std::u16string error;            // the host's text, or empty
+        std::u16string error;            // the host's error text, or empty
         std::unique_ptr<HostFile> file;  // null on failure
     };
-    // `name` in UTF-16. The error text is empty although the open failed when the host gives no error code.
+    // `name` is UTF-16. When opening fails without an error code of the host, the error text is empty and `file` null.
     static Opened open(std::u16string const& name, FileAccess access);
 
     virtual ~HostFile() = default;
 
-    // Start a transfer of exactly `length` bytes. False: refused at once, `request.done` will not be called.
-    // A read that meets the end of the file is done with the bytes before it; at or past the end it has failed.
+    // Start a transfer of `length` bytes. False: refused at once, and `request.done` is not called.
+    // A read that reaches the end of the file transfers the bytes before it; a read at or past the end fails.
     virtual bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) = 0;
     virtual bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) = 0;
 
-    // Length in bytes; false when the host cannot tell.
+    // Gets the length in bytes; false if the host reports an error.
     virtual bool size(std::uint64_t& bytes) const = 0;
     virtual bool resize(std::uint64_t bytes) = 0;
 };

@@ -16,10 +16,10 @@ namespace KelvonClip::platform {
 
 namespace {
 
-// Records are kept by size, in steps of one processor cache line; larger ones are not kept.
+// Free records are kept by size, in steps of one cache line. Records above SIZES * STEP bytes are not kept.
 constexpr std::size_t STEP = 64;
 constexpr std::size_t SIZES = 8;
-// Spares of one size. A stream has up to two dozen transfers under way; what goes beyond this is freed.
+// Free records kept of each size; further ones are freed. A stream has up to two dozen transfers in progress.
 constexpr std::size_t SPARES = 64;
 
 using Spares = std::array<std::atomic<void*>, SPARES>;
@@ -30,7 +30,7 @@ Spares* sparesFor(std::size_t rounded) {
     return rounded > 0 && rounded <= SIZES * STEP ? &spares_by_size[rounded / STEP - 1] : nullptr;
 }
 
-// Whoever still needs memory after this, while the process or the library ends, has it from the heap.
+// Frees the pool when the process or the library ends. Later allocations come from the heap and return to it.
 struct FreesSparesAtTheEnd {
     ~FreesSparesAtTheEnd() {
         keeping = false;

@@ -1,8 +1,8 @@
-// Memory for the small records that come and go with every transfer, task and lock: what one gives back the next one
-// gets, so that an operation that has run before allocates nothing.
+// A pool of memory for the small records of transfers, tasks and locks. Freed records are reused, so an operation that
+// has run before allocates nothing.
 //
-// The spares are taken and given back with single atomic exchanges: no lock that a thread could hold when its process
-// ends, and nothing in thread storage, which would outlive the library's unloading.
+// The pool uses single atomic exchanges: no lock that a terminated thread could still hold when the process ends, and no
+// thread-local storage, which would outlive the unloading of the library.
 //
 // Threads: any.
 #pragma once
@@ -12,12 +12,12 @@
 
 namespace KelvonClip::platform {
 
-// At least `bytes` of memory, aligned for every ordinary type, contents unspecified. Throws std::bad_alloc.
+// Allocates at least `bytes` bytes, aligned for every ordinary type, with unspecified contents. Throws std::bad_alloc.
 void* takeRecycled(std::size_t bytes);
-// Gives back what takeRecycled gave for the same size.
+// Frees memory from takeRecycled. `bytes` is the size that was requested there.
 void giveRecycled(void* memory, std::size_t bytes) noexcept;
 
-// An allocator over this memory, for the standard library's types that make single records. It has no state.
+// A stateless allocator over the pool, for types of the standard library that allocate single records.
 template <class T>
 struct Recycling {
     using value_type = T;

@@ -1,4 +1,4 @@
-// Alertable waiting: the calling thread's own I/O completions run while it waits, and only then.
+// Alertable waits: completions of the calling thread's own I/O run during such a wait, and only then.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,14 @@ namespace KelvonClip::platform {
 constexpr std::uint32_t WAIT_FOREVER = 0xFFFFFFFF;  // milliseconds
 
 enum class WaitResult {
-    taken,         // one unit was taken
-    timed_out,     // the time passed without a unit and without a completion
-    completed_io,  // completions of this thread's I/O ran; no unit was taken
+    taken,         // the count was decremented by one
+    timed_out,     // the time-out expired, without a unit and without a completion
+    completed_io,  // completions of this thread's I/O ran; the count was not changed
     failed,
 };
 
-// A counting semaphore of the host. Threads: any; it must outlive every call on it, a post that is still returning
-// included (a waiter may destroy it as soon as its wait has taken the unit).
+// A counting semaphore. Threads: any. A waiter may destroy it as soon as its wait has taken the unit, even while the post
+// that released the unit is still returning.
 class HostSemaphore {
   public:
     HostSemaphore(std::uint32_t initial, std::uint32_t max);
@@ -25,7 +25,7 @@ class HostSemaphore {
     HostSemaphore(HostSemaphore const&) = delete;
     HostSemaphore& operator=(HostSemaphore const&) = delete;
 
-    // Releases `count` units; false, with nothing released, when that would exceed the greatest count.
+    // Adds `count` units; false, and no change, if that would exceed `max`.
     bool post(std::uint32_t count);
     WaitResult waitAlertable(std::uint32_t timeout_ms);
 

@@ -1,4 +1,4 @@
-// A moment up to which something may take, or none.
+// The time at which a wait ends, or never.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +20,7 @@ class Deadline {
     bool forever() const { return endless; }
     Clock::time_point at() const { return moment; }
     bool passed() const { return !endless && Clock::now() >= moment; }
-    // Never negative; to be asked only of a deadline that is not forever.
+    // The remaining time, never negative. Only for a deadline that is not forever.
     std::chrono::nanoseconds left() const { return std::max(moment - Clock::now(), Clock::duration::zero()); }
 
   private:

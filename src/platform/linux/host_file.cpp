@@ -1,10 +1,10 @@
-// Host files: a direct descriptor for transfers that are aligned, a buffered one of the same file for all others.
+// Host files with two descriptors: a direct one for aligned transfers and a buffered one for all others.
 //
-// The kernel keeps both views of a file coherent: a direct transfer first writes back what the page cache holds for its
-// range, and a direct write drops it from there.
+// The kernel keeps both coherent: a direct transfer first writes back the cached pages of its range, and a direct write
+// discards them.
 //
-// Sharing follows a rule like that of Windows share modes, kept with an advisory lock of the whole file on the buffered
-// descriptor: whoever creates holds it alone, those who open share it. It lasts as long as the object.
+// Sharing resembles the share modes of Windows. It uses an advisory lock on the whole file, held on the buffered
+// descriptor as long as the object lives: exclusive for whoever creates the file, shared for those who open it.
 #include "platform/host_file.h"
 
 #include <array>
@@ -36,7 +36,7 @@ constexpr char16_t const* HELD_BY_OTHERS = u"The file is in use: it can't be cre
 // Positions are signed on this host.
 constexpr std::uint64_t MAX_POSITION = std::numeric_limits<std::int64_t>::max();
 
-constexpr mode_t NEW_FILE_MODE = 0666;  // less what the caller's umask takes away
+constexpr mode_t NEW_FILE_MODE = 0666;  // reduced by the process's umask
 
 class Descriptor {
   public:
@@ -64,7 +64,7 @@ Descriptor openDescriptor(std::string const& path, int flags) {
     return Descriptor(number);
 }
 
-// A file that is no plain file, a text that says so; for everything else nothing.
+// Error text for anything but a regular file; otherwise empty.
 std::u16string notRegularFileError(struct stat const& found) {
     if (S_ISREG(found.st_mode)) return {};
     return S_ISDIR(found.st_mode) ? hostErrorText(EISDIR) : NOT_A_FILE;
@@ -91,7 +91,7 @@ class LinuxFile : public HostFile {
 
     bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) override {
         if (read_only) return false;
-        // Nothing is written to the memory; the type is that of both directions.
+        // A write never changes the buffer; Transfer has one pointer type for both directions.
         return start(true, position, length, static_cast<std::byte*>(const_cast<void*>(buffer)), request);
     }
 
@@ -129,7 +129,7 @@ class LinuxFile : public HostFile {
         return true;
     }
 
-    // Newer kernels tell what direct transfers must be aligned to, or that there are none.
+    // Newer kernels report the alignment for direct transfers, or that the file does not support them.
     void queryAlignment() {
         struct statx told;
         if (::statx(descriptors.direct, "", AT_EMPTY_PATH, STATX_DIOALIGN, &told) != 0) return;
@@ -161,7 +161,7 @@ constexpr std::array<AccessFlags, 3> ACCESS = {{
     {O_RDWR | O_CREAT, LOCK_EX, HELD_BY_OTHERS},
 }};
 
-// Empty when the lock is held, or when the file system has no locks.
+// Empty if the lock was acquired or the file system has no locks; otherwise the error text.
 std::u16string takeLock(int descriptor, AccessFlags const& access) {
     int result = 0;
     do
@@ -171,8 +171,8 @@ std::u16string takeLock(int descriptor, AccessFlags const& access) {
     return errno == EWOULDBLOCK ? access.conflict : hostErrorText(errno);
 }
 
-// A second descriptor of the file that is open already; none where the file system has no direct transfers, or when the
-// name has come to mean another file.
+// Opens a second, direct descriptor for the open file `file`. Invalid if the file system does not support direct
+// transfers, or if the path now names another file.
 Descriptor openDirect(std::string const& path, int open_flags, struct stat const& file) {
     Descriptor direct = openDescriptor(path, (open_flags & ~O_CREAT) | O_DIRECT);
     struct stat found;
@@ -185,10 +185,10 @@ Descriptor openDirect(std::string const& path, int open_flags, struct stat const
 
 HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     AccessFlags const& access = ACCESS.at(static_cast<std::size_t>(wanted));
-    if (name.find(u'\0') != std::u16string::npos) return {hostErrorText(EINVAL), nullptr};  // would be cut short there
+    if (name.find(u'\0') != std::u16string::npos) return {hostErrorText(EINVAL), nullptr};  // would truncate the path
     std::string const path = hostFileName(name);
 
-    // Looked at before it is opened, because opening a pipe or a device may block or do something.
+    // Check the kind of file before opening it: opening a pipe or a device may block or have side effects.
     struct stat found;
     if (::stat(path.c_str(), &found) == 0) {
         if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};

@@ -1,4 +1,4 @@
-// Text between the library (UTF-16 at this seam) and the host (bytes).
+// Conversion of text between the library (UTF-16 at this seam) and the host (bytes).
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 namespace KelvonClip::platform {
 
-// The host's text for an errno value; empty for 0. In the locale's language, when the caller's program chose one.
+// The text for an errno value, in the language of the program's locale; empty for 0.
 std::u16string hostErrorText(int code);
 
-// A file name as the host takes it: UTF-8, with surrogate pairs combined. A surrogate that stands alone becomes its
-// three bytes, so that every name has a counterpart and no two names share one.
+// A file name as the host expects it: UTF-8, with surrogate pairs combined. A lone surrogate becomes the three bytes of
+// its code point, so different names always stay different.
 std::string hostFileName(std::u16string_view name);
 
 }  // namespace KelvonClip::platform

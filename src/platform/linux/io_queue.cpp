@@ -17,12 +17,12 @@ constinit thread_local IoQueue this_threads_queue;
 
 }  // namespace
 
-// What the queues have in common: the list of those with a ring, and the hook at the end of threads. A pthread key
-// rather than an object with thread storage: its hook can be taken back before the library is unloaded, and it isn't
-// called at the end of the process, when destructors of static objects still write.
+// The list of all queues that have a ring, and the hook that runs when a thread ends. The hook is the destructor of a
+// pthread key, not that of a thread_local object, for two reasons: it can be removed before the library is unloaded, and
+// it is not called at the end of the process, when destructors of static objects still write.
 class IoQueues {
   public:
-    // False when the host has no hook to give, or the library has ended: then nobody would close the ring.
+    // False when the host has no key left or the library has ended: nobody would close the thread's ring.
     static bool watchThreadEnd(IoQueue& queue) {
         std::lock_guard const lock(mutex);
         if (ended) return false;
@@ -38,7 +38,7 @@ class IoQueues {
         first = &queue;
     }
 
-    // The queue's ring, which is the caller's from here; null when it has none.
+    // Hands the queue's ring over to the caller; null when it has none.
     static Ring* take(IoQueue& queue) {
         std::lock_guard const lock(mutex);
         return takeLocked(queue);
@@ -52,7 +52,7 @@ class IoQueues {
         for (IoQueue* queue = first; queue != nullptr;) {
             IoQueue* const following = queue->next;
             auto idle = IoQueue::Use::idle;
-            // A queue in use belongs to a thread that still runs while the process ends: it keeps its ring.
+            // A queue in use belongs to a thread that is still running while the process ends: it keeps its ring.
             if (queue->use.compare_exchange_strong(idle, IoQueue::Use::closed, std::memory_order_acquire)) {
                 delete takeLocked(*queue);
             }
@@ -66,7 +66,7 @@ class IoQueues {
 
     static void unlockAfterFork(bool in_child) {
         if (in_child) {
-            first = nullptr;  // the others belong to threads that the child doesn't have
+            first = nullptr;  // the others belong to threads that do not exist in the child
             this_threads_queue.resetAfterFork();
         }
         mutex.unlock();
@@ -104,12 +104,12 @@ void IoQueue::start(HostRequest& request) {
     (transfer.file->in_memory ? queued_in_memory : queued).push(transfer);
 }
 
-// Takes the queue into use.
+// Marks the queue as in use, and creates its ring on the first request.
 void IoQueue::begin() {
     if (use.load(std::memory_order_relaxed) == Use::in_use) return;
     auto idle = Use::idle;
     if (!use.compare_exchange_strong(idle, Use::in_use, std::memory_order_acquire)) {
-        // The library has ended and takes the ring away.
+        // The library is ending and has taken the ring.
         IoQueues::awaitEnd();
         use.store(Use::in_use, std::memory_order_relaxed);
         ring_decided = true;
@@ -138,7 +138,7 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     do {
         bool woken = false;
         if (!finished.empty()) {
-            // A wait within a completion: results that are there come first.
+            // A wait inside a completion: deliver the remaining results first.
         } else if (!queued_in_memory.empty()) {
             runNextBlocking(queued_in_memory);
         } else if (ring != nullptr && !(isLoneWrite() && deadline.forever())) {
@@ -156,8 +156,8 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     return progress;
 }
 
-// Recording: one unit, then the next. A write that makes the file grow can't be done without waiting, so the ring would
-// hand it to a thread of the kernel's and back.
+// The usual case while recording: one unit, then the next. A write that makes the file grow blocks, so the kernel would
+// run it on a worker thread, which costs two context switches.
 bool IoQueue::isLoneWrite() const { return pending == 1 && !queued.empty() && queued.front().writing; }
 
 void IoQueue::runNextBlocking(TransferList& transfers) {
@@ -171,7 +171,7 @@ bool IoQueue::runFinished() {
     while (!finished.empty()) {
         Transfer const transfer = finished.pop();
         --pending;
-        // From here the request may be gone, and may have started others or waited for them.
+        // The completion may destroy the request, start others and wait for them.
         transfer.request->done(*transfer.request, transfer.failed, transfer.transferred);
     }
     return any;
@@ -184,7 +184,7 @@ void IoQueue::finish() {
 }
 
 void IoQueue::resetAfterFork() {
-    delete ring;  // lets go of the child's view of it; the parent's goes on
+    delete ring;  // closes the child's copy of the descriptors; the parent's ring is not affected
     ring = nullptr;
     ring_decided = false;
     queued = queued_in_memory = finished = TransferList();

@@ -1,15 +1,15 @@
 // The I/O requests of one thread. The thread starts them; they make progress and complete only while it waits alertably.
 //
-// Starting a request queues it. The wait hands everything queued to the thread's ring and waits for results in the same
-// system call; where the host refuses a ring, the wait moves the bytes itself. A thread's ring is made at its first
-// request and closed at its end, after its pending requests have completed.
+// Starting a request queues it. The wait submits all queued requests to the thread's ring and waits for results in the
+// same system call. Where the host refuses a ring, the wait transfers the data with blocking calls. A thread's ring is
+// created with its first request and closed when the thread ends, after its pending requests have completed.
 //
 // Invariants
-//   * `pending` counts the requests that were started and whose completion has not been called.
-//   * The ring is touched only by its thread while `use` is `in_use`, which holds whenever requests are pending; the
-//     end of the library may close the ring of another thread, but only after taking `use` from `idle` to `closed`.
-// Threads: an IoQueue belongs to its thread. It has no destructor, so that it neither ends before the static objects of
-// the program do, nor keeps a library that is being unloaded in memory.
+//   * `pending` counts the requests that were started and whose completion has not been called yet.
+//   * While `use` is `in_use`, only the owning thread touches the ring; `use` is `in_use` whenever requests are pending.
+//     When the library ends it may close another thread's ring, but only after changing `use` from `idle` to `closed`.
+// Threads: an IoQueue belongs to one thread. It has no destructor, so it outlives the program's static objects and does
+// not keep a library in memory that is being unloaded.
 #pragma once
 
 #include <atomic>
@@ -26,7 +26,7 @@ class IoQueue {
   public:
     static IoQueue& ofThisThread();
 
-    // Queues the transfer whose record stands in `request`, which completes in a later wait of this thread.
+    // Queues the transfer in `request.host_record`. It completes in a later wait of this thread.
     void start(HostRequest& request);
 
     bool hasPending() const { return pending > 0; }
@@ -40,7 +40,7 @@ class IoQueue {
     // passes. At least one request is pending. Completions may start requests and wait in turn.
     Progress makeProgress(Deadline const& deadline);
 
-    // Completes everything that is pending and closes the ring; a later request makes a new one.
+    // Completes all pending requests and closes the ring; a later request creates a new one.
     void finish();
 
   private:
@@ -55,28 +55,28 @@ class IoQueue {
     void runNextBlocking(TransferList& transfers);
     bool runFinished();
 
-    TransferList queued;            // the kernel doesn't know of them
-    TransferList queued_in_memory;  // the same, to be moved by this thread
-    TransferList finished;          // ended, completion not yet called
+    TransferList queued;            // not yet submitted to the kernel
+    TransferList queued_in_memory;  // the same, for files in memory, which this thread transfers itself
+    TransferList finished;          // done, completion not yet called
     std::uint32_t pending = 0;
     std::uint32_t depth = 0;  // nested calls of makeProgress, made by completions
     Ring* ring = nullptr;
-    bool ring_decided = false;  // made, or refused
-    bool thread_ended = false;  // its end has been dealt with; destructors that still run get by without a ring
+    bool ring_decided = false;  // a ring has been created, or refused
+    bool thread_ended = false;  // the end of the thread has been handled; destructors that run later use no ring
     std::atomic<Use> use{Use::idle};
-    IoQueue* previous = nullptr;  // among the queues that have a ring
+    IoQueue* previous = nullptr;  // in the list of queues that have a ring
     IoQueue* next = nullptr;
 };
 
-// The switch by which tests run the engine that hosts without io_uring get. Concerns rings not yet made; the calling
-// thread's own is closed, so that its next request chooses anew.
+// For tests: false selects the engine for hosts without io_uring. Applies to rings that are created later; the calling
+// thread's own ring is closed, so its next request applies the setting.
 void useRings(bool wanted);
 
-// The end of the library: the calling thread's requests are completed, idle rings of other threads closed, and no
-// thread's end will call into the library any more. Later requests get by without a ring.
+// Called when the library ends: completes the calling thread's requests, closes the idle rings of other threads, and
+// removes the hook that runs when a thread ends. Later requests use no ring.
 void endIoQueues();
 
-// Around a fork: the child's thread begins without a ring and without requests, for those are the parent's.
+// Called around a fork. The child's thread starts without a ring and without requests; those belong to the parent.
 void lockIoQueuesForFork();
 void unlockIoQueuesAfterFork(bool in_child);
 

@@ -1,8 +1,7 @@
-// What this host's part of the library does when the library is loaded, when it is unloaded and around a fork.
+// Start and end of the platform layer: when the library is loaded and unloaded, and around a fork.
 //
-// Static objects of the library write back what they hold when they are destroyed, so the platform has to be the last
-// to end. A destructor function of the highest rank runs after all of them, at the end of the process as well as when
-// the library is unloaded.
+// Static objects of the library write to files when they are destroyed, so the platform layer must end last. A destructor
+// function of the highest priority runs after all of them, at the end of the process and when the library is unloaded.
 #include <pthread.h>
 
 #include "platform/linux/io_queue.h"
@@ -14,7 +13,7 @@ namespace {
 
 constexpr int HIGHEST_PRIORITY = 101;  // its constructors run first, its destructors last
 
-// A child process has the calling thread only. It begins afresh: rings and tasks are the parent's.
+// A child process has only the calling thread. It starts without rings and tasks, which belong to the parent.
 [[gnu::constructor(HIGHEST_PRIORITY)]] void beginPlatform() {
     ::pthread_atfork(
         [] {
@@ -31,7 +30,7 @@ constexpr int HIGHEST_PRIORITY = 101;  // its constructors run first, its destru
         });
 }
 
-// Tasks first: they wait for I/O.
+// Tasks end first, because they wait for I/O.
 [[gnu::destructor(HIGHEST_PRIORITY)]] void endPlatform() {
     endTaskPool();
     endIoQueues();

@@ -13,17 +13,17 @@ namespace KelvonClip::platform {
 namespace {
 
 constexpr unsigned SUBMISSION_ENTRIES = 128;
-// The kernel makes the completion queue twice as long. With this many transfers and the wake in flight it can't
-// overflow; what exceeds it waits in the thread's own queue.
+// The completion queue is twice as long as the submission queue. With this many transfers and the wake in flight it
+// cannot overflow; further transfers stay in the thread's own queue.
 constexpr std::uint32_t MAX_IN_KERNEL = 2 * SUBMISSION_ENTRIES - 1;
 
-// Waiting with a time limit without an entry of its own, and results that are never dropped: Linux 5.11.
+// Waits with a time-out that need no submission entry, and completions that are never dropped: Linux 5.11.
 constexpr unsigned NEEDED_FEATURES = IORING_FEAT_EXT_ARG | IORING_FEAT_NODROP;
 
-// How long the kernel gets to recover from a shortage before it is asked again.
+// Pause before the next attempt when the kernel is short of resources.
 constexpr std::chrono::milliseconds SHORTAGE_PAUSE{1};
 
-// The completion of the wake carries no transfer.
+// The user data of the wake's completion: no transfer.
 constexpr Transfer* WAKE = nullptr;
 
 __kernel_timespec asTimespec(std::chrono::nanoseconds duration) {
@@ -52,14 +52,14 @@ std::unique_ptr<Ring> Ring::open() {
 }
 
 Ring::~Ring() {
-    // The armed wake is a poll, which writes no memory of ours, so the kernel may cancel it in its own time.
+    // The armed wake is a poll. It writes to no memory of ours, so the kernel may cancel it later.
     ::io_uring_queue_exit(&ring);
     ::close(wake_descriptor);
 }
 
 bool Ring::makeProgress(TransferList& queued, TransferList& finished, Deadline const& deadline) {
     if (submission_refused) {
-        // Transfers that the kernel won't take any more are moved with plain calls; the others are waited for.
+        // The kernel accepts no more transfers: queued ones run with blocking calls, submitted ones are waited for.
         if (!queued.empty()) {
             Transfer& transfer = queued.pop();
             transfer.runBlocking();
@@ -105,7 +105,7 @@ void Ring::submitAndWait(TransferList& queued, Deadline const& deadline) {
     if (deadline.forever()) {
         result = ::io_uring_submit_and_wait(&ring, 1);
     } else {
-        // Two calls: one that did both would begin the time anew after each part.
+        // Two calls: a combined one would restart the time-out after each part.
         result = ::io_uring_submit(&ring);
         if (result >= 0) {
             __kernel_timespec left = asTimespec(deadline.left());
@@ -116,17 +116,17 @@ void Ring::submitAndWait(TransferList& queued, Deadline const& deadline) {
     }
     if (result >= 0 || result == -EINTR) return;
     if (isShortage(-result)) {
-        // Results that are already on their way free what the kernel lacks.
+        // Completions of transfers in flight free the resources that the kernel is short of.
         __kernel_timespec pause = asTimespec(SHORTAGE_PAUSE);
         io_uring_cqe* unused = nullptr;
         ::io_uring_wait_cqe_timeout(&ring, &unused, &pause);
         return;
     }
-    submission_refused = true;  // for example a filter that the program put on itself later
+    submission_refused = true;  // for example by a seccomp filter that the program has installed since
     takeBackUnsubmitted(queued);
 }
 
-// What stands in the submission queue and was never seen by the kernel.
+// Returns to `queued` what is in the submission queue and was never seen by the kernel.
 void Ring::takeBackUnsubmitted(TransferList& queued) {
     for (unsigned at = *ring.sq.khead; at != ring.sq.sqe_tail; ++at) {
         auto* const transfer =
@@ -137,7 +137,7 @@ void Ring::takeBackUnsubmitted(TransferList& queued) {
     }
 }
 
-// The kernel still puts results of what it was given before into the shared memory, and says so to poll.
+// Waits with poll for completions of earlier submissions, which the kernel still delivers, and for a wake.
 void Ring::waitWithPoll(Deadline const& deadline) {
     pollfd both[] = {{ring.ring_fd, POLLIN, 0}, {wake_descriptor, POLLIN, 0}};
     __kernel_timespec const left = deadline.forever() ? __kernel_timespec{} : asTimespec(deadline.left());

@@ -1,5 +1,5 @@
-// One io_uring with the eventfd by which other threads wake its owner. Used by its owner alone; only an idle ring may
-// be destroyed by another thread.
+// One io_uring, with an eventfd for other threads to wake its owner. Used by its owning thread only; another thread may
+// destroy it while it is idle.
 #pragma once
 
 #include <cstdint>
@@ -14,18 +14,18 @@ namespace KelvonClip::platform {
 
 class Ring {
   public:
-    // Null where the host refuses: no such system call, a container's filter, too little memory, no descriptor left.
+    // Null where the host refuses: no such system call, a seccomp filter, too little memory, no descriptor left.
     static std::unique_ptr<Ring> open();
     ~Ring();
     Ring(Ring const&) = delete;
     Ring& operator=(Ring const&) = delete;
 
-    // Writing to it ends the wait in makeProgress. Any thread may, while the owner is known to be waiting.
+    // Writing to it ends the wait in makeProgress. Any thread may write while the owner is known to be waiting.
     int wakeDescriptor() const { return wake_descriptor; }
 
-    // Hands queued transfers to the kernel, as many as there is room for, and waits for a result, a wake or the
-    // deadline, in one system call where there is no deadline. Transfers that have ended go to `finished`; those that
-    // have to go on return to `queued`. True: it was woken.
+    // Submits as many queued transfers as there is room for and waits for a result, a wake or the deadline; without a
+    // deadline this is one system call. Transfers that are done move to `finished`, incomplete ones return to `queued`.
+    // True if the thread was woken.
     bool makeProgress(TransferList& queued, TransferList& finished, Deadline const& deadline);
 
   private:
@@ -42,8 +42,8 @@ class Ring {
     io_uring ring;
     int wake_descriptor;
     bool wake_armed = false;
-    std::uint32_t in_kernel = 0;      // transfers handed over and not yet reaped
-    bool submission_refused = false;  // the host has begun to refuse the system call: nothing more can be handed over
+    std::uint32_t in_kernel = 0;      // transfers submitted and not yet reaped
+    bool submission_refused = false;  // the host has begun to refuse the system call: nothing more can be submitted
 };
 
 }  // namespace KelvonClip::platform

@@ -1,7 +1,7 @@
-// The task pool: Asio's queue of tasks, run by threads of its own.
+// The task pool: Asio's task queue, run by the library's own threads.
 //
-// The threads are started here and not by Asio's ready-made pool, which waits for ever when the host refuses one of
-// them; this one gets by with the threads that it could have.
+// Asio's thread pool is not used, because it hangs when the host refuses to start one of its threads. This pool works
+// with as many threads as it could start.
 #include "platform/task_pool.h"
 
 #include <algorithm>
@@ -17,8 +17,8 @@
 #include <pthread.h>
 
 #define ASIO_STANDALONE
-// The queue's mutex orders the memory of a task's giver and its runner; fences around the task would add nothing, and
-// the thread sanitizer doesn't know them.
+// The queue's mutex already orders memory between the thread that posts a task and the one that runs it. Fences would add
+// nothing, and the thread sanitizer does not support them.
 #define ASIO_DISABLE_FENCED_BLOCK
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
@@ -31,11 +31,11 @@ namespace KelvonClip::platform {
 
 namespace {
 
-// Tasks spend most of their time waiting for the disk, so the pool has more threads than there are processors; four at
-// the least, so that a few slow files don't hold up the others on a small machine.
+// Tasks mostly wait for the disk, so the pool has more threads than there are processors. At least four, so that a few
+// slow files do not delay the others on a small machine.
 unsigned threadCount() { return std::max(4U, 2 * std::thread::hardware_concurrency()); }
 
-// The program's signals are for its own threads.
+// Blocks all signals while the pool's threads are created; they inherit the mask. Signals are for the program's threads.
 class WithoutSignals {
   public:
     WithoutSignals() {
@@ -51,7 +51,7 @@ class WithoutSignals {
     sigset_t before;
 };
 
-// A task as Asio keeps it in its queue.
+// A task in Asio's queue, allocated from recycled memory.
 struct Handler {
     using allocator_type = Recycling<void>;
     allocator_type get_allocator() const noexcept { return {}; }
@@ -89,7 +89,7 @@ class Pool {
     std::vector<std::thread> threads;
 };
 
-// Without destructors, because tasks may be handed over while static objects are destroyed.
+// None of these has a destructor, because tasks may be posted while static objects are being destroyed.
 constinit std::mutex pool_mutex;
 constinit Pool* pool = nullptr;
 constinit bool ended = false;
@@ -107,13 +107,13 @@ void endTaskPool() {
     std::unique_lock lock(pool_mutex);
     ended = true;
     std::unique_ptr<Pool> const last(std::exchange(pool, nullptr));
-    lock.unlock();  // a task may still try to hand over another
+    lock.unlock();  // a running task may still try to post another
 }
 
 void lockTaskPoolForFork() { pool_mutex.lock(); }
 
 void unlockTaskPoolAfterFork(bool in_child) {
-    if (in_child) pool = nullptr;  // what is left of it has nobody to run or to join
+    if (in_child) pool = nullptr;  // leaked: its threads do not exist in the child
     pool_mutex.unlock();
 }
 

@@ -1,13 +1,12 @@
-// The ends of the task pool's life that the library itself brings about.
+// Ending the task pool, and handling it around a fork.
 #pragma once
 
 namespace KelvonClip::platform {
 
-// The end of the library: the tasks that were handed over run to their end, then the pool's threads. Later tasks are
-// refused.
+// Called when the library ends: finishes the tasks in the pool, then joins its threads. Later tasks are refused.
 void endTaskPool();
 
-// Around a fork: the child, which has none of the pool's threads, begins without a pool.
+// Called around a fork. The child has none of the pool's threads and starts without a pool.
 void lockTaskPoolForFork();
 void unlockTaskPoolAfterFork(bool in_child);
 

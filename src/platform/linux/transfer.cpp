@@ -8,13 +8,13 @@
 
 namespace KelvonClip::platform {
 
-// The record of a request is made in place and forgotten without a destructor.
+// The record is created in place and its destructor is never called.
 static_assert(sizeof(Transfer) <= sizeof(HostRequest::host_record) && alignof(Transfer) <= 8);
 static_assert(std::is_trivially_destructible_v<Transfer>);
 
 namespace {
 
-// The kernel moves a little less than 2 GiB at once; a round number below that keeps the remainder aligned.
+// The kernel transfers a little less than 2 GiB per call; 1 GiB keeps the remainder aligned.
 constexpr std::uint32_t MAX_STEP = 1U << 30;
 
 }  // namespace
@@ -36,7 +36,7 @@ Transfer::Step Transfer::nextStep() {
 bool Transfer::advance(std::int64_t result) {
     if (result == -EINTR || result == -EAGAIN) return false;
     if (result == -EINVAL && step_is_direct) {
-        // The host is stricter than assumed; the buffered descriptor takes everything.
+        // The host needs a stricter alignment than assumed. The buffered descriptor accepts everything.
         buffered_only = true;
         file->position_alignment.store(DIRECT_ALIGNMENT, std::memory_order_relaxed);
         file->memory_alignment.store(DIRECT_ALIGNMENT, std::memory_order_relaxed);
@@ -49,8 +49,8 @@ bool Transfer::advance(std::int64_t result) {
     transferred += static_cast<std::uint32_t>(result);
     if (remaining() == 0) return true;
     if (result > 0) return false;
-    // Nothing moved: the end of the file. A read that got that far has the bytes before it; a read that began there
-    // has failed, and so has a write that gets nowhere.
+    // Nothing was transferred: the end of the file. A read succeeds with the bytes before it and fails if there are none;
+    // a write that makes no progress fails.
     failed = writing || transferred == 0;
     return true;
 }

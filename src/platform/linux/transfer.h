@@ -1,6 +1,6 @@
-// One read or write under way, and the rule by which it goes on: short transfers are continued, interrupted ones
-// repeated, until everything is there, the file ends, or the host gives an error. Both engines follow this rule, so
-// they differ only in how the bytes get moved.
+// One read or write in progress, and its rules: a short transfer is continued and an interrupted one repeated, until
+// everything is transferred, the file ends, or the host reports an error. Both engines (ring and blocking calls) follow
+// these rules.
 #pragma once
 
 #include <atomic>
@@ -13,22 +13,22 @@ namespace KelvonClip::platform {
 
 // The descriptors of an open file. Outlives the transfers on it.
 struct Descriptors {
-    int buffered = -1;  // through the page cache: takes every position, length and address
-    int direct = -1;    // past the page cache, -1 where the file system has no such thing
+    int buffered = -1;  // through the page cache: accepts every position, length and address
+    int direct = -1;    // bypasses the page cache; -1 if the file system does not support it
 
-    // The file's bytes are in memory and nowhere else. The kernel would hand each transfer to a thread of its own, which
-    // costs more than moving the bytes.
+    // The file exists in memory only (tmpfs, ramfs). The kernel would run each transfer on a worker thread, which costs
+    // more than the copy itself.
     bool in_memory = false;
 
-    // What direct transfers must be multiples of: position and length, and the address. Where the file system doesn't
-    // tell, they begin as a guess, which a refused transfer raises.
+    // The alignment of direct transfers: of position and length, and of the address. A guess where the file system does
+    // not report it; raised when a transfer is refused.
     std::atomic<std::uint32_t> position_alignment{512};
     std::atomic<std::uint32_t> memory_alignment{512};
 };
 
-// Kept in HostRequest::host_record, from start to completion.
+// Lives in HostRequest::host_record from start to completion.
 struct Transfer {
-    // One step: what to ask of the host next.
+    // One step: the next call to make.
     struct Step {
         int descriptor;
         std::byte* memory;
@@ -38,30 +38,30 @@ struct Transfer {
 
     HostRequest* request;
     Descriptors* file;
-    Transfer* next;  // in the list in which it stands
+    Transfer* next;  // in the TransferList that holds it
     std::byte* memory;
     std::uint64_t position;
     std::uint32_t length;
     std::uint32_t transferred;
     bool writing;
     bool failed;
-    bool step_is_direct;  // the step under way, or the last one
+    bool step_is_direct;  // of the current or the last step
     bool buffered_only;   // the host refused a direct step of this transfer
 
     std::uint32_t remaining() const { return length - transferred; }
     Step nextStep();
 
-    // Takes the result of a step: bytes moved, or a negative errno. True when the transfer has ended.
+    // Processes the result of a step: bytes transferred, or a negative errno. True when the transfer is done.
     bool advance(std::int64_t result);
 
-    // Moves everything with plain blocking calls.
+    // Runs the whole transfer with blocking calls.
     void runBlocking();
 
   private:
     bool mayGoDirect() const;
 };
 
-// First in, first out, through `Transfer::next`; owns nothing.
+// A first-in, first-out list, linked through `Transfer::next`; owns nothing.
 class TransferList {
   public:
     bool empty() const { return first == nullptr; }

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t HUGE_PAGE = 2 * 1024 * 1024;
 constexpr std::size_t HUGE_PAGE_THRESHOLD = 64 * 1024;
 
-// Pages that nobody has touched: those of the heap may have been used before, and what lies in ordinary pages stays there.
+// Maps fresh pages. Heap memory may already be backed by ordinary pages, which the kernel would not replace.
 std::byte* mapHugePages(std::size_t bytes) {
     std::size_t const with_slack = bytes + HUGE_PAGE;
     void* const mapped = ::mmap(nullptr, with_slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -25,7 +25,7 @@ std::byte* mapHugePages(std::size_t bytes) {
     std::size_t const before = roundUp<std::uintptr_t>(address, HUGE_PAGE) - address;
     if (before > 0) ::munmap(begin, before);
     ::munmap(begin + before + bytes, HUGE_PAGE - before);
-    // Advice only: a host without huge pages to spare goes on with ordinary ones.
+    // A hint only: without free huge pages the kernel uses ordinary ones.
     (void)::madvise(begin + before, bytes, MADV_HUGEPAGE);
     return begin + before;
 }

@@ -1,8 +1,8 @@
-// Semaphores in user space. A unit that is released goes straight to the waiter that came first, so a wait that
-// completions of the same thread satisfy costs no system call of its own.
+// Semaphores in user space. A released unit is granted directly to the first waiter, so a wait that is satisfied by
+// completions on the same thread needs no system call of its own.
 //
-// Everything in State and in the waiters is touched under State::mutex only, the waking included: a waiter finds that
-// it has its unit only after the poster has let go of the mutex, so it may destroy the semaphore at once.
+// All access to State and to the waiters, waking included, is under State::mutex. A waiter sees that it was granted a
+// unit only after the poster has released the mutex, so it may then destroy the semaphore at once.
 #include "platform/wait.h"
 
 #include <condition_variable>
@@ -19,14 +19,14 @@ namespace {
 
 struct Waiter {
     IoQueue* thread;
-    int wake_descriptor = -1;  // of the ring in which its thread waits; -1 while it waits on the condition
+    int wake_descriptor = -1;  // of the ring that its thread waits in; -1 while it waits on the condition variable
     bool granted = false;
     Waiter* next = nullptr;
 };
 
 }  // namespace
 
-// `count` is above 0 only while nobody waits.
+// Invariant: `count` is 0 while there are waiters.
 struct HostSemaphore::State {
     State(std::uint32_t initial, std::uint32_t max_count) : count(initial), max(max_count) {}
 
@@ -48,7 +48,7 @@ struct HostSemaphore::State {
         Waiter& waiter = *first;
         first = waiter.next;
         waiter.granted = true;
-        // On the waiter's own thread this runs inside a completion, after which it looks by itself.
+        // On the waiter's own thread this runs inside a completion; the waiter checks `granted` after it.
         if (waiter.thread == &IoQueue::ofThisThread()) return;
         if (waiter.wake_descriptor >= 0) {
             ::eventfd_write(waiter.wake_descriptor, 1);
@@ -99,7 +99,7 @@ WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
             progress = io.makeProgress(deadline);
             lock.lock();
         } else {
-            // Nothing can complete on this thread, so there is nothing but the unit to wait for.
+            // No I/O is pending on this thread: wait for the unit only.
             self.wake_descriptor = -1;
             auto const has_unit = [&self] { return self.granted; };
             if (deadline.forever()) {
@@ -109,7 +109,7 @@ WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
             }
         }
         if (self.granted) return WaitResult::taken;
-        if (progress == IoQueue::Progress::woken) continue;  // by a unit of another semaphore
+        if (progress == IoQueue::Progress::woken) continue;  // woken for another semaphore
         state().remove(self);
         return progress == IoQueue::Progress::completed ? WaitResult::completed_io : WaitResult::timed_out;
     }

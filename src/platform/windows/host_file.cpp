@@ -1,10 +1,10 @@
-// Host files over overlapped, unbuffered Windows handles.
+// Host files with overlapped, unbuffered Windows handles.
 //
 // Invariants
-//   * Every request's OVERLAPPED lies inside its HostRequest; its event field, which completion routines leave to the
-//     program, points back to the HostRequest.
+//   * The OVERLAPPED of a request is stored in its HostRequest. Its event field, which is free for the program's use with
+//     completion routines, points back to the HostRequest.
 //   * Windows queues the completion routine to the issuing thread, which runs it in an alertable wait (wait.h).
-//   * The handle is unbuffered: Windows refuses transfers whose position, length or buffer is off the sector grid.
+//   * The handle is unbuffered: Windows refuses transfers whose position, length or address is not sector-aligned.
 // Threads: any.
 #include "platform/host_file.h"
 
@@ -74,7 +74,7 @@ class WindowsFile final : public HostFile {
         return true;
     }
 
-    // An unbuffered handle takes only ends on the sector grid; an end off it becomes the next one on every grid.
+    // An unbuffered handle accepts only sector-aligned lengths; any other length is rounded up to DIRECT_ALIGNMENT.
     bool resize(std::uint64_t bytes) override {
         if (setEnd(bytes)) return true;
         return GetLastError() == ERROR_INVALID_PARAMETER && bytes % DIRECT_ALIGNMENT != 0 &&

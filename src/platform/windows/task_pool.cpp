@@ -1,4 +1,4 @@
-// Background tasks on the process's default Windows thread pool.
+// Background tasks on the process's default thread pool.
 #include "platform/task_pool.h"
 
 #include <windows.h>
@@ -12,7 +12,7 @@ namespace KelvonClip::platform {
 
 namespace {
 
-// A task on its way through the pool.
+// A task in the pool, allocated from recycled memory.
 struct Task {
     static void* operator new(std::size_t bytes) { return takeRecycled(bytes); }
     static void operator delete(void* memory, std::size_t bytes) { giveRecycled(memory, bytes); }
@@ -31,10 +31,9 @@ struct Environment {
 
     Environment() {
         InitializeThreadpoolEnvironment(&value);
-        // Tasks wait for disks and for each other: the pool has to grow.
+        // Tasks block on I/O and on each other, so the pool must be allowed to grow.
         SetThreadpoolCallbackRunsLong(&value);
-        // Whoever unloads the library while a task runs must not pull the code from under it: the pool keeps this
-        // module loaded until the task has returned.
+        // Keeps this module loaded until the task has returned, even if the program unloads it meanwhile.
         HMODULE module = nullptr;
         if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                                reinterpret_cast<wchar_t const*>(&runTask), &module))
@@ -50,7 +49,7 @@ void runInBackground(std::function<void()> task) {
     if (!TrySubmitThreadpoolCallback(&runTask, context.get(), &environment.value))
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
                                 "TrySubmitThreadpoolCallback");
-    (void)context.release();  // the callback's now
+    (void)context.release();  // now owned by the callback
 }
 
 }  // namespace KelvonClip::platform

@@ -1,4 +1,4 @@
-// Large pages need a privilege of the account here, so this host makes do with ordinary ones.
+// Ordinary pages only: large pages need a privilege of the user account on Windows.
 #include "platform/transfer_memory.h"
 
 #include <new>
@@ -12,7 +12,7 @@ void FreeTransferMemory::operator()(std::byte* memory) const {
 }
 
 TransferMemory allocateTransferMemory(std::size_t bytes) {
-    // The run-time library adds what the alignment takes without looking whether the sum still fits.
+    // The run-time library adds space for the alignment without a check for overflow.
     if (bytes > static_cast<std::size_t>(-1) - 2 * DIRECT_ALIGNMENT) throw std::bad_alloc();
     return TransferMemory(static_cast<std::byte*>(::operator new[](bytes, std::align_val_t{DIRECT_ALIGNMENT})));
 }

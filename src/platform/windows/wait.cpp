@@ -16,7 +16,7 @@ struct HostSemaphore::State {
 HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) {
     static_assert(sizeof(State) <= sizeof host_state);
     HANDLE const handle = CreateSemaphoreW(nullptr, static_cast<LONG>(initial), static_cast<LONG>(max), nullptr);
-    // Windows has no semaphore that never holds a unit; without a handle every post and wait fails, as it should.
+    // Windows has no semaphore with a maximum of 0. Without a handle every post and wait fails, as it should.
     if (handle == nullptr && max != 0)
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateSemaphoreW");
     new (host_state) State{handle};
@@ -26,7 +26,7 @@ HostSemaphore::~HostSemaphore() {
     if (state().handle != nullptr) CloseHandle(state().handle);
 }
 
-// The object may be gone as soon as the unit is there: nothing of it is touched after the call.
+// A waiter may destroy the object as soon as the unit is released: no member is accessed after the call.
 bool HostSemaphore::post(std::uint32_t count) {
     return count == 0 || ReleaseSemaphore(state().handle, static_cast<LONG>(count), nullptr) != FALSE;
 }
