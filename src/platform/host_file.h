@@ -8,8 +8,8 @@
 
 namespace KelvonClip::platform {
 
-// The alignment in bytes that satisfies every host and volume. A buffer at a multiple of it needs no copy; positions and
-// lengths of direct transfers are multiples of the volume's sector size, which never exceeds it.
+// The alignment in bytes that satisfies every host and volume. A buffer at a multiple of it needs no copy; positions
+// and lengths of direct transfers are multiples of the volume's sector size, which never exceeds it.
 constexpr std::uint32_t DIRECT_ALIGNMENT = 4096;
 
 enum class FileAccess {

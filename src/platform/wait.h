@@ -16,8 +16,8 @@ enum class WaitResult {
     failed,
 };
 
-// A counting semaphore. Threads: any. A waiter may destroy it as soon as its wait has taken the unit, even while the post
-// that released the unit is still returning.
+// A counting semaphore. Threads: any. A waiter may destroy it as soon as its wait has taken the unit, even while the
+// post that released the unit is still returning.
 class HostSemaphore {
   public:
     HostSemaphore(std::uint32_t initial, std::uint32_t max);

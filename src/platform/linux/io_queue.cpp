@@ -18,8 +18,8 @@ constinit thread_local IoQueue this_threads_queue;
 }  // namespace
 
 // The list of all queues that have a ring, and the hook that runs when a thread ends. The hook is the destructor of a
-// pthread key, not that of a thread_local object, for two reasons: it can be removed before the library is unloaded, and
-// it is not called at the end of the process, when destructors of static objects still write.
+// pthread key, not that of a thread_local object, for two reasons: it can be removed before the library is unloaded,
+// and it is not called at the end of the process, when destructors of static objects still write.
 class IoQueues {
   public:
     // False when the host has no key left or the library has ended: nobody would close the thread's ring.

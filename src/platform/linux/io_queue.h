@@ -1,4 +1,5 @@
-// The I/O requests of one thread. The thread starts them; they make progress and complete only while it waits alertably.
+// The I/O requests of one thread. The thread starts them; they make progress and complete only while it waits
+// alertably.
 //
 // Starting a request queues it. The wait submits all queued requests to the thread's ring and waits for results in the
 // same system call. Where the host refuses a ring, the wait transfers the data with blocking calls. A thread's ring is
@@ -6,8 +7,9 @@
 //
 // Invariants
 //   * `pending` counts the requests that were started and whose completion has not been called yet.
-//   * While `use` is `in_use`, only the owning thread touches the ring; `use` is `in_use` whenever requests are pending.
-//     When the library ends it may close another thread's ring, but only after changing `use` from `idle` to `closed`.
+//   * While `use` is `in_use`, only the owning thread touches the ring; `use` is `in_use` whenever requests are
+//     pending. When the library ends it may close another thread's ring, but only after changing `use` from `idle` to
+//     `closed`.
 // Threads: an IoQueue belongs to one thread. It has no destructor, so it outlives the program's static objects and does
 // not keep a library in memory that is being unloaded.
 #pragma once

@@ -17,8 +17,8 @@
 #include <pthread.h>
 
 #define ASIO_STANDALONE
-// The queue's mutex already orders memory between the thread that posts a task and the one that runs it. Fences would add
-// nothing, and the thread sanitizer does not support them.
+// The queue's mutex already orders memory between the thread that posts a task and the one that runs it. Fences would
+// add nothing, and the thread sanitizer does not support them.
 #define ASIO_DISABLE_FENCED_BLOCK
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
@@ -35,7 +35,8 @@ namespace {
 // slow files do not delay the others on a small machine.
 unsigned threadCount() { return std::max(4U, 2 * std::thread::hardware_concurrency()); }
 
-// Blocks all signals while the pool's threads are created; they inherit the mask. Signals are for the program's threads.
+// Blocks all signals while the pool's threads are created; they inherit the mask. Signals are for the program's
+// threads.
 class WithoutSignals {
   public:
     WithoutSignals() {

@@ -49,8 +49,8 @@ bool Transfer::advance(std::int64_t result) {
     transferred += static_cast<std::uint32_t>(result);
     if (remaining() == 0) return true;
     if (result > 0) return false;
-    // Nothing was transferred: the end of the file. A read succeeds with the bytes before it and fails if there are none;
-    // a write that makes no progress fails.
+    // Nothing was transferred: the end of the file. A read succeeds with the bytes before it and fails if there are
+    // none; a write that makes no progress fails.
     failed = writing || transferred == 0;
     return true;
 }

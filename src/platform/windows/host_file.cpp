@@ -1,8 +1,8 @@
 // Host files with overlapped, unbuffered Windows handles.
 //
 // Invariants
-//   * The OVERLAPPED of a request is stored in its HostRequest. Its event field, which is free for the program's use with
-//     completion routines, points back to the HostRequest.
+//   * The OVERLAPPED of a request is stored in its HostRequest. Its event field, which is free for the program's use
+//     with completion routines, points back to the HostRequest.
 //   * Windows queues the completion routine to the issuing thread, which runs it in an alertable wait (wait.h).
 //   * The handle is unbuffered: Windows refuses transfers whose position, length or address is not sector-aligned.
 // Threads: any.
