@@ -14,7 +14,7 @@ using S16 = short;
 using S32 = int;
 using S64 = std::int64_t;
 
-// A function whose address is kept is emitted.
+// The compiler emits every function whose address is stored here.
 struct Emitted {
     Function<U8, U8> u8_of_1;
     Function<S8, S8> s8_of_1;

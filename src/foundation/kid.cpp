@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t KID_SIZE = 16;
 
-// Most significant byte first, whatever order the host has.
+// Appends the bytes of a number, most significant first.
 template <class Number>
 void appendBigEndian(std::vector<std::byte>& bytes, Number number) {
     for (std::size_t left = sizeof(Number); left > 0; --left) {

@@ -1,4 +1,4 @@
-// A value that can be reached only while its lock is held: every registry of the library is one.
+// A value that can be accessed only while its lock is held. All registries of the library use it.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ namespace KelvonClip {
 template <class T>
 class KProtect {
   public:
-    // What locking gives: the value, for as long as the item lives.
+    // The locked value. The lock is held as long as the item lives.
     struct ItemObject {
         std::shared_ptr<KMutexLock::Locker> locker;
         T& value;

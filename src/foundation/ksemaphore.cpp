@@ -22,7 +22,7 @@ bool KSemaphore::wait(std::uint32_t n, std::uint32_t timeout_ms) {
     std::shared_ptr<KMutexLock::Locker> exclusive;
     if (n > 1) exclusive = multi_unit_lock->lock();
     for (std::uint32_t taken = 0; taken < n;) {
-        // KEEP: whatever is neither a unit nor a time-out, completions above all, begins the time-out anew.
+        // KEEP: any result but a unit or a time-out restarts the time-out; in particular completions of I/O do.
         switch (semaphore.waitAlertable(timeout_ms)) {
         case platform::WaitResult::taken:
             ++taken;

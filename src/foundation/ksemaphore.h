@@ -1,5 +1,4 @@
-// A counting semaphore whose waits are alertable: completions of I/O that the waiting thread issued run on it while it
-// waits.
+// A counting semaphore with alertable waits: while a thread waits, the completions of its own I/O run on it.
 #pragma once
 
 #include <cstdint>
@@ -14,21 +13,23 @@ class KSemaphore {
   public:
     static constexpr std::uint32_t FOREVER = platform::WAIT_FOREVER;
 
-    // The form for I/O completion: at most one unit, of which `initial` (0 or 1) are there at the start.
+    // For I/O completion: a count of 0 or 1, starting at `initial`.
     explicit KSemaphore(std::uint32_t initial) : KSemaphore(initial, 1) {}
     KSemaphore(std::uint32_t initial, std::uint32_t max);
 
     // Releases one unit. Threads: any.
     void post();
 
-    // Takes n units, or none: true once all are taken, false when `timeout_ms` passed without a completion or a unit
-    // (every completion that runs restarts the time-out) or when n exceeds the greatest count. n = 0 never blocks.
+    // Takes n units, all or none. True once all are taken. False when `timeout_ms` expires without a unit and without a
+    // completion (every completion that runs restarts the time-out), or at once when n exceeds the maximum. n = 0 never
+    // blocks.
     bool wait(std::uint32_t n = 1, std::uint32_t timeout_ms = FOREVER);
 
   private:
     std::uint32_t max_count;
     platform::HostSemaphore semaphore;
-    // Serialises waiters that take more than one unit, so that two never share out the units; there when any can.
+    // Serialises waiters that take more than one unit: otherwise two of them could each take a part of the units and
+    // block each other. Only present when max_count > 1.
     std::optional<KMutexLock> multi_unit_lock;
 };
 

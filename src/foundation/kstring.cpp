@@ -1,7 +1,7 @@
-// The string class: conversions at the library's borders, searching and cutting, and message formatting.
+// Conversions, searching and message formatting of KString.
 //
-// Wide text is taken one unit at a time, so surrogates occur as code points of their own and the UTF-8 conversions let
-// them through as three bytes; in everything else they follow the encoding strictly.
+// Wide text is converted unit by unit, so surrogates occur as code points. The UTF-8 conversions accept them as three
+// bytes; otherwise they are strict.
 #include "foundation/kstring.h"
 
 #include <algorithm>
@@ -23,14 +23,14 @@ constexpr bool isContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & CONTINUATION_MASK) == CONTINUATION;
 }
 
-// How many bytes follow a first byte. Throws for a byte that begins no form.
+// The number of continuation bytes after a first byte. Throws for a byte that cannot come first.
 std::size_t continuationsAfter(unsigned char first) {
     for (std::size_t count = 0; count < UTF8_FORMS.size(); ++count)
         if ((first & UTF8_FORMS[count].lead_mask) == UTF8_FORMS[count].lead) return count;
     throw ConversionError();
 }
 
-// Takes one code point off the front of `bytes`, which is not empty.
+// Decodes one code point and removes it from the front of `bytes`, which is not empty.
 char32_t decodeUtf8(std::string_view& bytes) {
     unsigned char const first = static_cast<unsigned char>(bytes.front());
     if (first < CONTINUATION) {
@@ -51,7 +51,7 @@ char32_t decodeUtf8(std::string_view& bytes) {
 }
 
 std::u32string decodeUtf8Text(std::string_view bytes) {
-    // Every code point has exactly one byte that is no continuation.
+    // Every code point has exactly one byte that is not a continuation byte.
     auto const count = std::count_if(bytes.begin(), bytes.end(), [](char byte) { return !isContinuation(byte); });
     std::u32string text(grownLength(0, static_cast<std::size_t>(count)), U'\0');
     for (char32_t& code_point : text) {
@@ -68,7 +68,7 @@ char32_t encodable(char32_t code_point) {
     return code_point;
 }
 
-// Units become code points one by one, whatever their width.
+// Converts every unit to one code point.
 template <class Unit>
 std::u32string takeUnits(std::basic_string_view<Unit> units) {
     std::u32string text(grownLength(0, units.size()), U'\0');
@@ -99,13 +99,13 @@ constexpr bool isDigit(char32_t code_point) { return code_point >= U'0' && code_
 
 [[noreturn]] void throwInvalidPosition() { throw std::out_of_range("invalid string position"); }
 
-// A placeholder of a format: where its % is, behind its last digit, and the number that the digits spell.
+// A placeholder in a format: the position of its %, the position after its last digit, and its number.
 struct Placeholder {
     std::size_t begin, end;
     std::size_t number;
 };
 
-// The first placeholder at or after `from`; behind the end of the text when there is none.
+// The first placeholder at or after `from`; if there is none, an empty range at the end of the text.
 Placeholder findPlaceholder(std::u32string const& text, std::size_t from) {
     constexpr std::size_t MAX_DIGITS = 2;
     for (std::size_t begin = text.find(U'%', from); begin != std::u32string::npos; begin = text.find(U'%', begin + 1)) {

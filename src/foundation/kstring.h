@@ -13,15 +13,15 @@
 
 namespace KelvonClip {
 
-// Bytes that are not UTF-8, or a code point that no encoding has: "bad conversion".
+// Thrown for bytes that are not UTF-8 and for values that are no code points. Its text is "bad conversion".
 class ConversionError : public std::runtime_error {
   public:
     ConversionError() : std::runtime_error("bad conversion") {}
 };
 
-// Internal faults are exceptions: a text that outgrows its greatest size is a std::length_error ("string too long"), a
-// position outside the text a std::out_of_range ("invalid string position").
-// Threads: a value; one thread at a time may change one, any number may read it.
+// Internal faults are exceptions: std::length_error ("string too long") beyond the maximum size, and std::out_of_range
+// ("invalid string position") for a position outside the text.
+// Threads: a plain value; any number of threads may read it, or one may change it.
 class KString {
   public:
     static constexpr std::size_t ALL = static_cast<std::size_t>(-1);
@@ -31,7 +31,7 @@ class KString {
     KString(char const* utf8);
     KString(std::string_view utf8);
     KString(std::string const& utf8) : KString(std::string_view(utf8)) {}
-    // Takes wide text one unit at a time: where wchar_t has 16 bits, the two units of a surrogate pair become two code
+    // Takes wide text unit by unit. Where wchar_t has 16 bits, the two units of a surrogate pair become two code
     // points; where it has 32 bits, a unit is a code point. Null counts as empty.
     KString(wchar_t const* wide);
     KString(std::wstring const& wide);
@@ -39,13 +39,13 @@ class KString {
     KString(std::u16string_view units);
     KString(std::u32string code_points);
 
-    // One unit a code point: the inverse of construction from wide text. Where wchar_t has 16 bits, a code point above
-    // FFFF, which no wide text brings in, becomes the two units of its surrogate pair. Like every encoding, throws
-    // ConversionError for a value above 10FFFF.
+    // The inverse of construction from wide text: one unit for each code point. Where wchar_t has 16 bits, a code point
+    // above FFFF becomes a surrogate pair. Like all encoding functions, throws ConversionError for a value above
+    // 10FFFF.
     std::wstring toWide() const;
-    // Code points above FFFF become surrogate pairs; the others, surrogates included, one unit each.
+    // Code points above FFFF become surrogate pairs; all others, including lone surrogates, become one unit.
     std::u16string toUtf16() const;
-    // Surrogates are written as the three bytes of their code point, so what construction takes apart round-trips.
+    // Surrogates become three bytes each, so text with surrogates can be converted back.
     std::string toUtf8() const;
 
     std::u32string const& codePoints() const { return text; }
@@ -53,8 +53,8 @@ class KString {
     bool empty() const { return text.empty(); }
     bool blank() const;  // empty, or white space only
 
-    // Position of the code point at or after `from`, which may lie behind the end; negative when absent. findLast
-    // searches from the end.
+    // The position of the first occurrence at or after `from` (which may be past the end), or of the last occurrence;
+    // negative if there is none.
     std::ptrdiff_t find(char32_t code_point, std::size_t from = 0) const;
     std::ptrdiff_t findLast(char32_t code_point) const;
     char32_t first() const;
@@ -72,12 +72,12 @@ class KString {
         return left.text <=> right.text;
     }
 
-    // Decimal digits, surrounding white space skipped; absent for anything else and for what exceeds 64 bits.
+    // Parses decimal digits with optional white space around them; absent for any other text and above 64 bits.
     std::optional<std::uint64_t> toUnsigned() const;
     static KString fromUnsigned(std::uint64_t number);
 
-    // Puts arguments[N - 1] in place of every %N of the format, N written with one or two digits. A % followed by no
-    // digit or by three and more is literal text. An N without an argument stands for the empty text.
+    // Replaces every %N in the format by arguments[N - 1]; N has one or two digits. A % that is followed by no digit,
+    // or by three or more, is literal text. An N without an argument becomes the empty text.
     static KString format(KString const& format_text, std::initializer_list<KString> arguments);
 
   private:
@@ -89,7 +89,7 @@ constexpr bool isWhiteSpace(char32_t code_point) {
     return code_point == U' ' || (code_point >= U'\t' && code_point <= U'\r');
 }
 
-// length + more, for a text that grows. Throws std::length_error ("string too long") beyond the greatest text.
+// Returns length + more; throws std::length_error ("string too long") if that exceeds the maximum size of a text.
 std::size_t grownLength(std::size_t length, std::size_t more);
 
 }  // namespace KelvonClip

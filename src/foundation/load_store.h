@@ -1,5 +1,5 @@
-// Numbers in on-disk structures: big-endian in every container, little-endian in audio blocks. Works on any host and at
-// any address.
+// Loads and stores numbers of on-disk structures: big-endian in containers, little-endian in audio blocks. For any host
+// and any alignment.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Locks that survive the end of a process.
+// Locking that cannot block while the process ends.
 #pragma once
 
 #include <mutex>
@@ -7,9 +7,9 @@
 
 namespace KelvonClip {
 
-// Holds the mutex as long as the result lives. Once the host has ended all other threads, a mutex that one of them held
-// is not waited for: nobody is left to unlock it or to be kept out, and without going on everything that is open would be
-// lost. Throws std::system_error when the host refuses.
+// Locks the mutex as long as the result lives. Once the host has terminated all other threads, a mutex that one of them
+// held is not waited for: nobody can unlock it any more, and nobody needs to be kept out. Waiting would hang, and data
+// of all open files would be lost. Throws std::system_error if the host refuses the lock.
 template <class Mutex>
 std::unique_lock<Mutex> locked(Mutex& mutex) {
     if (!platform::otherThreadsAreGone()) return std::unique_lock(mutex);

@@ -1,8 +1,8 @@
 // A pool of memory for the small records of transfers, tasks and locks. Freed records are reused, so an operation that
 // has run before allocates nothing.
 //
-// The pool uses single atomic exchanges: no lock that a terminated thread could still hold when the process ends, and no
-// thread-local storage, which would outlive the unloading of the library.
+// The pool uses single atomic exchanges: no lock that a terminated thread could still hold when the process ends, and
+// no thread-local storage, which would outlive the unloading of the library.
 //
 // Threads: any.
 #pragma once

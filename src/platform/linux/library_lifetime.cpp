@@ -1,7 +1,8 @@
 // Start and end of the platform layer: when the library is loaded and unloaded, and around a fork.
 //
-// Static objects of the library write to files when they are destroyed, so the platform layer must end last. A destructor
-// function of the highest priority runs after all of them, at the end of the process and when the library is unloaded.
+// Static objects of the library write to files when they are destroyed, so the platform layer must end last. A
+// destructor function of the highest priority runs after all of them, at the end of the process and when the library is
+// unloaded.
 #include <pthread.h>
 
 #include "platform/linux/io_queue.h"
