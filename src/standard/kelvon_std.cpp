@@ -1,7 +1,7 @@
 // kelvon_std: the tables of video standards, frequencies and rasters, and the functions that read them.
 //
-// Every fact stands in one of three tables. A value that is not in its enumeration reads row 0, which answers with the
-// neutral values. Threads: constants only, apart from the string stash, which locks for itself.
+// All facts are in three tables. A value outside its enumeration selects row 0, which has the neutral values.
+// Threads: any. The tables are constant; the string stash has its own lock.
 #include <kelvonclip/kelvon_std.h>
 
 #include <algorithm>
@@ -46,7 +46,7 @@ bool next(Enumeration& value) {
     return true;
 }
 
-// The row of a table that has one row for each valid value, in value order, behind row 0.
+// The row of a value. The table has row 0 and then one row for each valid value, in value order.
 template <class Table, class Enumeration>
 constexpr typename Table::value_type const& rowOf(Table const& table, Enumeration value) {
     return table[valid(value) ? number(value) : 0];
@@ -111,7 +111,7 @@ struct StandardRow {
     VideoResolution resolution;
 };
 
-// In the order in which the reverse look-up tries them.
+// In the order in which the look-up by raster and frequency tries them.
 constexpr auto STANDARDS = std::to_array<StandardRow>({
     {VideoStandard::s4K_60, VideoFrequency::f60, VideoResolution::r4K},
     {VideoStandard::s4K_59_94, VideoFrequency::f59_94, VideoResolution::r4K},
@@ -265,7 +265,7 @@ VideoFrequency toVideoFrequency(wchar_t const* text) { return valueWithText<Vide
 VideoResolution toVideoResolution(wchar_t const* text) { return valueWithText<VideoResolution>(text); }
 VideoStandard toVideoStandard(wchar_t const* text) { return valueWithText<VideoStandard>(text); }
 
-// KEEP: by address, not by text, unlike the parsers above: only what toString gave is a flag.
+// KEEP: compares addresses, not texts, unlike the parsers above: only texts returned by toString are recognised.
 DropframeFlag toDropframeFlag(wchar_t const* text) {
     if (!text) return DropframeFlag::none;
     for (auto flag : {DropframeFlag::df, DropframeFlag::ndf})

@@ -1,7 +1,7 @@
-// kelvon_timecode: how many fields a unit of time holds, and the timecode class that is built on it.
+// kelvon_timecode: the number of fields in each unit of time, and the timecode class.
 //
-// Invariant: a KTimecode is defined only while its frequency and its flag are valid, so the sizes of its units are
-// never 0; the assertions below guard objects whose memory was damaged.
+// Invariant: a KTimecode is defined only if its frequency and flag are valid, so its units of time are never 0 fields
+// long. The assertions below only fail for objects whose memory was damaged.
 #include <kelvonclip/kelvon_timecode.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ struct FieldsPer {
     std::uint32_t second, minute, ten_minutes, hour, day;
 };
 
-// In value order behind row 0, which is not used.
+// In value order, after row 0, which is not used.
 constexpr auto NON_DROP = std::to_array<FieldsPer>({
     {0, 0, 0, 0, 0},
     {60, 3600, 36000, 216000, 5184000},  // 60Hz
@@ -35,10 +35,11 @@ constexpr auto NON_DROP = std::to_array<FieldsPer>({
     {24, 1440, 14400, 86400, 2073600},   // 24Hz
     {24, 1440, 14400, 86400, 2073600},   // 23.98Hz
 });
-// Nine minutes of ten skip the labels of four fields at 59.94Hz, two at 29.97Hz.
+// Nine of ten minutes skip the labels of four fields at 59.94Hz, and of two fields at 29.97Hz.
 constexpr FieldsPer DROP_59_94 = {60, 3596, 35964, 215784, 5178816};
 constexpr FieldsPer DROP_29_97 = {30, 1798, 17982, 107892, 2589408};
-// KEEP: what cannot be known counts as drop-frame at 59.94Hz, 29.97Hz included, but its day has no fields.
+// KEEP: the fallback for an unknown frequency or flag, 29.97Hz included, is drop-frame at 59.94Hz with a day of 0
+// fields.
 constexpr FieldsPer UNKNOWN = {60, 3596, 35964, 215784, 0};
 
 FieldsPer const& fieldsPer(VideoFrequency frequency, DropframeFlag flag) {
@@ -107,7 +108,7 @@ KTimecode::KTimecode() = default;
 
 KTimecode::KTimecode(KTimecode const& other) { *this = other; }
 
-// Copies only what means something.
+// Copies only the members that are meaningful in the current state.
 KTimecode& KTimecode::operator=(KTimecode const& other) {
     if (this == &other) return *this;
     defined = other.defined;
@@ -147,13 +148,13 @@ KTimecode::KTimecode(VideoFrequency at, DropframeFlag counting, std::wstring con
     if (isValid(at) && isValid(counting)) parse(at, counting, text);
 }
 
-// Looks at single wide units: separators and digits are never part of a surrogate pair.
+// Works on single wide units: separators and digits are never part of a surrogate pair.
 void KTimecode::parse(VideoFrequency at, DropframeFlag wanted, std::wstring const& text) {
     std::size_t const separator_at = text.find_first_of(L",.:;");
     if (separator_at == std::wstring::npos) return set_undefined();
     wchar_t const separator = text[separator_at];
 
-    // The components from the last one on: frames, seconds, minutes, hours. What precedes the hours is ignored.
+    // Components are read from the end: frames, seconds, minutes, hours. Text before the hours is ignored.
     std::array<std::uint32_t, 4> components{};
     std::size_t end = text.size();
     for (auto& component : components) {
@@ -168,7 +169,7 @@ void KTimecode::parse(VideoFrequency at, DropframeFlag wanted, std::wstring cons
 
     bool const label_f2 = separator == L':' || separator == L';';
     DropframeFlag const counting = dropframeByVideoFrequency(at, wanted);
-    // Skipped labels are taken for the first one that exists. KEEP: frame 2 at 29.97Hz too, where frame 1 exists.
+    // A skipped label becomes the first label that exists. KEEP: frame 2 at 29.97Hz too, although frame 1 exists there.
     if (counting == DropframeFlag::df && label_minutes % 10 != 0 && label_seconds == 0)
         label_frames = std::max<std::uint32_t>(label_frames, 2);
     set(at, counting,
@@ -178,7 +179,7 @@ void KTimecode::parse(VideoFrequency at, DropframeFlag wanted, std::wstring cons
 KTimecode KTimecode::from_sony(VideoFrequency at, void const* bytes) {
     if (!bytes) return {};
     auto const byte = [&](int i) { return static_cast<unsigned char const*>(bytes)[i]; };
-    // KEEP: minutes and frames are not masked to 7 bits, so a set bit 7 makes them huge.
+    // KEEP: minutes and frames are not masked to 7 bits, so a set bit 7 gives huge values.
     auto const widened = [](int value) { return static_cast<std::uint32_t>(static_cast<signed char>(value)); };
 
     bool const sixty_fields = toVideoRoughFrequency(at) == VideoRoughFrequency::f60;
@@ -205,7 +206,7 @@ KTimecode KTimecode::from_tc64(VideoFrequency at, void const* bytes) {
 
 // ------------------------------------------------------------------------------------------------------ the label
 
-// From field count to label.
+// Works out the label from the field count.
 void KTimecode::cache_validate() const {
     if (!defined) {
         cache_valid = f2 = false;
@@ -213,7 +214,7 @@ void KTimecode::cache_validate() const {
         return;
     }
     if (cache_valid) return;
-    cache_valid = true;  // KEEP: before the work, so that a failed assertion is reported once
+    cache_valid = true;  // KEEP: set first, so that a failed assertion is reported only once
 
     FieldsPer const& per = fieldsPer(frequency, flag);
     if (!kassert(per.day != 0, SOURCE, 635, "fields_per_day != 0")) return;
@@ -226,10 +227,10 @@ void KTimecode::cache_validate() const {
     std::uint32_t const tens = rest / per.ten_minutes;
     rest %= per.ten_minutes;
 
-    // Drop-frame: behind the first four fields of a ten-minute block lie ten equal minutes, all of which begin at the
+    // Drop-frame: after the first four fields, a ten-minute block consists of ten equal minutes that all start at the
     // fifth label (frame 2, field 1).
-    // KEEP: four fields at 29.97Hz too, where a minute skips two labels: the first two fields of such a minute come out
-    // as second 60 of the minute before.
+    // KEEP: four fields at 29.97Hz too, although a minute skips only two labels there. The first two fields of such a
+    // minute are labelled as second 60 of the minute before.
     constexpr std::uint32_t AHEAD = 4;
     std::uint32_t ahead = 0;
     if (flag == DropframeFlag::df) {
@@ -289,7 +290,7 @@ unsigned int KTimecode::get_fields_per_day() const { return defined ? fieldsPer(
 
 // ---------------------------------------------------------------------------------------------------------- changes
 
-// Takes a new count, drops the kept label, and decides anew whether the timecode is defined.
+// Sets the count, discards the cached label, and updates whether the timecode is defined.
 void KTimecode::revalidate(unsigned int nfields) {
     cache_valid = false;
     defined = isValid(frequency) && isValid(flag);
@@ -310,7 +311,7 @@ void KTimecode::set_nfields(unsigned int nfields) {
 
 void KTimecode::set_undefined() { defined = cache_valid = false; }
 
-// KEEP: the kept label stays, although it was counted under the former flag.
+// KEEP: the cached label is not updated, although it was worked out with the old flag.
 void KTimecode::set_df(DropframeFlag counting) {
     if (!kassert(isValid(counting), SOURCE, 843, "KelvonClip::isValid (flag)")) return;
     if (hasDropframe(frequency)) flag = counting;
@@ -445,14 +446,14 @@ bool KTimecode::is_inrange24(KTimecode start, KTimecode length) const {
     length.wrap24();
     KTimecode end = start + length;
     if (end.get_days() == 0) return is_inrange(start, length);
-    // The range passes midnight: the evening, or the early part of the day.
+    // The range passes midnight: this timecode is in its part before midnight or in its part after it.
     if (start <= *this) return true;
     end.wrap24();
     return *this < end;
 }
 
 // ----------------------------------------------------------------------------------------------------- field forcing
-// KEEP: these change the count and the kept field; the rest of a kept label stays as it was.
+// KEEP: these functions change the count and the cached field; the rest of a cached label is not updated.
 
 void KTimecode::force_f1() {
     if (!defined || !on_field_2()) return;
@@ -460,7 +461,7 @@ void KTimecode::force_f1() {
     f2 = false;
 }
 
-// KEEP: an undefined timecode counts on too; it stays undefined.
+// KEEP: the count of an undefined timecode changes too; it stays undefined.
 void KTimecode::force_f2() {
     if (get_f2()) return;
     count += 1;
@@ -481,7 +482,7 @@ std::wstring KTimecode::toString(unsigned int shown) const {
     bool const drop = dropframeByVideoFrequency(frequency, flag) == DropframeFlag::df;
     char const separator = drop ? (f2 ? ';' : ',') : (f2 ? ':' : '.');
 
-    // From the smallest component up; the largest that is not 0 is always shown.
+    // Components from the smallest up. All components up to the largest non-zero one are shown.
     std::array<std::uint32_t, 5> const components = {frames, seconds, minutes, hours, days};
     constexpr unsigned int DAYS = 4;
     unsigned int needed = 5;

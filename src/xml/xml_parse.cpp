@@ -1,7 +1,7 @@
-// The element tree, the parser, the extractor and the writer. See the header for what they promise.
+// The element tree, the parser, the extractor and the writer.
 //
-// Headers come from anywhere and may nest as deep as 32768 bytes allow, on the small stacks of other people's threads:
-// every walk over a tree keeps its place in a list of its own instead of recursing.
+// Headers are untrusted, may nest as deeply as 32768 bytes allow, and are parsed on callers' threads with stacks of
+// unknown size. So every walk over a tree uses an explicit stack instead of recursion.
 #include "xml/xml_parse.h"
 
 #include <algorithm>
@@ -47,7 +47,7 @@ XmlElement::XmlElement(XmlElement const& other) {
         to->name = from->name;
         to->text = from->text;
         to->attributes = from->attributes;
-        to->children.resize(from->children.size());  // once and for all: `to` pointers into it stay good
+        to->children.resize(from->children.size());  // never resized again: pointers into it stay valid
         for (std::size_t i = 0; i < from->children.size(); ++i)
             pending.push_back({&from->children[i], &to->children[i]});
     }
@@ -56,7 +56,7 @@ XmlElement::XmlElement(XmlElement const& other) {
 XmlElement& XmlElement::operator=(XmlElement const& other) { return *this = XmlElement(other); }
 
 XmlElement& XmlElement::operator=(XmlElement&& other) noexcept {
-    XmlElement taken(std::move(other));  // first of all: `other` may be a part of this tree
+    XmlElement taken(std::move(other));  // first, because `other` may be part of this tree
     std::swap(invalid, taken.invalid);
     std::swap(name, taken.name);
     std::swap(text, taken.text);
@@ -65,9 +65,9 @@ XmlElement& XmlElement::operator=(XmlElement&& other) noexcept {
     return *this;
 }
 
-// Takes the tree apart from its leaves, without recursion and without memory of its own. `above` is the list that was
-// left to go down into `here`. The children of its last element are what `here` began with, so that element's own list
-// is free, and holds the list that was `above` before.
+// Destroys the tree from its leaves up, without recursion and without allocating. `here` is the list being emptied, and
+// `above` the list that contains its parent, as last element. That parent's list of children is unused meanwhile, so it
+// stores the previous `above`.
 XmlElement::~XmlElement() {
     std::vector<XmlElement> above, here;
     here.swap(children);
@@ -79,8 +79,8 @@ XmlElement::~XmlElement() {
         } else if (here.back().children.empty()) {
             here.pop_back();
         } else {
-            above.swap(here.back().children);  // `above` is now what lies below,
-            above.swap(here);                  // and here it changes places with its parents' list
+            above.swap(here.back().children);  // store `above` in the last element, take its children out,
+            above.swap(here);                  // and go down into them
         }
     }
 }
@@ -92,7 +92,7 @@ XmlElement XmlElement::none() {
 }
 
 XmlElement const& XmlElement::child(KString const& child_name) const {
-    static XmlElement const& nothing = *new XmlElement(none());  // never destroyed: callers may keep the reference
+    static XmlElement const& nothing = *new XmlElement(none());  // never destroyed, because callers keep references
     auto const found = std::find_if(children.begin(), children.end(),
                                     [&](XmlElement const& candidate) { return candidate.name == child_name; });
     return found == children.end() ? nothing : *found;
@@ -165,7 +165,7 @@ enum class TokenKind { opening, closing, empty_element, end_of_input, error };
 struct Token {
     TokenKind kind;
     std::u32string_view name = {};
-    std::size_t begin = 0, end = 0;  // where its < is, and behind its >
+    std::size_t begin = 0, end = 0;  // position of its <, and past its >
 };
 
 bool isLetter(char32_t c) { return (c >= U'A' && c <= U'Z') || (c >= U'a' && c <= U'z'); }
@@ -175,7 +175,7 @@ bool isName(std::u32string_view text) {
     return !text.empty() && isLetter(text.front()) && std::all_of(text.begin() + 1, text.end(), isNameCharacter);
 }
 
-// What stands between < and >.
+// Parses the text between < and >.
 Token readTag(std::u32string_view inner) {
     inner = trimmedRight(trimmedLeft(inner));
     if (inner.empty()) return {TokenKind::error};
@@ -198,7 +198,7 @@ Token nextToken(std::u32string_view text, std::size_t from) {
     return token;
 }
 
-// One parse. Every step gives false when the parse fails there.
+// One parse. Every step returns false if the parse fails there.
 class Parser {
   public:
     explicit Parser(std::u32string_view whole) : text(whole) {}
@@ -223,7 +223,7 @@ class Parser {
             return addText(before) && close(token.name);
         case TokenKind::empty_element:
             return addText(before) && open(token.name) && close(token.name);
-        case TokenKind::end_of_input:  // before the root was complete
+        case TokenKind::end_of_input:  // the root is not complete
         case TokenKind::error:
             break;
         }
@@ -293,8 +293,8 @@ bool skip(std::string_view& bytes, std::string_view expected) {
     return true;
 }
 
-// The first place at or after `from` where the pieces of a tag stand, each with white space before it if need be.
-// Looks at every byte at most twice.
+// The first place at or after `from` where the pieces of a tag follow each other, with optional white space before
+// each. Reads every byte twice at most.
 ByteRange findTag(std::string_view bytes, std::size_t from, std::initializer_list<std::string_view> pieces) {
     for (std::size_t begin = bytes.find('<', from); begin != std::string_view::npos;
          begin = bytes.find('<', begin + 1)) {
@@ -323,7 +323,7 @@ XmlExtractor::XmlExtractor(std::size_t capacity) {
     if (!kassert(capacity != 0, SOURCE, __LINE__, "bufsize != 0")) capacity = DEFAULT_CAPACITY;
     try {
         buffer.reserve(capacity);
-    } catch (std::exception const&) {  // no memory, or more than a string can hold
+    } catch (std::exception const&) {  // out of memory, or above the maximum size of a string
         kassert(false, SOURCE, __LINE__, "buf != 0");
         failure = true;
     }
@@ -398,7 +398,7 @@ class Writer {
     }
 
   private:
-    // Writes a whole element without children, or the opening tag of one whose children come next.
+    // Writes a complete element without children, or the opening tag of an element with children.
     void begin(XmlElement const& element) {
         if (element.invalid) return;
         out += U'<';

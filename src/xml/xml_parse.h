@@ -1,9 +1,8 @@
 // The library's XML: an element tree, a strict parser for a narrow dialect (elements and text only), an extractor that
-// finds one expected element in a run of bytes, and a writer with three layouts.
+// finds an expected element in a byte stream, and a writer with three layouts.
 //
-// Time and memory grow with the length of the text (and of what is written) alone, whatever its nesting: nothing here
-// recurses over a tree.
-// Threads: trees are values; one thread at a time may change one, any number may read it.
+// Time and memory are proportional to the length of the text, independent of its nesting; nothing recurses over a tree.
+// Threads: trees are plain values; any number of threads may read one, or one may change it.
 #pragma once
 
 #include <cstddef>
@@ -17,9 +16,9 @@
 
 namespace KelvonClip {
 
-// One node. An element holds either text or children; the parser never fills the attributes, the writer writes them.
+// One node. An element holds either text or children. The writer writes attributes; the parser never creates them.
 struct XmlElement {
-    bool invalid = false;  // stands for no element
+    bool invalid = false;  // true for "no element"
     KString name;
     KString text;
     std::map<KString, KString> attributes;
@@ -36,9 +35,9 @@ struct XmlElement {
 
     static XmlElement none();  // an invalid element
 
-    // The first child of that name; an invalid element, which lives as long as the library, when there is none.
+    // The first child of that name. If there is none, an invalid element, which lives as long as the library.
     XmlElement const& child(KString const& child_name) const;
-    // Appends a child and gives it back for filling; the reference lives until the next child is added.
+    // Appends a child and returns it; the reference is valid until the next child is added.
     XmlElement& add(XmlElement element);
 };
 
@@ -47,47 +46,46 @@ struct XmlParsed {
     bool failed = false;
 };
 
-// Parses the first element of a text; what follows its closing tag is not looked at. Fails, and never throws, for what
-// the dialect does not have (attributes, declarations, comments, text beside child elements) and for a text that ends
-// before its root does.
+// Parses the first element of a text and ignores what follows its closing tag. Fails, without throwing, for anything
+// outside the dialect (attributes, declarations, comments, text beside child elements) and for incomplete text.
 XmlParsed xmlParse(KString const& text);
 
 enum class XmlLayout : unsigned {
-    compact = 0,   // all on one line; any unknown value is written so too
-    lines = 1,     // one element a line
-    indented = 2,  // one element a line, four spaces a level
+    compact = 0,   // everything on one line; also used for unknown values
+    lines = 1,     // one element per line
+    indented = 2,  // one element per line, indented by four spaces per level
 };
-// Without text, elements that hold any are written as empty ones. Lines end with carriage return and line feed.
+// With `with_text` false, elements that hold text are written as empty ones. Lines end with carriage return, line feed.
 KString xmlWrite(XmlElement const& element, XmlLayout layout, bool with_text = true);
 
-// The five characters of markup to their entities and back. An & that begins no entity stands for itself.
+// Replaces the five markup characters by their entities, and back. An & that begins no known entity is kept.
 KString xmlEscape(KString const& text);
 KString xmlUnescape(KString const& text);
 
-// Finds the first complete element among the registered tags in a growing run of bytes. Both of its tags are found by
-// their text alone: a tag with attributes is not seen, and the first closing tag of the name ends the element.
+// Finds the first element with a registered name in a growing byte stream. Tags are searched as plain text: a tag with
+// attributes is not found, and the first closing tag of the name ends the element.
 // Threads: one at a time.
 class XmlExtractor {
   public:
-    // `capacity`: bytes to make room for at once; 0, which is reported, counts as 1024.
+    // `capacity`: bytes to reserve. 0 is reported by an assertion line and counts as 1024.
     explicit XmlExtractor(std::size_t capacity);
     ~XmlExtractor();
     XmlExtractor(XmlExtractor const&) = delete;
     XmlExtractor& operator=(XmlExtractor const&) = delete;
 
-    void addTag(char const* name);  // null is reported and never found
+    void addTag(char const* name);  // null is reported by an assertion line and never found
     void append(void const* bytes, std::size_t count);
 
-    // Parses the earliest registered element and removes everything up to its end. After a failure (no such element, no
-    // closing tag, bytes that are not UTF-8, XML outside the dialect) all bytes are still there.
+    // Parses the earliest registered element and removes everything up to its end. On a failure (no such element, no
+    // closing tag, bytes that are not UTF-8, XML outside the dialect) no bytes are removed.
     XmlParsed extract();
-    // Whether memory for the bytes ran out or an element that had begun could not be extracted, at any time so far.
+    // True once memory for the bytes has run out or an element whose opening tag was found could not be extracted.
     bool failed() const { return failure; }
 
   private:
     std::string buffer;
     bool failure = false;
-    std::vector<std::optional<std::string>> tags;  // absent: added as null
+    std::vector<std::optional<std::string>> tags;  // nullopt: added as null
 };
 
 }  // namespace KelvonClip
