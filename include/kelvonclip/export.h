@@ -1,6 +1,13 @@
-// Marks what the library exports; everything else is hidden. Inline functions are exported too, but never imported:
-// callers have their bodies.
+/// @file
+/// Marks what the library exports; everything else is hidden.
 #pragma once
+
+/// @def KELVONCLIP_API
+/// In front of every exported declaration. A program that links the library's objects instead of the library itself
+/// defines `KELVONCLIP_STATIC`.
+
+/// @def KELVONCLIP_INLINE_API
+/// The same for inline functions, which are exported too but never imported: callers have their bodies.
 
 #if defined(_WIN32)
 #if defined(KELVONCLIP_BUILDING)

@@ -1,15 +1,15 @@
+/// @file
 /// Clips: opening, closing and querying clip files, and creating new ones.
 ///
-/// A clip file is named across this interface by an unsigned 32-bit handle. All handles of the library (clips, tracks,
-/// clips under creation, sequential readers and writers) come from one space: the first is 1, they rise by one, 0 is
-/// never issued, and a number is valid as one kind of thing only.
+/// A clip file is named across this interface by a handle. Lengths and timecodes are in *fields*: one of VideoFrequency's
+/// units, that is a field of an interlaced raster and a whole frame of a progressive one.
 ///
-/// Functions that can fail return null on success, else a text that stays valid until the library is unloaded and is
-/// never freed by the caller; equal texts are the identical pointer. Besides the texts named at each function the
-/// host's and the storage formats' own texts may be returned. Queries give a neutral value for an unknown handle.
+/// Functions that can fail return null on success, else a text; handles, texts, threads, alertable waits and other
+/// processes are as kelvonclip.h says. Queries give a neutral value for an unknown handle.
 ///
 /// Threads: any function may be called from any thread at any time. A query that runs while another thread closes its
 /// clip finishes undisturbed. Every function that touches the disk waits alertably.
+/// Source: docs/format.md, "Clip header" and "Layout of a created clip".
 #pragma once
 
 #include <cstdint>
@@ -23,21 +23,22 @@ namespace KelvonClip {
 ///
 /// A name that is open already is not opened again: the call shares the first opener's handle and mode, whichever of
 /// the two functions was called, and the clip stays open until it has been closed as often as it was opened. Names are
-/// compared exactly: two spellings of one path are two clips.
-/// @param file_name  path of the clip file; null counts as empty
+/// compared exactly: two spellings of one path are two clips. Other processes may open the file too, in either mode.
+/// @param file_name  path of the clip file, wide text that Linux gets as UTF-8; null counts as empty
 /// @param handle     receives the clip's handle; untouched on failure
 /// @return null, or the first that applies: "Invalid filename" (empty name), "Invalid clip handle" (`handle` is null),
-///         "Already open with different read-only mode" (the host file is open in the other mode), the host's text,
-///         "XML parsing error in clip header"
+///         "Already open with different read-only mode" (the host file is open in the other mode), the host's text (on
+///         Linux also "The file is in use: whoever created it has it open still"), "XML parsing error in clip header"
 /// Threads: any; opening and closing are serialised. The tracks are not opened before they are asked for.
 KELVONCLIP_API wchar_t const* clip_open(wchar_t const* file_name, unsigned int* handle);
 
-/// As clip_open, for reading and writing.
+/// As clip_open, for reading and writing. Nothing keeps another process from opening the clip for writing as well; two
+/// that write would spoil each other's containers.
 KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle);
 
 /// Takes back one opening of a clip. The last one ends the clip's handle and those of its tracks; what the containers
 /// in the file hold in memory is written back when the last query that is still running has returned. The clip header
-/// is not changed. An unknown handle is ignored.
+/// is not changed. An unknown handle is ignored. A failure to write back is not reported.
 /// Unloading the library, or leaving the process, writes clips back that are still open.
 KELVONCLIP_API void clip_close(unsigned int clip);
 
@@ -45,27 +46,37 @@ KELVONCLIP_API void clip_close(unsigned int clip);
 /// @return true also for an unknown handle
 KELVONCLIP_API bool clip_get_is_child_clip(unsigned int clip);
 
+/// @{
 /// Times kept in the clip header: seconds since 1970-01-01 00:00:00 UTC; 0 where the header has none and for an unknown
-/// handle.
+/// handle. Creating a clip sets the two times of editing; nothing in this library changes any of them later.
 KELVONCLIP_API std::uint64_t clip_get_last_loaded(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_unloaded(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_played(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_meta_edit(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_content_edit(unsigned int clip);
+/// @}
 
-/// Length of the clip in fields: that of its longest track, rounded down to whole frames (an even number). Opens the
-/// tracks if that has not happened yet. 0 without tracks and for an unknown handle.
+/// Length of the clip in fields: that of its longest track, rounded down to an even number, so that an interlaced clip
+/// has whole frames. It is even at progressive rates too: with 25 frames of 1080p 25Hz it is 24, while
+/// track_length_in_fields says 25. Opens the tracks if that has not happened yet. 0 without tracks and for an unknown
+/// handle.
 KELVONCLIP_API unsigned int clip_get_length(unsigned int clip);
 
 /// The timecode of the clip's first frame, by the source that the header names.
-/// @param timecode    receives the count in fields; may be null
-/// @param drop_frame  receives whether it counts drop-frame; may be null
-/// @return null, "invalid clip handle" (unknown clip), "TC in track" (the timecode is in a timecode track, see
-///         track_get_timecode; `timecode` is 0 then and `drop_frame` valid), "Timecode not found in header" (outputs
-///         untouched)
+///
+/// "TC in track" is an answer rather than a failure: the clip has a timecode, and every unit of its timecode track
+/// carries one, with a drop-frame flag of its own. Ask track_get_timecode for unit 0 of the track whose track_category is
+/// timecode.
+/// @param clip        the clip's handle
+/// @param timecode    receives the count in fields, as KTimecode takes it; 0 with "TC in track"; may be null
+/// @param drop_frame  receives whether it counts drop-frame, as the header says; may be null. The header of a clip that
+///                    create_finish made with the timecode track as its source says nothing, which reads as false
+/// @return null, "TC in track", "invalid clip handle" (unknown clip), "Timecode not found in header" (the header names a
+///         source that is not known). The last two leave the outputs untouched
 KELVONCLIP_API wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool* drop_frame);
 
-/// Whether the header names a timecode source that is known; false for an unknown handle.
+/// Whether the header names a timecode source that is known, or none (the clip counts from 0 then); false for an unknown
+/// handle.
 KELVONCLIP_API bool clip_timecode_valid(unsigned int clip);
 
 /// The clip's video standard; none for a child clip and for an unknown handle.
@@ -75,69 +86,91 @@ KELVONCLIP_API VideoStandard clip_get_video_standard(unsigned int clip);
 /// not happened yet. 0 for an unknown handle.
 KELVONCLIP_API unsigned int clip_track_count(unsigned int clip);
 
-/// The handle of a track: video, key, audio and timecode tracks in the header's order. It ends with the clip's.
+/// The handle of a track, in the header's order; a clip that create_finish made has its video, key and audio tracks and
+/// its timecode track in this order. The handle ends with the clip's.
+/// @param clip   the clip's handle
 /// @param index  0-based
 /// @return 0 for an index not below clip_track_count and for an unknown clip
 KELVONCLIP_API unsigned int clip_get_track(unsigned int clip, unsigned int index);
 
-/// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between.
-/// @param file_name  path of the clip file; null counts as empty
+/// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The name
+/// stays taken, in this process, until create_finish succeeds.
+/// @param file_name  path of the clip file, as for clip_open; null counts as empty
 /// @param standard   the picture format of all its tracks
 /// @param creation   receives the create handle
 /// @return null, or the first that applies: "Invalid filename" (empty), "Invalid handle pointer" (`creation` is null),
 ///         "Invalid video standard", "Already creating clip with same name"
 KELVONCLIP_API wchar_t const* create_begin(wchar_t const* file_name, VideoStandard standard, unsigned int* creation);
 
-/// Set how many video, key and audio tracks the clip gets. Each count can be set until it is no longer 0.
+/// @{
+/// Sets how many video or key tracks the clip gets. Each count can be set until it is no longer 0.
 /// @return null, "Bad Handle" (unknown create handle), "Track count can only be set once"
 KELVONCLIP_API wchar_t const* cfg_track_count_video(unsigned int creation, unsigned int count);
 KELVONCLIP_API wchar_t const* cfg_track_count_key(unsigned int creation, unsigned int count);
-/// A count of 2^31 and more counts as negative: no audio tracks are made for it.
+/// @}
+
+/// Sets how many audio tracks the clip gets, like the other two. A count of 2^31 and more counts as negative: no audio
+/// tracks are made for it.
+/// @return null, "Bad Handle" (unknown create handle), "Track count can only be set once"
 KELVONCLIP_API wchar_t const* cfg_track_count_audio(unsigned int creation, unsigned int count);
 
-/// Adds a timecode track.
+/// Adds a timecode track. The caller writes its units like those of any other track (docs/format.md, "Timecode unit");
+/// whether the clip's timecode is taken from it says cfg_clip_timecode2.
 /// @return null, "Bad Handle" (unknown create handle), "Track count can only be set once"
 KELVONCLIP_API wchar_t const* cfg_track_timecode(unsigned int creation);
 
-/// Sets the format of the video and key tracks to AVC-Intra 100.
+/// Sets the format of the video and key tracks to AVC-Intra 100. Which standards have it: docs/standards.md, "AVC-Intra
+/// and XAVC"; create_finish says "Internal error" at the others.
 /// @return null, "Bad Handle" (unknown create handle), "Video can only be configured once"
 KELVONCLIP_API wchar_t const* cfg_video_avci(unsigned int creation);
 
-/// Sets the format of the video and key tracks to DV: DV50 in standard definition, DV100 in high definition.
+/// Sets the format of the video and key tracks to DV: DV50 in standard definition, DV100 in high definition (1080i, and
+/// 720p). create_finish says "Internal error" at the other standards.
 /// @return null, "Bad Handle" (unknown create handle), "Video can only be configured once"
 KELVONCLIP_API wchar_t const* cfg_video_dv(unsigned int creation);
 
 /// Sets the format of the video and key tracks to JPEG 2000, at the lowest bit rate whose units hold the given sizes.
-/// @param luma_size, chroma_size, key_size  bytes a unit; the limits are those of j2k_video_luma_max_size,
-///        j2k_video_chroma_max_size and j2k_key_max_size
+/// @param creation     the create handle
+/// @param luma_size    luma bytes of a video unit, at most j2k_video_luma_max_size
+/// @param chroma_size  chroma bytes of a video unit, at most j2k_video_chroma_max_size
+/// @param key_size     bytes of a key unit, at most j2k_key_max_size. When luma and chroma are both 0 the lowest bit rate
+///                     of the standard is taken, whatever the key size
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle), "Video can only be configured once",
 ///         "Luma size too big", "Chroma size too big", "Key size too big", "Internal error" (a luma size without a
 ///         chroma size), "Internal error while calculating bitrate"
 KELVONCLIP_API wchar_t const* cfg_video_j2k(unsigned int creation, unsigned int luma_size, unsigned int chroma_size,
                                             unsigned int key_size);
 
-/// Sets the format of the audio tracks to hemlock with 2, 4, 8 or 16 subchannels a track.
+/// Sets the format of the audio tracks to hemlock.
+/// @param creation     the create handle
+/// @param subchannels  of each track: 2, 4, 8 or 16
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle), "Audio can only be configured once",
 ///         "Bad subchannel count"
 KELVONCLIP_API wchar_t const* cfg_audio_hemlock(unsigned int creation, unsigned int subchannels);
 
-/// Sets where the clip's timecode comes from. Sources that an earlier call has named stay named; the header takes the
-/// first of striped, tc0 striped, timecode track.
-/// @param timecode_offset  timecode of the first frame, in fields
-/// @param drop_frame       whether it counts drop-frame
-/// @param timecode_track   the source is the timecode track
+/// Sets where the clip's timecode comes from; without this call the clip counts from 0. Sources that an earlier call has
+/// named stay named; the header takes the first of striped, tc0 striped, timecode track.
+/// @param creation         the create handle
+/// @param timecode_offset  timecode of the first frame, in fields; not kept when the source is the timecode track
+/// @param drop_frame       whether it counts drop-frame; not kept when the source is the timecode track, whose units say
+///                         it themselves
+/// @param timecode_track   the source is the timecode track; it does not add one, see cfg_track_timecode
 /// @param tc0_striped      the source is the timecode in unit 0 of the timecode track, counting on from there; goes
-///                         before `timecode_track`. With neither, the source is the offset alone (striped)
+///                         before `timecode_track`. clip_get_timecode gives `timecode_offset`, track_get_timecode what
+///                         unit 0 holds. With neither, the source is the offset alone (striped)
 /// @return null, "Bad create clip handle" (unknown create handle)
 KELVONCLIP_API wchar_t const* cfg_clip_timecode2(unsigned int creation, unsigned int timecode_offset, bool drop_frame,
                                                  bool timecode_track, bool tc0_striped);
 
 /// Copies the timecode settings of an open clip. The open clip comes first, unlike in every other cfg_ function.
+/// @param clip      an open clip, of whatever standard
+/// @param creation  the create handle
 /// @return null, or the first that applies: "Bad create clip handle", "Bad clip handle"
 KELVONCLIP_API wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int creation);
 
 /// Creates the clip file as described, with room for 24 hours in every track, and opens it for reading and writing. An
-/// existing file of that name is overwritten from its start, not truncated.
+/// existing file of that name is overwritten from its start, not truncated. Until the new clip is closed no other process
+/// can open the file (on Windows; on Linux, with this library).
 /// @param creation  the create handle; ends when the call succeeds. After a failure it stays valid, so that the caller
 ///                  may correct the description and try again
 /// @param clip      receives the handle of the open clip
@@ -147,7 +180,8 @@ KELVONCLIP_API wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int 
 ///         "Can't create on top of file which is already open", "Invalid clip handle" (`clip` is null),
 ///         "Internal error" (the configured format does not exist in the clip's video standard),
 ///         "Error creating XML header", "Error creating header text" (more tracks than the header has room for),
-///         "Can't create file with same filename as file which is already open", the host's text
+///         "Can't create file with same filename as file which is already open", the host's text (on Linux also "The file
+///         is in use: it can't be created while it is open elsewhere")
 KELVONCLIP_API wchar_t const* create_finish(unsigned int creation, unsigned int* clip);
 
 }  // namespace KelvonClip

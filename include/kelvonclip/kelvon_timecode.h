@@ -1,12 +1,21 @@
-// Timecode: counts of fields, their labels, and the arithmetic between them.
-//
-// A timecode is a number of fields since midnight of day 0 at a frequency, with labels that are drop-frame or not. What
-// is called field here is one unit of the VideoFrequency: a field of an interlaced raster, a frame of a progressive
-// one. A label (days, hours, minutes, seconds, frames, field) always counts two fields to a frame: its field count is
-// frames * 2, plus 1 on field 2, plus the fields of the larger units. At 50Hz frames run from 0 to 24.
-//
-// Counts are unsigned 32-bit numbers; sums and products wrap silently.
-// Source of the counting rules: docs/standards.md, "Timecode".
+/// @file
+/// Timecode: counts of fields, their labels, and the arithmetic between them.
+///
+/// A timecode is a number of fields since midnight of day 0 at a frequency, with labels that are drop-frame or not. What
+/// is called field here is one unit of the VideoFrequency: a field of an interlaced raster, a frame of a progressive
+/// one. A label (days, hours, minutes, seconds, frames, field) always counts two fields to a frame: its field count is
+/// frames * 2, plus 1 on field 2, plus the fields of the larger units.
+///
+/// So at a progressive rate two pictures share a frame number, the second one on field 2. At 50Hz, 50i and 50p alike,
+/// frames run from 0 to 24. At 25Hz (25p) the 25 pictures of a second are labelled frame 0 field 1, frame 0 field 2,
+/// frame 1 field 1, ... frame 12 field 1: frames run from 0 to 12, and the last one has no field 2. Whoever wants to show
+/// frames 0 to 24 at 25p shows frames * 2, plus 1 on field 2.
+///
+/// Counts are unsigned 32-bit numbers; sums and products wrap silently. Only KTimecode::toString can throw:
+/// `std::bad_alloc`.
+///
+/// Threads: the functions may be called from any thread at any time; a KTimecode is used by one at a time.
+/// Source of the counting rules: docs/standards.md, "Timecode".
 #pragma once
 
 #include <cstdint>
@@ -17,11 +26,11 @@
 
 namespace KelvonClip {
 
+/// @{
 /// Fields in a unit of time. In drop-frame counting the minute is one of the nine of ten that skip labels. Without a
 /// flag, that of defaultDropframeFlag counts.
 /// An unknown frequency, and at 59.94Hz and 29.97Hz an unknown flag, gives 60, 3596, 35964, 215784 and, for the day, 0.
 /// At the other rates the flag is not looked at.
-/// Threads: any.
 KELVONCLIP_API std::uint32_t timecode_fields_per_second(VideoFrequency frequency, DropframeFlag flag);
 KELVONCLIP_API std::uint32_t timecode_fields_per_second(VideoFrequency frequency);
 KELVONCLIP_API std::uint32_t timecode_fields_per_minute(VideoFrequency frequency, DropframeFlag flag);
@@ -32,17 +41,19 @@ KELVONCLIP_API std::uint32_t timecode_fields_per_hour(VideoFrequency frequency, 
 KELVONCLIP_API std::uint32_t timecode_fields_per_hour(VideoFrequency frequency);
 KELVONCLIP_API std::uint32_t timecode_fields_per_day(VideoFrequency frequency, DropframeFlag flag);
 KELVONCLIP_API std::uint32_t timecode_fields_per_day(VideoFrequency frequency);
+/// @}
 
+/// @{
 /// The field count of a label; without a flag, that of defaultDropframeFlag counts. No component is checked against its
 /// range: 75 minutes are simply multiplied in, and labels that drop-frame counting skips are not refused.
 /// 0 for an unknown frequency and, at 59.94Hz and 29.97Hz, for an unknown flag.
-/// Threads: any.
 KELVONCLIP_API std::uint32_t timecode_numfields(VideoFrequency frequency, DropframeFlag flag, unsigned int days,
                                                 unsigned int hours, unsigned int minutes, unsigned int seconds,
                                                 unsigned int frames, bool f2);
 KELVONCLIP_API std::uint32_t timecode_numfields(VideoFrequency frequency, unsigned int days, unsigned int hours,
                                                 unsigned int minutes, unsigned int seconds, unsigned int frames,
                                                 bool f2);
+/// @}
 
 /// One timecode, or "undefined".
 ///
@@ -55,73 +66,104 @@ class KTimecode {
   public:
     /// Undefined.
     KELVONCLIP_API KTimecode();
+
+    /// @{
+    /// Copies: timecode and kept label.
     KELVONCLIP_API KTimecode(KTimecode const& other);
     KELVONCLIP_API KTimecode& operator=(KTimecode const& other);
+    /// @}
 
+    /// @{
     /// From a field count, which is kept as given and may exceed a day. Without a flag: defaultDropframeFlag.
     KELVONCLIP_API KTimecode(VideoFrequency frequency, unsigned int nfields);
     KELVONCLIP_API KTimecode(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields);
+    /// @}
+
+    /// @{
     /// From a label, on day 0; the ranges of the components are not checked.
     KELVONCLIP_API KTimecode(VideoFrequency frequency, unsigned int hours, unsigned int minutes, unsigned int seconds,
                              unsigned int frames, bool f2);
     KELVONCLIP_API KTimecode(VideoFrequency frequency, DropframeFlag flag, unsigned int hours, unsigned int minutes,
                              unsigned int seconds, unsigned int frames, bool f2);
+    /// @}
+
+    /// @{
     /// From text: hours, minutes, seconds and frames, of which the first ones may be missing, between separators. The
     /// first of , . : ; in the text is the separator; ':' and ';' stand for field 2. Within a component everything but
     /// decimal digits is skipped, and its value wraps at 32 bits. A drop-frame label that does not exist is taken for
     /// frame 2 of its second. Text without a separator gives an undefined timecode.
     KELVONCLIP_API KTimecode(VideoFrequency frequency, std::wstring const& text);
     KELVONCLIP_API KTimecode(VideoFrequency frequency, DropframeFlag flag, std::wstring const& text);
+    /// @}
 
     /// From four bytes of plain binary (not decimal) hours, minutes, seconds and frames with flag bits: bit 7 of the
     /// hours, or at 60 and 59.94Hz of the seconds, is field 2; bit 6 of the frames is drop-frame where the rate has it.
-    /// Undefined for a null pointer.
+    /// Bit 7 of the minutes and of the frames has to be 0. Undefined for a null pointer.
     KELVONCLIP_API static KTimecode from_sony(VideoFrequency frequency, void const* bytes);
-    /// From eight bytes of which the low halves, two to a byte, low half first, are the four bytes of from_sony.
+
+    /// From the first eight bytes of a unit of a timecode track (docs/format.md, "Timecode unit"), of which the low
+    /// halves, two to a byte, low half first, are the four bytes of from_sony.
     /// Undefined when all 64 bits are set, and for a null pointer.
     KELVONCLIP_API static KTimecode from_tc64(VideoFrequency frequency, void const* bytes);
 
+    /// Whether this is a timecode at all.
     KELVONCLIP_API bool is_defined() const;
     /// The field count; 0 when undefined.
     KELVONCLIP_API unsigned int get_nfields() const;
     /// `none` when undefined.
     KELVONCLIP_API VideoFrequency get_frequency() const;
 
-    /// The components of the label; all 0 when undefined.
+    /// @{
+    /// The components of the label; all 0 when undefined. Frames are pairs of fields: see the file's comment for 25Hz.
     KELVONCLIP_API unsigned int get_days() const;
     KELVONCLIP_API unsigned int get_hours() const;
     KELVONCLIP_API unsigned int get_minutes() const;
     KELVONCLIP_API unsigned int get_seconds() const;
     KELVONCLIP_API unsigned int get_frames() const;
-    /// Whether the timecode is on field 2; false when undefined.
+    /// @}
+
+    /// Whether the timecode is on field 2; false when undefined. Until another question has worked out the label this is
+    /// the last bit of the count, which at 25Hz alone is not always the label's field: ask for the frames first there.
     KELVONCLIP_API bool get_f2() const;
+
     /// The flag; `none` when undefined.
     KELVONCLIP_API DropframeFlag get_df() const;
+    /// Whether the flag is `df`.
     KELVONCLIP_API bool is_df() const;
-    /// True when undefined too.
+    /// The negation of is_df, so true when undefined too.
     KELVONCLIP_API bool is_ndf() const;
 
+    /// @{
     /// Fields in a unit of time at this frequency and flag; 0 when undefined.
     KELVONCLIP_API unsigned int get_fields_per_second() const;
     KELVONCLIP_API unsigned int get_fields_per_minute() const;
     KELVONCLIP_API unsigned int get_fields_per_10minutes() const;
     KELVONCLIP_API unsigned int get_fields_per_hour() const;
     KELVONCLIP_API unsigned int get_fields_per_day() const;
+    /// @}
 
-    /// As the matching constructors.
+    /// @{
+    /// Become what the constructor of the same arguments makes.
     KELVONCLIP_API void set(VideoFrequency frequency, unsigned int nfields);
     KELVONCLIP_API void set(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields);
-    /// Nothing when undefined.
+    /// @}
+
+    /// Changes the field count; nothing when undefined.
     KELVONCLIP_API void set_nfields(unsigned int nfields);
+    /// Makes the timecode undefined.
     KELVONCLIP_API void set_undefined();
+
+    /// @{
     /// Changes the flag where the rate has drop-frame, and keeps the field count. A label that was already worked out
     /// stays until something else changes the timecode. A flag that is not valid changes nothing and puts an assertion
     /// line on the standard error stream.
     KELVONCLIP_API void set_df(DropframeFlag flag);
     KELVONCLIP_API void set_df();
     KELVONCLIP_API void set_ndf();
+    /// @}
 
-    /// By field count, whatever the frequencies and flags. An undefined timecode is greater than every defined one and
+    /// @{
+    /// Compare by field count, whatever the frequencies and flags. An undefined timecode is greater than every defined one and
     /// equal to another undefined one.
     KELVONCLIP_API bool operator==(KTimecode const& other) const;
     KELVONCLIP_API bool operator!=(KTimecode const& other) const;
@@ -129,15 +171,23 @@ class KTimecode {
     KELVONCLIP_API bool operator<=(KTimecode const& other) const;
     KELVONCLIP_API bool operator>(KTimecode const& other) const;
     KELVONCLIP_API bool operator>=(KTimecode const& other) const;
+    /// @}
+
+    /// @{
     /// -1, 0 or 1 in the same order.
     KELVONCLIP_API int cmp(KTimecode const& other) const;
     KELVONCLIP_API static int cmp(KTimecode const& a, KTimecode const& b);
+    /// @}
+
+    /// @{
     /// The same round the clock: days are not looked at and the shorter way decides, so that midnight comes one field
     /// after the last field of the day. Exactly half a day apart gives 1.
     KELVONCLIP_API int cmp24(KTimecode const& other) const;
     KELVONCLIP_API static int cmp24(KTimecode const& a, KTimecode const& b);
+    /// @}
 
-    /// All leave an undefined timecode undefined. Sums wrap at 32 bits; differences stop at 0. An undefined operand
+    /// @{
+    /// Add and subtract fields. All leave an undefined timecode undefined. Sums wrap at 32 bits; differences stop at 0. An undefined operand
     /// makes the result undefined.
     KELVONCLIP_API KTimecode& operator++();
     KELVONCLIP_API KTimecode& operator+=(unsigned int nfields);
@@ -148,14 +198,22 @@ class KTimecode {
     KELVONCLIP_API KTimecode operator+(KTimecode const& other) const;
     KELVONCLIP_API KTimecode operator-(unsigned int nfields) const;
     KELVONCLIP_API KTimecode operator-(KTimecode const& other) const;
+    /// @}
 
+    /// @{
     /// Adds and, when `wrap` is set, drops the days of the result. Whether `other` is defined is not looked at.
     KELVONCLIP_API void add(unsigned int nfields, bool wrap);
     KELVONCLIP_API void add(KTimecode const& other, bool wrap);
+    /// @}
+
+    /// @{
     /// Subtracts. When more is taken than is there, the result passes midnight backwards if `wrap` is set, and wraps at
     /// 32 bits (unlike the operators, which stop at 0) if it is not. Whether `other` is defined is not looked at.
     KELVONCLIP_API void subtract(unsigned int nfields, bool wrap);
     KELVONCLIP_API void subtract(KTimecode const& other, bool wrap);
+    /// @}
+
+    /// @{
     /// add and subtract with `wrap`.
     KELVONCLIP_API void add24(unsigned int nfields);
     KELVONCLIP_API void add24(KTimecode const& other);
@@ -165,6 +223,7 @@ class KTimecode {
     KELVONCLIP_API static KTimecode add24(KTimecode const& a, KTimecode const& b);
     KELVONCLIP_API static KTimecode sub24(KTimecode const& a, unsigned int nfields);
     KELVONCLIP_API static KTimecode sub24(KTimecode const& a, KTimecode const& b);
+    /// @}
 
     /// Drops the days.
     KELVONCLIP_API void wrap24();
@@ -178,10 +237,12 @@ class KTimecode {
     /// The same round the clock: a range may pass midnight. False when this timecode has days.
     KELVONCLIP_API bool is_inrange24(KTimecode start, KTimecode length) const;
 
+    /// @{
     /// Moves back to field 1, or on to field 2, of the same frame. The kept label follows in its field alone.
     KELVONCLIP_API void force_f1();
     KELVONCLIP_API void force_f2();
     KELVONCLIP_API void force_field(bool f2);
+    /// @}
 
     /// The label as text, "(invalid)" when undefined: at least `count` of the components frames, seconds, minutes,
     /// hours and days (1 to 5), and more when larger ones are not 0. The separator is '.' on field 1 and ':' on field

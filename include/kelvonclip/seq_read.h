@@ -1,12 +1,16 @@
-// Sequential audio, reading: an audio track as continuous streams of samples, one for each subchannel.
-//
-// A reader takes the units of a track apart behind the scenes. The caller asks for any number of samples at a time and
-// gets them at 48 kHz, whatever the video's rate is; where a recording was stopped and started again the join is faded
-// over 100 samples on either side, and the stream is kept at the nominal count there by leaving out a sample or giving
-// one twice. Units are read ahead in the background.
-//
-// Readers are independent of each other. One reader serves one caller at a time; different readers, any threads.
-// Source: docs/audio.md.
+/// @file
+/// Sequential audio, reading: an audio track as continuous streams of samples, one for each subchannel.
+///
+/// A reader takes the units of a track apart behind the scenes. The caller asks for any number of samples at a time and
+/// gets them at 48 kHz, whatever the video's rate is. Samples are signed 32-bit numbers, full scale is the range of the
+/// type, and what was recorded comes back as it was written, but for the ends of recordings: the first 100 samples
+/// (2.1 ms) of each are faded in, and the last 100 of its last unit are faded out, unless the recording ended exactly
+/// with that unit. Where one recording follows another the stream is kept at the nominal count by leaving out a sample or
+/// giving one twice. Units are read ahead in the background.
+///
+/// Threads: readers are independent of each other. One reader serves one caller at a time; different readers, any
+/// threads.
+/// Source: docs/audio.md.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +29,7 @@ namespace KelvonClip {
 KELVONCLIP_API wchar_t const* seqread_begin(unsigned int track, unsigned int* reader);
 
 /// Reads the next samples of every subchannel.
+/// @param reader   the reader's handle
 /// @param buffers  seqread_subchannel_count(reader) pointers, each to n samples (signed, 32 bits, 48 kHz); the samples
 ///                 of a subchannel whose pointer is null are passed over
 /// @param n        samples for each subchannel; any number, 0 included

@@ -1,11 +1,16 @@
-// Sequential audio, writing: continuous streams of samples, one for each subchannel, recorded on an audio track.
-//
-// A writer cuts the samples into units that follow the video's cadence and writes each unit as soon as it is complete.
-// What lies between seqwrite_begin and seqwrite_finish is one recording: it begins with a fade-in and, unless it ends
-// exactly where a unit does, ends with a fade-out; the fades are done when the track is read.
-//
-// Writers are independent of each other. One writer serves one caller at a time; different writers, any threads.
-// Source: docs/audio.md.
+/// @file
+/// Sequential audio, writing: continuous streams of samples, one for each subchannel, recorded on an audio track.
+///
+/// A writer cuts the samples into units that follow the video's cadence and writes each unit as soon as it is complete.
+/// Samples are signed 32-bit numbers at 48 kHz, full scale is the range of the type; they are stored as they are.
+/// What lies between seqwrite_begin and seqwrite_finish is one recording: it begins with a fade-in and, unless it ends
+/// exactly where a unit does, ends with a fade-out. Each covers 100 samples (2.1 ms) and is done when the track is read.
+/// The fade-out lies at the end of the last unit, behind the silence that fills the unit up: where that is 100 samples or
+/// more, the recording itself is not faded.
+///
+/// Threads: writers are independent of each other. One writer serves one caller at a time; different writers, any
+/// threads. One writer a track: two would write the same units.
+/// Source: docs/audio.md.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +28,7 @@ namespace KelvonClip {
 KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* writer);
 
 /// Appends samples to every subchannel.
+/// @param writer   the writer's handle
 /// @param buffers  seqwrite_subchannel_count(writer) pointers, each to n samples (signed, 32 bits, 48 kHz); a null
 ///                 pointer stands for silence
 /// @param n        samples for each subchannel; any number, 0 included

@@ -253,6 +253,34 @@ TEST(TrackTimecode, DropFrameComesFromTheUnitWhereTheRateHasIt) {
     EXPECT_FALSE(drop_frame);
 }
 
+// The eight bytes of docs/format.md, "Timecode unit", written with nothing behind them.
+TEST(TrackTimecode, EightBytesAreAUnitAndBitsTellFieldAndDropFrame) {
+    struct Row {
+        std::string standard;
+        std::uint32_t timecode;
+        bool drop_frame;
+    };
+    unsigned char const bytes[8] = {1, 0, 2, 0, 3, 8, 4, 4};
+    std::uint32_t const label = (1u * 60 + 2) * 60 + 3;
+    for (auto const& row : std::vector<Row>{{"1080i 59.94Hz", 223165, true},
+                                            {"1080i 60Hz", label * 60 + 4 * 2 + 1, false},
+                                            {"1080i 50Hz", label * 50 + 4 * 2, false},
+                                            {"1080p 29.97Hz", 107892 + 2 * 1798 + 3 * 30 + 4 * 2, true}}) {
+        std::size_t const size = row.standard == "1080p 29.97Hz" ? 8192 : 4096;
+        OneTrack one(row.standard, "tc2", std::string(size, '\xFF'), "", true);
+        ASSERT_EQ(track_fields_per_unit(one.track), 1u);
+        ASSERT_OK(track_write(one.track, 0, bytes, sizeof bytes));
+        unsigned int timecode = 0;
+        bool drop_frame = !row.drop_frame;
+        EXPECT_OK(track_get_timecode(one.track, 0, &timecode, &drop_frame));
+        EXPECT_EQ(timecode, row.timecode) << row.standard;
+        EXPECT_EQ(drop_frame, row.drop_frame) << row.standard;
+        std::string unit(size, 'x');
+        EXPECT_OK(track_read(one.track, 0, unit.data()));
+        EXPECT_EQ(unit.substr(8), std::string(size - 8, '\0')) << row.standard;
+    }
+}
+
 TEST(TrackTimecode, UnitsOf512And8192BytesAreReadToo) {
     for (auto [type, size] : {std::pair<char const*, std::size_t>{"tc1", 512}, {"tc2", 8192}}) {
         OneTrack one("1080p 25Hz", type, timecodeUnit(0, 0, 1, 0, false, size) + timecodeUnit(0, 0, 2, 0, false, size));

@@ -238,6 +238,18 @@ TEST(CountingLabels, NamedExamples) {
 }
 
 // A flag that the rate does not know is still counted by.
+TEST(CountingLabels, TwoPicturesOf25pShareAFrameNumberAndTheLastHasNone) {
+    std::string labels;
+    for (unsigned int picture = 0; picture < 27; ++picture) {
+        KTimecode const timecode(VideoFrequency::f25, picture);
+        // The frames first: before the label is worked out, get_f2 goes by the count.
+        labels += std::to_string(timecode.get_seconds()) + ":" + std::to_string(timecode.get_frames());
+        labels += timecode.get_f2() ? ".2 " : ".1 ";
+    }
+    EXPECT_EQ(labels, "0:0.1 0:0.2 0:1.1 0:1.2 0:2.1 0:2.2 0:3.1 0:3.2 0:4.1 0:4.2 0:5.1 0:5.2 0:6.1 0:6.2 0:7.1 0:7.2 "
+                      "0:8.1 0:8.2 0:9.1 0:9.2 0:10.1 0:10.2 0:11.1 0:11.2 0:12.1 1:0.1 1:0.2 ");
+}
+
 TEST(CountingLabels, DropFrameAtARateWithoutItIsCountedLiterally) {
     KTimecode const timecode(F25, DF, 1500);
     EXPECT_TRUE(timecode.is_df());
