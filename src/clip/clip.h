@@ -1,11 +1,10 @@
-// Clip: what stands behind an open clip file: its picture format, trims, timecode settings and tracks.
+// Clip: the contents of an open clip file: picture format, trims, timecode settings and tracks.
 //
 // Invariants
 //   * The settings are those of the header at the time of opening and never change.
-//   * The list of tracks is filled once, in header order, before any track is handed out; the clip owns its tracks and
-//     a track never outlives its clip.
-// Threads: the settings and tracks may be read from any thread; adoptTracks is called once, before the tracks are
-// handed out.
+//   * The list of tracks is filled once, in header order, before any track is used. The clip owns its tracks; a track
+//     never outlives its clip.
+// Threads: any thread may read the settings and tracks; adoptTracks is called once, before the tracks are used.
 #pragma once
 
 #include <cstdint>
@@ -30,14 +29,14 @@ struct ClipSettings {
     bool drop_frame = false;
     std::uint32_t timecode = 0;  // fields
 
-    // All of the header's settings for a clip; a child clip has timecode settings only.
+    // The settings in a clip's header. The header of a child clip has timecode settings only.
     static ClipSettings of(MetaObject const& meta);
     static ClipSettings ofChild(MetaObject const& meta);
 };
 
 class Clip {
   public:
-    // `data_area` holds the track data that lies in the clip file itself.
+    // `data_area`: the part of the clip file after the header, where a track with "ThisFile" has its data.
     Clip(ClipSettings const& clip_settings, std::shared_ptr<VFileObject> data_area, bool opened_read_only);
     ~Clip();
     Clip(Clip const&) = delete;
@@ -51,9 +50,9 @@ class Clip {
     std::vector<std::unique_ptr<Track>> const& tracks() const { return track_list; }
     void adoptTracks(std::vector<std::unique_ptr<Track>> opened);
 
-    // How far recording has got: the end, in fields, of the furthest unit written to any track since the opening.
+    // The end, in fields, of the last unit that was written to any track since the clip was opened.
     std::uint32_t writtenLength() const;
-    // A track reports the end of a unit that is being written; raises the track's own mark and the clip's.
+    // Called by a track for every unit that it writes: raises the track's written length and the clip's.
     void raiseWrittenLength(std::uint32_t& track_written_length, std::uint32_t end_in_fields);
 
   private:

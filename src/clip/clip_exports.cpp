@@ -1,5 +1,4 @@
-// The exported clip functions: each looks its clip up and asks one question of it.
-
+// The exported clip functions.
 #include <kelvonclip/kelvon_clip.h>
 
 #include <algorithm>
@@ -11,7 +10,7 @@ namespace KelvonClip {
 
 namespace {
 
-// The answer of an open clip, or the neutral value for an unknown handle. The clip stays alive for the question.
+// Runs a query on an open clip; the neutral value for an unknown handle. The clip stays alive during the query.
 template <class Result, class Question>
 Result queryClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Question&& question) noexcept {
     return exportedQuery(neutral, [&] {
@@ -20,7 +19,7 @@ Result queryClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Q
     });
 }
 
-// A value kept in the header's meta data.
+// A value of the header's meta data.
 template <class Value>
 Value metaValue(std::uint32_t handle, Value neutral, Value MetaObject::*member) noexcept {
     return queryClip(handle, neutral, OpenTracks::no,

@@ -1,4 +1,4 @@
-// The clip header's elements, read into a MetaObject and written for a new clip. The XML itself is xml_parse's.
+// Reads the elements of a clip header into a MetaObject, and writes those of a new clip. XML syntax is in xml_parse.
 #include "clip/clip_header.h"
 
 #include <algorithm>
@@ -13,8 +13,8 @@ namespace {
 constexpr char const* ROOT = "KelvonClipMeta1";
 constexpr char const* PARSING_ERROR = "XML parsing error in clip header";
 
-// Where the clip's timecode comes from. Rows in the order in which a writer prefers them. A reader takes value and
-// drop-frame flag from every element that is there, whatever the source, so that the later row wins.
+// The timecode sources, in the order in which the writer chooses them. The reader takes value and drop-frame flag from
+// all elements that are present, whatever the source; a later row overrides the value of an earlier one.
 struct TimecodeSource {
     char const* name;
     bool MetaObject::*read_flag;
@@ -24,7 +24,7 @@ struct TimecodeSource {
 };
 constexpr std::array<TimecodeSource, 4> TIMECODE_SOURCES{{
     {"striped", &MetaObject::striped, &HeaderContent::striped, "Striped_TC_Offset", "Striped_TC_DF"},
-    // KEEP: the element is called NDF and holds "df" for drop-frame all the same
+    // KEEP: the element is called NDF, but "df" in it means drop-frame
     {"tc0striped", &MetaObject::tc0_striped, &HeaderContent::tc0_striped, "RecTCStripe", "RecTCStripeNDF"},
     {"timecodetrack", &MetaObject::timecode_track, &HeaderContent::timecode_track, nullptr, nullptr},
     {"zerobased", nullptr, nullptr, nullptr, nullptr},
@@ -44,7 +44,7 @@ constexpr std::array<TimeElement, 5> TIME_ELEMENTS{{
     {"ClipLastPlayed", &MetaObject::last_played},
 }};
 
-// ---- reading: an absent element has the empty text, which is no number and no name --------------------------------
+// ---- reading: a missing element has an empty text, which is neither a number nor a name -----------------------------
 
 std::optional<std::uint32_t> number32(XmlElement const& element) {
     auto const number = element.text.toUnsigned();
@@ -53,7 +53,7 @@ std::optional<std::uint32_t> number32(XmlElement const& element) {
 }
 
 VideoStandard standardNamed(KString const& name) {
-    if (name.find(U'\0') >= 0) return VideoStandard::none;  // wide text ends there, and might name one by then
+    if (name.find(U'\0') >= 0) return VideoStandard::none;  // the text before the null might name a standard
     return toVideoStandard(name.toWide().c_str());
 }
 

@@ -1,5 +1,4 @@
-// The exported functions that create clips: each changes one thing in the description of a clip under creation.
-
+// The exported functions that create clips. Each cfg_ function changes one setting of a clip under creation.
 #include <kelvonclip/info_j2k.h>
 #include <kelvonclip/kelvon_clip.h>
 
@@ -47,7 +46,7 @@ KString configureJ2k(ClipDescription& clip, std::uint32_t luma, std::uint32_t ch
 
 KString configureHemlock(ClipDescription& clip, std::uint32_t subchannels) {
     if (clip.audio_kind != TrackAudioType::none) return "Audio can only be configured once";
-    // KEEP: 14 subchannels are read, never created.
+    // KEEP: tracks of 14 subchannels can be opened but not created.
     if (subchannels != 2 && subchannels != 4 && subchannels != 8 && subchannels != 16) return "Bad subchannel count";
     clip.audio_kind = TrackAudioType::hemlock;
     clip.audio_subchannel_count = subchannels;
@@ -106,7 +105,7 @@ wchar_t const* cfg_clip_timecode2(unsigned int creation, unsigned int timecode_o
                                   bool timecode_track, bool tc0_striped) {
     return exported([&] {
         return configureCreation(creation, "Bad create clip handle", [&](ClipDescription& clip) {
-            // KEEP: sets one source and leaves those of earlier calls set.
+            // KEEP: sets one source and does not clear those set by earlier calls.
             (tc0_striped ? clip.tc0_striped : timecode_track ? clip.timecode_track_source : clip.striped) = true;
             clip.drop_frame = drop_frame;
             clip.stripe_offset = timecode_offset;

@@ -1,5 +1,5 @@
-// The numbers by which callers name things: clips, tracks, clips under creation, sequential readers and writers all
-// draw from one process-wide space, so that a number is never valid as two kinds of thing at once.
+// Handle numbers. Clips, tracks, clips under creation, sequential readers and writers share one process-wide space, so
+// a number never identifies two objects of different kinds.
 //
 // Threads: any.
 #pragma once
@@ -11,8 +11,8 @@
 
 namespace KelvonClip {
 
-// A space of handle numbers. Numbers rise by one, 0 is never issued, and a number that was given back is issued again
-// only after the counter has wrapped past it.
+// A space of handle numbers. Numbers increase by one, 0 is never issued, and a released number is issued again only
+// after the counter has wrapped around to it.
 class HandleSpace {
   public:
     explicit HandleSpace(std::uint32_t next = 0) : state(State{{}, next}) {}
@@ -20,7 +20,7 @@ class HandleSpace {
     std::uint32_t allocate();
     void release(std::uint32_t number);
 
-    // The space that every HandleObject draws from; lives until the process ends.
+    // The space that all HandleObjects use; never destroyed.
     static HandleSpace& process();
 
   private:
@@ -31,8 +31,8 @@ class HandleSpace {
     KProtect<State> state;
 };
 
-// Owns exactly one number of the process's space. A number that cannot be given back would be a handle that names
-// nothing for ever, so a failure there ends the process (the destructor does not throw).
+// Owns one number of the process's space. If the number cannot be released, the process terminates, because the
+// destructor does not throw.
 class HandleObject {
   public:
     HandleObject() : value(HandleSpace::process().allocate()) {}

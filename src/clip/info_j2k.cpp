@@ -1,4 +1,4 @@
-// info_j2k: the bit rates and unit sizes of JPEG 2000 tracks. All arithmetic is in whole numbers, rounding down.
+// info_j2k: the bit rates and unit sizes of JPEG 2000 tracks, in integer arithmetic that rounds down.
 #include "clip/info_j2k.h"
 
 #include <algorithm>
@@ -11,10 +11,10 @@ namespace {
 
 constexpr std::uint32_t STEP = 5;  // Mbit/s between two valid bit rates
 
-// A bit rate rounded to a valid step within 15 and 200 Mbit/s.
+// The bit rate rounded to a multiple of 5 and clamped to 15..200 Mbit/s.
 constexpr std::uint32_t toStep(std::uint32_t mbits) { return std::clamp((2 * mbits + 5) / 10 * STEP, 15u, 200u); }
 
-// The next multiple of a page above `bytes`.
+// The smallest multiple of a page that is greater than `bytes`.
 constexpr std::uint32_t nextPage(std::uint32_t bytes) { return bytes / UNIT_PAGE * UNIT_PAGE + UNIT_PAGE; }
 
 J2KBitRates bitRates(VideoStandard standard) {
@@ -25,7 +25,7 @@ J2KBitRates bitRates(VideoStandard standard) {
 
 }  // namespace
 
-// The greatest bit rate is given for 60 units a second; fewer get their share.
+// The maximum bit rate is defined for 60 units per second; lower rates get their share of it.
 J2KBitRates j2kBitRates(bool high_definition, VideoRoughFrequency rough) {
     std::uint32_t const at_sixty = toStep(high_definition ? 200 : 140);
     std::uint32_t const rate = RoughFieldsPerSecond(rough);
@@ -54,8 +54,8 @@ J2KSizes j2kSizesAtRate(VideoRoughFrequency rough, std::uint32_t mbits) {
     std::uint32_t const chroma = total - luma;
     kassert(chroma != 0, "info_j2k", __LINE__, "chroma_size != 0");
 
-    // A key unit holds three quarters of the pages.
-    // KEEP: but all of them at 24 units a second.
+    // A key unit has three quarters of the pages of a video unit.
+    // KEEP: all of them at 24 units per second.
     std::uint32_t const three_quarters = (bytes / UNIT_PAGE + 1) * (UNIT_PAGE * 75) / 100;
     std::uint32_t const key = rough == VideoRoughFrequency::f24 ? total : nextPage(three_quarters - 1);
     return {luma, chroma, key, 0};

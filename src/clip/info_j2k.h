@@ -1,6 +1,6 @@
-// JPEG 2000 tracks: which bit rates a standard allows and how large a unit is at each of them.
+// JPEG 2000 tracks: the bit rates that a standard allows, and the unit sizes at each of them.
 //
-// Pure functions; threads: any.
+// Pure functions. Threads: any.
 #pragma once
 
 #include <cstdint>
@@ -18,15 +18,15 @@ struct J2KSizes {
     std::uint32_t reserved;  // always 0
 };
 
-// The standard's limits in Mbit/s; both 0 for a standard that is neither high nor standard definition, which then has
-// no valid bit rate.
+// The standard's limits in Mbit/s. Both are 0 for a standard that is neither high nor standard definition; it has no
+// valid bit rate.
 std::uint32_t j2kMinBitRate(VideoStandard standard);
 std::uint32_t j2kMaxBitRate(VideoStandard standard);
 
 // Whether the bit rate is a multiple of 5 within the standard's limits.
 bool j2kBitRateValid(VideoStandard standard, std::uint32_t mbits);
 
-// The rules behind it, for any definition and rate, those that no video standard combines included.
+// The rules that these functions apply, for every definition and rate, including combinations without a video standard.
 struct J2KBitRates {
     std::uint32_t min, max;
 };
@@ -37,8 +37,8 @@ J2KSizes j2kSizesAtRate(VideoRoughFrequency rough, std::uint32_t mbits);
 // All zero for a bit rate that is not valid.
 J2KSizes j2kSizes(VideoStandard standard, std::uint32_t mbits);
 
-// The smallest valid bit rate whose sizes hold the wanted ones; the least bit rate when neither luma nor chroma is
-// wanted, whatever the key; 0 when no bit rate will do.
+// The lowest valid bit rate whose sizes are at least the given ones; 0 if there is none. If luma and chroma are both 0,
+// the lowest valid bit rate, whatever the key size.
 std::uint32_t j2kBitRateForSizes(VideoStandard standard, std::uint32_t luma, std::uint32_t chroma, std::uint32_t key);
 
 }  // namespace KelvonClip

@@ -1,4 +1,4 @@
-// The exported size limits of JPEG 2000 tracks: the sizes at the greatest and the least bit rate of a standard.
+// The exported size limits of JPEG 2000 tracks: the sizes at a standard's maximum and minimum bit rates.
 #include <kelvonclip/info_j2k.h>
 
 #include "clip/info_j2k.h"

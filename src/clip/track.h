@@ -1,15 +1,16 @@
-// Track: one stream of a clip, cut into equal units that are read and written whole.
+// Track: one stream of a clip, divided into units of equal size that are read and written as a whole.
 //
-//   track's virtual file:  | unit 0 | unit 1 | ... | unit head | unit head + 1 | ...      each of the stored unit size
-//                          |<---- cut off by the trim start -->|
-//   what a caller sees:                            | unit 0    | unit 1 | ... | length in units - 1 |  (tail cut off)
+//   virtual file:    | unit 0 | unit 1 | ... | unit head | unit head + 1 | ...        each of the stored unit size
+//                    |<- hidden by the trim->|
+//   caller's view:                           | unit 0    | unit 1        | ... | length in units - 1 |
 //
-// A caller sees `unit size` bytes of a unit; in the file it occupies `stored unit size` bytes, the rest zero.
+// Callers see `unit size` bytes of a unit. In the file it occupies `stored unit size` bytes, padded with zeros.
 //
 // Invariants
-//   * A track that has at least two units keeps at least two, whatever the trims say.
-//   * A track whose TrackType names no format has length 0 and refuses reads and writes; nothing divides by its sizes.
-// Threads: any number of units may be read and written at once, from any thread.
+//   * Trims never leave fewer than two units of a track that has at least two.
+//   * A track of unknown format has length 0 and refuses reads and writes; its sizes, which are 0, are never divided
+//     by.
+// Threads: any thread may read and write any number of units at once.
 #pragma once
 
 #include <cstdint>
@@ -30,10 +31,10 @@ class Track {
         KString error;
         std::unique_ptr<Track> track;
     };
-    // From a TrackMeta element of the clip's header; builds the virtual file that the element describes.
+    // Opens a track from its TrackMeta element, and builds the virtual file that the element describes.
     static Opened open(Clip& parent, XmlElement const& track_meta);
 
-    // `file` holds the units. Both outlive the track.
+    // `file` holds the units. `parent` outlives the track.
     Track(Clip& parent, TrackFormat const& format, std::shared_ptr<VFileObject> file);
     Track(Track const&) = delete;
     Track& operator=(Track const&) = delete;
@@ -43,30 +44,30 @@ class Track {
     std::uint32_t fieldsPerUnit() const { return track_format.fields_per_unit; }
     VideoStandard videoStandard() const;
     VideoFrequency videoFrequency() const;
-    // Whether one timecode, in unit 0, stands for the whole track.
+    // True if one timecode, in unit 0, applies to the whole track.
     bool tc0Striped() const;
 
-    // The current length, trims taken off; grows while units are appended. A length in fields beyond 32 bits is given
-    // as the greatest number of 32 bits.
+    // The current length without trimmed units; grows while units are appended. A length in fields above 32 bits
+    // saturates.
     std::uint32_t lengthInUnits() const;
     std::uint32_t lengthInFields() const;
 
-    // Reads a unit into a buffer of unitSize() bytes, which stays the caller's and lives until the operation is
-    // complete. At or past the end the buffer is filled with zeros. On an error its contents are unspecified.
+    // Starts reading a unit into a buffer of unitSize() bytes, which must stay valid until the operation completes. At
+    // or past the end the buffer is filled with zeros. After an error its contents are unspecified.
     void readUnit(std::uint32_t unit, void* buffer, std::shared_ptr<CIO::CIOObject> done);
-    // Writes `size` bytes, at most unitSize(), and zeros after them up to the stored size.
+    // Starts writing `size` bytes, unitSize() at most, followed by zeros up to the stored size.
     void writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size, std::shared_ptr<CIO::CIOObject> done);
 
-    // The same, waited for (alertably); empty on success.
+    // The same, but wait (alertably) until the operation completes; empty on success.
     KString readUnit(std::uint32_t unit, void* buffer);
     KString writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size);
 
-    // The end, in fields, of the furthest unit written so far; guarded by the parent clip.
+    // The end, in fields, of the last unit that was written; guarded by the parent clip's lock.
     std::uint32_t writtenLength() const { return written_length; }
     UnitBufferPool const& bufferPool() const { return unit_buffer_pool; }
 
   private:
-    // The units of the file as they lie now: `head` are cut off at the start, `length` are seen.
+    // The visible units: the first `head` units of the file are hidden, the next `length` units are visible.
     struct Window {
         std::uint32_t head, length;
     };

@@ -1,5 +1,4 @@
-// The exported track functions: each finds its track by handle and asks one question of it.
-
+// The exported track functions.
 #include <kelvonclip/kelvon_timecode.h>
 #include <kelvonclip/track.h>
 
@@ -27,15 +26,15 @@ Value formatValue(std::uint32_t handle, Value TrackFormat::*member) noexcept {
     return queryTrack(handle, Value{}, [member](Track const& track) { return track.format().*member; });
 }
 
-constexpr std::uint32_t TIMECODE_BYTES = 8;  // what a timecode occupies at the start of its unit
+constexpr std::uint32_t TIMECODE_BYTES = 8;  // size of the timecode at the start of a unit
 
 struct UnitTimecode {
     KString error;  // "Bad Handle" or empty
     KTimecode timecode;
 };
 
-// The timecode that a unit of the track carries. Where one timecode stands for the whole track it is that of unit 0.
-// KEEP: of the failures of the read only "Bad Handle" counts; after any other the buffer is decoded as it stands.
+// The timecode in a unit of the track; if one timecode applies to the whole track, the one in unit 0.
+// KEEP: only "Bad Handle" counts as an error of the read. After any other error the buffer is decoded as it is.
 UnitTimecode decodeTimecode(Track& track, std::uint32_t unit) {
     AlignedBuffer buffer(std::max(track.unitSize(), TIMECODE_BYTES));
     KString const error = track.readUnit(track.tc0Striped() ? 0 : unit, buffer.data());
@@ -49,7 +48,7 @@ KString timecodeOfUnit(std::uint32_t handle, std::uint32_t unit, unsigned int* t
     auto const decoded = decodeTimecode(*found.track, unit);
     if (!decoded.error.empty()) return decoded.error;
     if (drop_frame) *drop_frame = decoded.timecode.is_df();
-    // KEEP: units are added to a count of fields as they are, whatever the fields per unit.
+    // KEEP: the unit number is added to a count of fields, whatever the number of fields per unit.
     if (timecode) *timecode = decoded.timecode.get_nfields() + (found.track->tc0Striped() ? unit : 0);
     return {};
 }
@@ -58,7 +57,7 @@ bool timecodeValid(Track& track, std::uint32_t unit) {
     auto const decoded = decodeTimecode(track, unit);
     if (!decoded.error.empty()) return false;
     if (!track.tc0Striped()) return decoded.timecode.is_defined();
-    // KEEP: a timecode plus a unit number is compared with a number of units.
+    // KEEP: compares a count of fields plus a unit number with a number of units.
     return std::uint64_t{decoded.timecode.get_nfields()} + unit <= track.lengthInUnits();
 }
 
@@ -73,7 +72,7 @@ unsigned int track_audio_subchannel_count(unsigned int track) {
 unsigned int track_avc_class(unsigned int track) { return formatValue(track, &TrackFormat::avc_class); }
 AVCFlavor track_avc_flavor(unsigned int track) { return formatValue(track, &TrackFormat::flavor); }
 unsigned int track_j2k_video_size(unsigned int track) { return formatValue(track, &TrackFormat::j2k_size); }
-// KEEP: one and the same as track_j2k_video_size, on video and key tracks alike.
+// KEEP: the same value as track_j2k_video_size, on video and on key tracks.
 unsigned int track_j2k_key_size(unsigned int track) { return track_j2k_video_size(track); }
 unsigned int track_j2k_video_luma_size(unsigned int track) { return formatValue(track, &TrackFormat::j2k_luma_size); }
 unsigned int track_j2k_video_chroma_size(unsigned int track) {

@@ -1,4 +1,4 @@
-// track_format: the format tables and the look-ups in them.
+// track_format: the format tables and their look-ups.
 #include "clip/track_format.h"
 
 #include <algorithm>
@@ -46,7 +46,7 @@ constexpr auto SHORT_NAMES = std::to_array<ShortNameRow>({
     {"720_59_94p", Resolution::r720p, Frequency::f59_94},
     {"720_50p", Resolution::r720p, Frequency::f50},
     {"720_48p", Resolution::r720p, Frequency::f48},        // KEEP: no video standard has this raster and rate
-    {"720_47_95p", Resolution::r720p, Frequency::f47_95},  // KEEP: nor this
+    {"720_47_95p", Resolution::r720p, Frequency::f47_95},  // KEEP: the same
     {"625_50i", Resolution::r625i, Frequency::f50},
     {"525_59_94i", Resolution::r525i, Frequency::f59_94},
 });
@@ -60,7 +60,7 @@ struct AvcRow {
     std::uint32_t mbits;
 };
 
-// KEEP: the coverage is irregular. "avci100-1080i" has 48Hz but not 47.95Hz; the progressive ones have neither.
+// KEEP: the rates are irregular. "avci100-1080i" has 48Hz but not 47.95Hz; the progressive formats have neither.
 constexpr auto AVC_FORMATS = std::to_array<AvcRow>({
     {"avci50-720p", 116736, Resolution::r720p, Frequency::f59_94, AVCFlavor::avc_intra, 50},
     {"avci50-720p", 140800, Resolution::r720p, Frequency::f50, AVCFlavor::avc_intra, 50},
@@ -101,7 +101,7 @@ struct DvRow {
     std::uint32_t channels;  // DIF channels
     bool single_field;
     Resolution resolution;
-    bool creatable;  // KEEP: "dv25" is recognised in existing clips, never created
+    bool creatable;  // KEEP: "dv25" tracks can be opened but not created
 };
 
 constexpr auto DV_FORMATS = std::to_array<DvRow>({
@@ -118,7 +118,7 @@ struct AudioRow {
     char const* name;
 };
 
-// KEEP: eight subchannels are plain "auk".
+// KEEP: the name for eight subchannels is "auk", without a number.
 constexpr auto AUDIO_FORMATS = std::to_array<AudioRow>({
     {2, "auk2"},
     {4, "auk4"},
@@ -129,7 +129,7 @@ constexpr auto AUDIO_FORMATS = std::to_array<AudioRow>({
 
 constexpr std::uint32_t TC1_UNIT_SIZE = 512, TC2_CREATED_UNIT_SIZE = 4096;
 
-// What a J2K name carries behind its bit rate at each raster.
+// The suffix of a J2K format name for each raster, after the bit rate.
 struct J2kSuffixRow {
     Resolution resolution;
     char const* suffix;
@@ -147,7 +147,7 @@ constexpr auto J2K_SUFFIXES = std::to_array<J2kSuffixRow>({
 
 constexpr std::uint32_t roundedToPages(std::uint32_t bytes) { return platform::roundUp(bytes, UNIT_PAGE); }
 
-// The first row that answers, or null.
+// The first row for which `answers` is true, or null.
 template <class Table, class Answers>
 auto const* findRow(Table const& table, Answers answers) {
     auto row = std::ranges::find_if(table, answers);
@@ -160,7 +160,7 @@ bool isAt(VideoStandard standard, Resolution resolution, Frequency frequency) {
 
 KString withKey(KString const& name, bool key) { return key ? name + KString("k") : name; }
 
-// Whether `name` is the format's own (video) or has the key suffix (key); sets `key` accordingly.
+// True if `name` is the format's name (video) or the name with the key suffix (key); `key` tells which.
 bool isName(KString const& name, KString const& format_name, bool& key) {
     key = name == withKey(format_name, true);
     return key || name == format_name;
@@ -174,7 +174,7 @@ KString j2kName(VideoStandard standard, std::uint32_t mbits, bool key) {
     return withKey(KString::format("jp2@%1", {KString::fromUnsigned(mbits)}) + KString(row->suffix), key);
 }
 
-// Bytes of one DIF channel in one unit; 0 at a rate without DV.
+// Bytes of one DIF channel in one unit; 0 for a rate without DV formats.
 std::uint32_t dvChannelSize(VideoStandard standard) {
     switch (toVideoRoughFrequency(standard)) {
     case VideoRoughFrequency::f60:
@@ -190,7 +190,7 @@ std::uint32_t dvChannelSize(VideoStandard standard) {
 std::uint32_t dvUnitSize(DvRow const& row, VideoStandard standard) { return row.channels * dvChannelSize(standard); }
 std::uint32_t dvFieldsPerUnit(DvRow const& row) { return row.single_field ? 1 : 2; }
 
-// What the video formats' descriptions have in common.
+// The common part of all video and key formats.
 TrackFormat pictureFormat(TrackVideoType type, bool key, std::uint32_t unit_size, std::uint32_t fields_per_unit) {
     TrackFormat format;
     format.valid = true;
@@ -223,7 +223,7 @@ TrackFormat describeDv(KString const& name, VideoStandard standard) {
     return pictureFormat(TrackVideoType::dv, key, dvUnitSize(*row, standard), dvFieldsPerUnit(*row));
 }
 
-// Tries the name of every valid bit rate, so that no number has to be read out of the text.
+// Compares with the name of every valid bit rate, so no number has to be parsed.
 TrackFormat describeJ2k(KString const& name, VideoStandard standard) {
     for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += 5) {
         bool key = false;
@@ -240,7 +240,7 @@ TrackFormat describeJ2k(KString const& name, VideoStandard standard) {
     return {};
 }
 
-// A format whose units hold exactly what the caller sees.
+// A format without padding: unit size and stored unit size are equal.
 TrackFormat plainFormat(TrackCategory category, std::uint32_t unit_size) {
     TrackFormat format;
     format.valid = true;
@@ -268,7 +268,7 @@ TrackFormat describeTimecode(KString const& name, VideoStandard standard) {
 
 }  // namespace
 
-// No name has two meanings at one standard, so the order does not matter.
+// At one standard no name matches two kinds of format, so the order does not matter.
 TrackFormat describeTrackFormat(KString const& name, VideoStandard standard) {
     for (auto* describe : {describeAvc, describeDv, describeJ2k, describeAudio, describeTimecode})
         if (TrackFormat const format = describe(name, standard); format.valid) return format;
@@ -308,7 +308,7 @@ std::optional<CreationFormat> audioForCreation(VideoStandard standard, std::uint
     return CreationFormat{row->name, unit_size, unit_size, 1};
 }
 
-// KEEP: laid out with 4096 bytes at every rate, although an opened track has units of toAudioSize.
+// KEEP: 4096 bytes at every rate, although the units of an opened track have the audio size of the rate.
 CreationFormat timecodeForCreation() { return {"tc2", TC2_CREATED_UNIT_SIZE, TC2_CREATED_UNIT_SIZE, 1}; }
 
 KString standardShortName(VideoStandard standard) {

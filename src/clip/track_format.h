@@ -1,9 +1,9 @@
-// Track formats: the tables that tie format names to standards, unit sizes and bit rates.
+// Track formats: tables of format names with their standards, unit sizes and bit rates.
 //
-// A track names its format by a short text ("avci100-1080i", "dv50k", "jp2@55", "auk", "tc2"); name and video standard
-// together give the size of one unit. A key track of a video format has that format's name with "k" appended.
+// A track has a format name ("avci100-1080i", "dv50k", "jp2@55", "auk", "tc2"). The name and the video standard
+// determine the unit size. The name of a key format is the name of the video format with "k" appended.
 //
-// Constant tables and pure functions; every look-up scans a table in its order and the first matching row wins.
+// Constant tables and pure functions. Every look-up scans a table in order; the first matching row is used.
 // Threads: any.   Source of the tables: docs/standards.md, "Track formats".
 #pragma once
 
@@ -18,7 +18,8 @@
 
 namespace KelvonClip {
 
-// What a track of an existing clip holds. All zero when `valid` is false: the name means nothing at the standard.
+// The format of a track of an existing clip. If the name is unknown at the standard, `valid` is false and all else
+// zero.
 struct TrackFormat {
     bool valid = false;
     TrackCategory category = TrackCategory::none;
@@ -26,7 +27,7 @@ struct TrackFormat {
     TrackAudioType audio_type = TrackAudioType::none;
     AVCFlavor flavor = AVCFlavor::none;
     std::uint32_t unit_size = 0;         // bytes that a caller reads or writes
-    std::uint32_t stored_unit_size = 0;  // bytes that a unit occupies in the file; never below unit_size
+    std::uint32_t stored_unit_size = 0;  // bytes that a unit occupies in the file; at least unit_size
     std::uint32_t fields_per_unit = 0;
     std::uint32_t subchannel_count = 0;                    // audio
     std::uint32_t avc_class = 0;                           // AVC: Mbit/s
@@ -37,24 +38,24 @@ struct TrackFormat {
 // The format of an opened track.
 TrackFormat describeTrackFormat(KString const& name, VideoStandard standard);
 
-// What a new track is given.
+// The format of a track of a new clip.
 struct CreationFormat {
     KString name;
     std::uint32_t unit_size;
-    std::uint32_t stored_unit_size;  // for video and key formats unit_size rounded up to 4096, else unit_size
+    std::uint32_t stored_unit_size;  // unit_size; for video and key formats rounded up to UNIT_PAGE
     std::uint32_t fields_per_unit;
 };
 
-// Each is absent when the standard has no such format.
+// Each is absent if the standard has no such format.
 std::optional<CreationFormat> avcForCreation(VideoStandard standard, std::uint32_t mbits, bool key);
 std::optional<CreationFormat> dvForCreation(VideoStandard standard, bool key);
-// KEEP: a new video track is sized by the size record's key size and a new key track by luma + chroma, the other way
-// round than opened tracks and the j2k_* limits; the sizes decide the container's layout only.
+// KEEP: a new video track has the key size and a new key track has luma + chroma: the reverse of opened tracks and of
+// the j2k_* limits. These sizes only affect the layout of the container.
 std::optional<CreationFormat> j2kForCreation(VideoStandard standard, std::uint32_t mbits, bool key);
 std::optional<CreationFormat> audioForCreation(VideoStandard standard, std::uint32_t subchannels);
 CreationFormat timecodeForCreation();
 
-// The short name of a standard ("1080_59_94i") and back; empty and `none` for what is not in the table.
+// Converts a standard to its short name ("1080_59_94i") and back; empty or `none` if it is not in the table.
 KString standardShortName(VideoStandard standard);
 VideoStandard standardByShortName(KString const& name);
 
