@@ -10,7 +10,7 @@ namespace KelvonClip {
 
 namespace {
 
-// One unit of a run that is read together: keeps its own message and lets the run's completion go when it is done.
+// The completion of one unit of a run: stores the unit's message and releases the run's completion object.
 class UnitDone : public CIO::CIOObject {
   public:
     UnitDone(KString& unit_error, std::shared_ptr<CIO::CIOObject> whole_run)
@@ -34,7 +34,7 @@ class UnitsByHandle : public TrackUnits {
     }
 
     void read(std::uint32_t first, std::uint32_t count, void* to, KString* errors) override {
-        // Held while the reads are under way, so that closing the clip does not take the track from under them.
+        // Held until the reads are complete, so that closing the clip does not destroy the track meanwhile.
         auto const found = findTrack(track_handle);
         std::fill_n(errors, count, found ? KString() : KString("Bad Handle"));
         if (!found) return;

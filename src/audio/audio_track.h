@@ -1,4 +1,4 @@
-// An audio track as the sample streams see it: its shape, and its units behind a seam that tests replace.
+// An audio track as seen by the sample streams: its properties, and its units behind an interface that tests replace.
 #pragma once
 
 #include <kelvonclip/kelvon_std.h>
@@ -20,15 +20,15 @@ struct AudioTrackShape {
     std::uint32_t unitSize() const { return blockSize() * subchannel_count; }  // bytes: a block for each subchannel
 };
 
-// The units of one track. Threads: any; calls may overlap. Every call waits, alertably, for its own I/O only.
+// The units of one track. Threads: any; calls may overlap. Every call waits alertably, and only for its own I/O.
 class TrackUnits {
   public:
     virtual ~TrackUnits() = default;
 
-    // The current length; 0 once the track is gone.
+    // The current length; 0 once the clip is closed.
     virtual std::uint32_t lengthInUnits() = 0;
 
-    // Reads `count` consecutive units, all under way at once, and lays them side by side at `to`. errors[i] becomes the
+    // Reads `count` consecutive units in parallel and stores them one after the other at `to`. errors[i] becomes the
     // message of unit first + i, empty on success. Units past the end read as zeros.
     virtual void read(std::uint32_t first, std::uint32_t count, void* to, KString* errors) = 0;
 
@@ -36,8 +36,8 @@ class TrackUnits {
     virtual KString write(std::uint32_t unit, void const* from) = 0;
 };
 
-// What a stream is begun on, or the message that tells why it cannot be. The units are found through the track's handle
-// at every call, so the clip may be closed at any time: from then on every unit's message is "Bad Handle".
+// What a stream needs of its track, or an error. Each call looks up the track by its handle, so the clip may be closed
+// at any time; from then on every unit's message is "Bad Handle".
 struct AudioTrack {
     KString error;
     AudioTrackShape shape{};

@@ -1,6 +1,6 @@
-// Cuts the samples of one subchannel into blocks, each with the exact number of samples that its place in the cadence
-// asks for. The first block of a recording asks for a fade-in; the last one is filled up with silence and asks for a
-// fade-out, unless the recording ends exactly where a block does.
+// Divides the samples of one subchannel into blocks. The number of samples in a block follows from its place in the
+// cadence. The first block of a recording is marked for a fade-in. The last one is padded with silence and marked for a
+// fade-out, unless the recording ends exactly at the end of a block.
 //
 // Threads: one caller at a time.
 #pragma once
@@ -15,22 +15,22 @@
 
 namespace KelvonClip::hemlock {
 
-// Samples in a block of this rate and phase; for a value that is no rate an assertion line and 0.
+// The samples in a block of this rate and phase; 0, after an assertion line, for an unknown rate.
 std::uint32_t samplesInBlock(VideoFrequency frequency, std::uint8_t phase);
 
 class BlockCutter {
   public:
-    // `first_block_word` starts the count that goes into the blocks.
+    // `first_block_word`: the block word of the first block.
     BlockCutter(VideoFrequency its_frequency, std::uint32_t subchannel, std::uint32_t first_block_word);
 
     SampleQueue& samples() { return queue; }
     SampleQueue const& samples() const { return queue; }
 
-    // Makes the next block at `to`, which has `toAudioSize` bytes; false, with nothing changed, while there are not
-    // enough samples for it.
+    // Writes the next block, of `toAudioSize` bytes, to `to`. False, with nothing changed, if there are not enough
+    // samples for it.
     bool makeBlock(std::byte* to);
 
-    // Fills a block that has been begun with silence and marks it for a fade-out.
+    // Pads an incomplete last block with silence and marks it for a fade-out.
     void closeLastBlock();
 
   private:

@@ -1,4 +1,4 @@
-// The two gain tables of the fades at the joins of a recording.
+// The gain tables of the fades at the start and end of a recording.
 #pragma once
 
 #include <array>
@@ -9,13 +9,13 @@ namespace KelvonClip::hemlock {
 constexpr std::uint32_t FADE_SAMPLES = 100;
 constexpr std::int32_t FULL_GAIN = 256;
 
-// Gains in 256ths. Neither fade reaches the full gain: they run between 253 and 0.
+// Gains in units of 1/256. Neither fade reaches the full gain: the maximum is 253.
 struct Gains {
-    std::array<std::int32_t, FADE_SAMPLES> out;  // falling from 253 to 0
-    std::array<std::int32_t, FADE_SAMPLES> in;   // the same, mirrored
+    std::array<std::int32_t, FADE_SAMPLES> out;  // from 253 down to 0
+    std::array<std::int32_t, FADE_SAMPLES> in;   // from 0 up to 253
 };
 
-// Built once, on first use. Threads: any.
+// Created on first use. Threads: any.
 Gains const& gains();
 
 }  // namespace KelvonClip::hemlock

@@ -10,12 +10,12 @@ namespace KelvonClip::hemlock {
 
 namespace {
 
-// One row for each frequency, in value order; row 0 answers for everything else.
+// Row 0 for unknown values, then one row for each frequency in value order.
 constexpr auto CADENCES = std::to_array<Cadence>({
     // code phased  samples  phase 4  ten units       rate
     {0, false, 0, 0, 0},
-    {2, false, 800, 800, 8000},      // 60Hz       KEEP: 60, 59.94 and 50Hz are the codes 2, 3 and 1;
-    {3, true, 801, 800, 8008},       // 59.94Hz    from 48Hz on the code is the frequency's value
+    {2, false, 800, 800, 8000},      // 60Hz       KEEP: 60, 59.94 and 50Hz have the codes 2, 3 and 1;
+    {3, true, 801, 800, 8008},       // 59.94Hz    all others have the value of the frequency
     {1, false, 960, 960, 9600},      // 50Hz
     {4, false, 1000, 1000, 10000},   // 48Hz
     {5, false, 1001, 1001, 10010},   // 47.95Hz

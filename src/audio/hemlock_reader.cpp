@@ -36,10 +36,10 @@ KString HemlockReader::read(std::int32_t* const* buffers, std::uint32_t n) {
     return {};
 }
 
-// Feeds the blocks of the next unit to the streams.
+// Passes the blocks of the next unit to the streams.
 KString HemlockReader::fetch() {
     hemlock::UnitReadAhead::Unit unit{};
-    // Room first: from here on nothing can fail half-way through a unit.
+    // Reserve memory first, so that nothing can fail after some of the unit's blocks have been passed on.
     for (auto& stream : streams)
         stream.reserveBlock();
     if (KString error = read_ahead.next(unit); !error.empty()) return error;

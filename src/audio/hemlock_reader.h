@@ -1,10 +1,11 @@
-// HemlockReader: an audio track as continuous streams of samples at 48 kHz, one for each subchannel.
+// HemlockReader: reads an audio track as continuous streams of samples at 48 kHz, one for each subchannel.
 //
-// Units are read ahead (unit_read_ahead), their blocks go to the subchannels' streams (subchannel_stream), and the
-// caller takes samples out of them at any pace.
+// Units are read ahead (unit_read_ahead), and their blocks are passed to the subchannels' streams (subchannel_stream),
+// from which the caller takes any number of samples.
 //
 // Invariants
-//   * Every subchannel has been fed the same units; their buffered counts differ by what was repeated and left out.
+//   * All streams have received the blocks of the same units. Their buffered counts differ only by repeated and dropped
+//     samples.
 //   * `available` is the smallest buffered count.
 // Threads: one caller at a time.
 #pragma once
@@ -27,15 +28,16 @@ class HemlockReader {
   public:
     HemlockReader(AudioTrackShape const& track, std::shared_ptr<TrackUnits> units);
 
-    // Moves the next n samples of subchannel i to buffers[i]; those of a subchannel whose buffer is null are dropped.
-    // On a failure the position stays where it was, and the message is the failing unit's.
+    // Copies the next n samples of subchannel i to buffers[i], or drops them if that is null. Empty on success. On an
+    // error the samples before the failed unit have been copied and consumed, samplesRemaining is unchanged, and the next
+    // call tries that unit again.
     KString read(std::int32_t* const* buffers, std::uint32_t n);
 
     std::uint32_t handle() const { return handle_object.number(); }
     std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(streams.size()); }
     std::uint64_t samplesRemaining() const;  // 0 at and beyond the end
     hemlock::SubchannelStream const& stream(std::uint32_t subchannel) const { return streams[subchannel]; }
-    // For the end of the library: lets the background reads run out. The reader is not used afterwards.
+    // For the end of the library: no further background reads are started. The reader is not used afterwards.
     void cancelReadAhead() { read_ahead.cancelQueued(); }
 
   private:
@@ -45,10 +47,10 @@ class HemlockReader {
     hemlock::Cadence const& cadence;
     std::uint64_t const total_samples;
     std::uint32_t const words_per_block;
-    hemlock::UnitReadAhead read_ahead;  // owns what the streams refer to
+    hemlock::UnitReadAhead read_ahead;  // owns the buffers that the streams point into
     std::vector<hemlock::SubchannelStream> streams;
     std::uint32_t available = 0;
-    std::atomic<std::uint64_t> samples_delivered = 0;  // asked for from other threads, too
+    std::atomic<std::uint64_t> samples_delivered = 0;  // also read by other threads
 };
 
 }  // namespace KelvonClip

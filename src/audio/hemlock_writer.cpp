@@ -10,7 +10,7 @@ namespace KelvonClip {
 
 namespace {
 
-// A call is worked off in steps, so that the memory it needs does not grow with it while units can be written.
+// Long calls are processed in steps, so that memory use does not depend on the length of a call.
 constexpr std::uint32_t STEP_SAMPLES = 16384;
 
 }  // namespace
@@ -36,7 +36,7 @@ KString HemlockWriter::write(std::int32_t const* const* buffers, std::uint32_t n
     return {};
 }
 
-// For all subchannels or, when memory cannot hold the samples, for none.
+// Appends to all subchannels, or to none if there is not enough memory.
 bool HemlockWriter::appendSamples(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n) {
     try {
         for (auto& cutter : cutters)
@@ -53,7 +53,7 @@ bool HemlockWriter::appendSamples(std::int32_t const* const* buffers, std::uint3
     return true;
 }
 
-// One block of each subchannel, side by side; false while the first has too few samples for one.
+// Makes one block for each subchannel; false if there are not enough samples.
 bool HemlockWriter::makeUnit() {
     std::byte* block = unit.get();
     for (std::size_t i = 0; i < cutters.size(); ++i, block += block_size) {
@@ -73,13 +73,13 @@ KString HemlockWriter::writeUnits() {
         unit_pending = false;
         ++next_unit;
     }
-    // Less than a block is left: moved to the front, the samples of small calls stay in the processor's cache.
+    // Less than a block is left. Moving it to the front keeps the queues in the processor's cache when calls are short.
     for (auto& cutter : cutters)
         cutter.samples().moveToFront();
     return {};
 }
 
-// KEEP: a recording that ends exactly where a block does ends without a fade-out.
+// KEEP: a recording that ends exactly at the end of a block has no fade-out.
 KString HemlockWriter::finish() {
     if (KString error = writeUnits(); !error.empty()) return error;
     for (auto& cutter : cutters)

@@ -1,9 +1,9 @@
-// HemlockWriter: turns continuous streams of samples, one for each subchannel, into the units of an audio track.
+// HemlockWriter: writes continuous streams of samples, one for each subchannel, as the units of an audio track.
 //
 // Invariants
-//   * All subchannels hold the same number of samples: a call's samples are taken in for all of them or for none.
-//   * A unit that could not be written is kept as it was made, and nothing is made after it until it is written; so
-//     units are consecutive and no sample is lost.
+//   * All queues hold the same number of samples: the samples of a call are appended to all of them or to none.
+//   * A unit that could not be written is kept unchanged, and no further unit is made until it is written. So units are
+//     consecutive and no sample is lost.
 // Threads: one caller at a time.
 #pragma once
 
@@ -21,17 +21,16 @@ namespace KelvonClip {
 
 class HemlockWriter {
   public:
-    // The first unit goes behind the units that the track has now. `block_words` has one start value for each
-    // subchannel.
+    // Units are appended to the track. `block_words`: the first block word of each subchannel.
     HemlockWriter(AudioTrackShape const& track, std::vector<std::uint32_t> const& block_words,
                   std::shared_ptr<TrackUnits> track_units);
 
-    // Takes in n samples for every subchannel, from buffers[i] or, where that is null, silence, and writes the units
-    // that are complete. The message of a unit that cannot be written ends the writing but not the taking in; a later
-    // call goes on with that unit. "Out of memory" when the samples cannot be kept.
+    // Appends n samples to every subchannel, from buffers[i] or silence if that is null, and writes all complete units.
+    // If a unit cannot be written, its message is returned after all samples have been appended, and a later call tries
+    // that unit again. "Out of memory" if the samples cannot be stored.
     KString write(std::int32_t const* const* buffers, std::uint32_t n);
 
-    // Writes what is there, the last unit filled up with silence. Stops at the first message.
+    // Writes the remaining samples, and pads the last unit with silence. Stops at the first error.
     KString finish();
 
     std::uint32_t handle() const { return handle_object.number(); }

@@ -1,10 +1,10 @@
-// The samples of one subchannel that wait to be written: appended at the end, taken from the front.
+// The queue of one subchannel's samples that have not been written yet.
 //
 //   buffer:  | taken | waiting ............ | free tail |
 //                    ^ read position
 //
-// Invariant: the waiting samples lie in one piece. When the free tail is too short they are moved to the front, and
-// when that does not help the buffer is doubled.
+// Invariant: the waiting samples are contiguous. If the free tail is too short, they are moved to the front; if that is
+// not enough, the buffer is doubled first.
 // Threads: one caller at a time.
 #pragma once
 
@@ -23,12 +23,12 @@ class SampleQueue {
     std::uint32_t capacity() const { return static_cast<std::uint32_t>(buffer.size()); }
     std::int32_t const* front() const { return buffer.data() + read_position; }
 
-    // Makes sure that n more samples find room. Throws std::bad_alloc, with nothing changed, when memory cannot hold
-    // them or they are more than 32 bits can count.
+    // Reserves space for n more samples. Throws std::bad_alloc, with nothing changed, if there is not enough memory or
+    // the count would exceed 32 bits.
     void reserve(std::uint32_t n);
-    // Appends n samples, or n times silence when `from` is null. Room has been made for them.
+    // Appends n samples, or n samples of silence if `from` is null. Space for them must have been reserved.
     void append(std::int32_t const* from, std::uint32_t n);
-    // Forgets the first n samples.
+    // Removes the first n samples.
     void drop(std::uint32_t n);
     void moveToFront();
 

@@ -1,4 +1,4 @@
-// The exported functions of the sequential reader, and what becomes of open readers at the end of the library.
+// The exported functions of the sequential reader, and the finishing of open readers when the library ends.
 #include <kelvonclip/seq_read.h>
 
 #include <chrono>
@@ -14,14 +14,14 @@ namespace {
 
 using Readers = StreamRegistry<HemlockReader>;
 
-// The registry is never destroyed, because a caller's thread may still be in here while the process ends.
+// The registry is never destroyed, because another thread may still be in one of these functions when the process ends.
 Readers& readers() {
     static auto& registry = *new Readers;
     return registry;
 }
 
-// When a process ends, some hosts have stopped the pool's threads before they let the library know. What those threads
-// were reading will never be done, so the wait has a bound, and readers that may still be in use are left where they are.
+// When a process ends, the host may have terminated the pool's threads already. What they were reading never completes,
+// so the wait has a time limit. If it expires, the readers are leaked, because a thread may still be using them.
 void finishAllReaders() noexcept {
     constexpr std::chrono::seconds TASK_TIMEOUT{5};
     try {
@@ -30,12 +30,13 @@ void finishAllReaders() noexcept {
             reader->cancelReadAhead();
         if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT)) (void)open.release();
     } catch (std::exception const&) {
-        // No memory for the list: the readers stay, and with them their memory, until the process is gone.
+        // Out of memory: the readers are leaked.
     }
 }
 
-// The readers go when the library does: their background reads must not outlive its code. Arranged when the first reader
-// is begun, by when its clip has arranged its own end, so that the readers go before the clips do.
+// Finishes the readers when the library ends, because background reads must not outlive its code. Static objects are
+// destroyed in reverse order of creation. This one is created with the first reader, after that of the clip directory,
+// so readers are finished before clips are closed.
 void finishReadersAtEnd() {
     static struct AtEnd {
         ~AtEnd() { finishAllReaders(); }

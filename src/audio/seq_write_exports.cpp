@@ -1,4 +1,4 @@
-// The exported functions of the sequential writer, and what becomes of open writers at the end of the library.
+// The exported functions of the sequential writer, and the finishing of open writers when the library ends.
 #include <kelvonclip/seq_write.h>
 
 #include <random>
@@ -17,28 +17,28 @@ namespace {
 using Writers = StreamRegistry<HemlockWriter>;
 
 Writers& writers() {
-    static auto& registry = *new Writers;  // stays, as that of the readers does
+    static auto& registry = *new Writers;  // never destroyed, for the same reason as the readers' registry
     return registry;
 }
 
 void finishAllWriters() noexcept {
     exportedQuery(false, [] {
-        // One that cannot be finished does not keep the others from it.
+        // A failure of one writer does not affect the others.
         for (auto const& writer : writers().removeAll())
             guarded([&] { return writer->finish(); });
         return true;
     });
 }
 
-// Arranged when the first writer is begun: as with the readers, the writers are finished before the clips are closed, so
-// that what they hold gets into the file.
+// Finishes the writers when the library ends. The object is created with the first writer, after that of the clip
+// directory, so the writers' last samples are written before clips are closed.
 void finishWritersAtEnd() {
     static struct AtEnd {
         ~AtEnd() { finishAllWriters(); }
     } const at_end;
 }
 
-// One generator for all writers, so that the recordings of one process are told apart by their block words.
+// One generator for all writers, so that different recordings of one process have different block words.
 std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
     static auto& generator =
         *new KProtect<std::mt19937>(std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));

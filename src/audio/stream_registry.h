@@ -1,4 +1,4 @@
-// The registries of the open readers and writers, by handle.
+// A registry of open readers or writers, by handle.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@
 
 namespace KelvonClip {
 
-// Whoever has found a stream may use it until they let go of it, also when it is removed meanwhile.
-// Threads: any; the lock is held for the look-up only.
+// A stream that was found stays valid while the pointer is held, even if it is removed meanwhile.
+// Threads: any; the lock is held for look-ups only.
 template <class Stream>
 class StreamRegistry {
   public:
@@ -26,7 +26,7 @@ class StreamRegistry {
         return entry == item.value.end() ? nullptr : entry->second;
     }
 
-    // Takes the stream out of the registry: of two callers at once, one gets it.
+    // Removes the stream and returns it; if two threads try, only one gets it.
     Pointer remove(std::uint32_t handle) {
         auto item = streams.lock();
         auto entry = item.value.extract(handle);

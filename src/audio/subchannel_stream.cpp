@@ -14,7 +14,7 @@ namespace {
 constexpr std::int64_t TENTHS = 10;
 constexpr std::int64_t DRIFT_LIMIT = 2 * TENTHS;
 
-// The division comes first and rounds towards zero, so that the product stays within 32 bits.
+// The division comes first (and rounds towards zero), so that the product fits into 32 bits.
 void fade(std::span<std::int32_t> samples, std::int32_t const* gain) {
     for (std::size_t i = 0; i < samples.size(); ++i)
         samples[i] = samples[i] / FULL_GAIN * gain[i];
@@ -28,11 +28,11 @@ std::span<std::int32_t> fadeAndCorrect(DecodedBlock const& decoded, std::int64_t
     bool const drop_first = join && drift >= DRIFT_LIMIT;
     std::int32_t const first = decoded.samples.front();
 
-    // A block of fewer than 200 samples has no middle; one shorter still ends in what the head leaves of it, and its
-    // fade-out is the end of the gains, so that it reaches zero all the same.
+    // In a block of fewer than 200 samples the fade-out is shortened to the samples after the fade-in. It uses the last
+    // gains of the table, so it still ends at zero.
     std::size_t const head_end = std::min<std::size_t>(FADE_SAMPLES, decoded.samples.size());
     std::size_t const tail_size = std::min<std::size_t>(FADE_SAMPLES, decoded.samples.size() - head_end);
-    // KEEP: a head that lost its first sample still begins with the first gain.
+    // KEEP: without its first sample, a fade-in still starts with the first gain.
     auto const kept = decoded.samples.subspan(drop_first ? 1 : 0);
     auto const head = kept.first(head_end - (drop_first ? 1 : 0));
     auto const tail = kept.last(tail_size);
@@ -40,13 +40,13 @@ std::span<std::int32_t> fadeAndCorrect(DecodedBlock const& decoded, std::int64_t
     if (!decoded.invalid && decoded.header.fade_out) fade(tail, gains().out.data() + (FADE_SAMPLES - tail_size));
 
     if (!repeat_first) return kept;
-    // KEEP: the repeated sample comes first and is not faded. It takes the place in front of the samples.
+    // KEEP: the repeated sample comes first and is not faded. It overwrites the last word of the header.
     std::int32_t* const repeated = decoded.samples.data() - 1;
     *repeated = first;
     return {repeated, decoded.samples.size() + 1};
 }
 
-// Emptied entries are dropped before the list would grow, so that a warm stream allocates nothing.
+// Removes used entries before the list would grow, so a stream that has run for a while allocates nothing.
 void SubchannelStream::reserveBlock() {
     if (buffered.size() < buffered.capacity()) return;
     buffered.erase(buffered.begin(), buffered.begin() + static_cast<std::ptrdiff_t>(front));

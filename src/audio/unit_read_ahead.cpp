@@ -17,8 +17,8 @@ namespace KelvonClip::hemlock {
 
 namespace {
 
-// Counts the tasks of all readers that the pool still holds, so that the library's code is not unloaded under them.
-// Never destroyed: a task may end after everything else.
+// Counts the tasks of all readers in the pool, so that the library is not unloaded while one runs. Never destroyed,
+// because a task may end after static objects are destroyed.
 class TaskCount {
   public:
     static TaskCount& process() {
@@ -34,7 +34,7 @@ class TaskCount {
         if (--tasks == 0) none_left.notify_all();
     }
     bool waitForNone(std::chrono::seconds at_most) {
-        if (platform::otherThreadsAreGone()) return false;  // and with them what they ran
+        if (platform::otherThreadsAreGone()) return false;  // their tasks never end
         auto lock = locked(mutex);
         return none_left.wait_for(lock, at_most, [this] { return tasks == 0; });
     }
@@ -51,16 +51,16 @@ class TaskCount {
 
 }  // namespace
 
-// Some consecutive units that are read together.
+// Consecutive units that are read together.
 //
-// A run that is to be read is in the queue; whoever takes it out reads it. The background task then posts `done`; the
-// reader, which looks after its own readings itself, does not.
+// A run is queued until either the background task or the reader takes it out and reads it. The background task posts
+// `done` afterwards; the reader, which is the only one to wait for `done`, does not.
 class UnitReadAhead::Run {
   public:
     Run(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes, std::shared_ptr<std::byte> place)
         : units(std::move(track_units)), unit_size(unit_size_in_bytes), memory(std::move(place)) {}
 
-    // The range that is read, and how many of its units have been handed out. The reader's alone while the run is not
+    // The range of units, and how many of them have been handed out. Accessed by the reader only, unless the run is
     // being read.
     std::uint64_t first = 0;
     std::uint32_t count = 0, handed_out = 0;
@@ -71,13 +71,13 @@ class UnitReadAhead::Run {
         return reinterpret_cast<std::int32_t*>(memory.get() + std::size_t{index} * unit_size);
     }
 
-    // The background task's reading.
+    // Called by the background task.
     void readInBackground() noexcept {
         read();
         done.post();
     }
 
-    // The reader's view: from `markPending` until the run has been read or given up, somebody has to read it.
+    // Called by the reader. A run is pending from markPending until it has been read or cancelled.
     void markPending() { read_finished = false; }
     bool isRead() { return read_finished || waitUntilRead(0); }
     bool waitUntilRead(std::uint32_t timeout_ms = KSemaphore::FOREVER) {
@@ -91,7 +91,7 @@ class UnitReadAhead::Run {
     void markCancelled() { read_finished = true; }
 
   private:
-    // A unit number beyond 32 bits is past the end of every track.
+    // A unit number above 32 bits is past the end of every track.
     void read() noexcept {
         auto const first_unit = static_cast<std::uint32_t>(std::min<std::uint64_t>(first, UINT32_MAX));
         try {
@@ -105,7 +105,7 @@ class UnitReadAhead::Run {
         try {
             std::fill_n(errors.data(), count, KString(text));
         } catch (std::exception const&) {
-            // Not even memory for a text: one of three letters needs none.
+            // No memory for the text either. A text of three characters needs none.
             std::fill_n(errors.data(), count, KString("???"));
         }
     }
@@ -113,11 +113,11 @@ class UnitReadAhead::Run {
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
     std::shared_ptr<std::byte> const memory;  // UNITS_PER_RUN units
-    KSemaphore done{0};                       // posted once for every reading by the background task
-    bool read_finished = true;                // the reader's: nothing is under way, and what was has been waited for
+    KSemaphore done{0};                       // posted after each read by the background task
+    bool read_finished = true;                // accessed by the reader only: the run is not pending
 };
 
-// The runs that nobody has begun to read, in unit order, and the task that reads one after the other until none is left.
+// The runs that nobody has started to read, in unit order, and the task that reads them until none is left.
 // Threads: any.
 class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
   public:
@@ -134,7 +134,7 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
         try {
             platform::runInBackground([this] { readAll(*this); });
         } catch (std::exception const&) {
-            // The host takes no more tasks: the reader reads the run when it needs it.
+            // The host accepts no more tasks: the reader will read the run itself when it needs it.
             {
                 auto const lock = locked(mutex);
                 held_by_task.reset();
@@ -143,14 +143,14 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
         }
     }
 
-    // Takes the run out; false when somebody has already begun to read it.
+    // Takes the run out of the queue; false if somebody has already started to read it.
     bool take(Run const& run) {
         auto const lock = locked(mutex);
         return std::erase_if(waiting, [&](auto const& each) { return each.get() == &run; }) > 0;
     }
 
   private:
-    // The task. The queue may be gone once the task has let go of it.
+    // The task. The queue may be destroyed once `held` is reset.
     static void readAll(Queue& queue) {
         std::shared_ptr<Queue> held;
         while (auto const run = queue.takeFirst(held))
@@ -159,8 +159,8 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
         TaskCount::process().end();
     }
 
-    // The next run for the task; when there is none, the task's hold on the queue instead, so that whatever is added
-    // from then on gets a new task.
+    // The next run for the task. If there is none, moves the task's reference to the queue into `held`; a run that is
+    // added from then on starts a new task.
     std::shared_ptr<Run> takeFirst(std::shared_ptr<Queue>& held) {
         auto const lock = locked(mutex);
         if (waiting.empty()) {
@@ -203,7 +203,7 @@ KString UnitReadAhead::next(Unit& unit) {
     return {};
 }
 
-// Past the end units are asked for one by one, because the track may have grown by the time the next one is needed.
+// Past the end, units are read one by one, because the track may have grown when the next one is needed.
 void UnitReadAhead::queueRuns() {
     if (pending.size() == RUNS_AHEAD) return;
     std::uint64_t const length = units->lengthInUnits();
@@ -221,8 +221,8 @@ void UnitReadAhead::queueRuns() {
     }
 }
 
-// Waits until the run has been read. As long as there is one that nobody has begun, that is read here instead of
-// sleeping: where the bytes are in memory already, reading is work, and two do it in half the time.
+// Waits until the run has been read. As long as there are queued runs, reads them here instead of sleeping: when the
+// data is in memory already, reading is CPU work, and two threads take half the time.
 void UnitReadAhead::await(Run& wanted) {
     while (!wanted.isRead()) {
         auto const queued = std::ranges::find_if(pending, [&](auto const& run) { return queue->take(*run); });
@@ -238,7 +238,7 @@ void UnitReadAhead::cancelQueued() {
         if (queue->take(*run)) run->markCancelled();
 }
 
-// What is under way is waited for.
+// Cancels the queued runs and waits for the one being read.
 void UnitReadAhead::cancelAndWait() {
     cancelQueued();
     for (auto const& run : pending)
@@ -260,7 +260,7 @@ std::shared_ptr<UnitReadAhead::Run> UnitReadAhead::spareRun() {
     return run;
 }
 
-// Enough for all runs of a reader whose subchannels keep in step comes in one piece, which can lie in huge pages.
+// The memory for all runs that a reader normally needs is allocated at once, so that it can use huge pages.
 std::shared_ptr<std::byte> UnitReadAhead::allocateRun() {
     std::size_t const run_size = std::size_t{UNITS_PER_RUN} * unit_size;
     if (runs_left == 0) {

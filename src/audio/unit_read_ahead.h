@@ -1,19 +1,19 @@
-// Reads the units of a track ahead of the one who needs them, and hands them over in order.
+// Reads the units of a track ahead of their use, and returns them in order.
 //
-// A background task reads run after run of units. Whoever has to wait for the run that the task is at reads, meanwhile,
-// one that it has not begun. So a pool that is kept busy by slow readers costs another reader its head start, never its
-// progress.
+// Units are read in runs. A background task reads one run after the other. A caller that would have to wait for the
+// task's current run reads a queued run itself meanwhile. So when slow readers keep all threads of the pool busy, other
+// readers lose their read-ahead but still make progress.
 //
-//   track:    ... | run being handed out | run on its way | run on its way | not asked for yet ...
+//   track:    ... | run in use | run being read | run queued | not requested yet ...
 //                   ^ next unit
 //
 // Invariants
-//   * At most RUNS_AHEAD runs exist at a time beyond those whose blocks are still wanted.
-//   * A reader has at most one task in the pool, which reads as long as there is something to read: a run more costs no
-//     thread a wake-up, and a few slow readers leave the pool to the others.
-//   * Nothing is read ahead beyond the track's end as it was known then, so a reader that follows a recording sees
-//     every unit that was written before it asked for it.
-//   * After a failure the next unit is the one that failed.
+//   * At most RUNS_AHEAD runs are pending. Finished runs are kept while their blocks are still in use.
+//   * A reader has at most one task in the pool; the task reads until no run is queued. So a further run needs no
+//     further thread wake-up, and a few slow readers do not fill the pool.
+//   * No run extends beyond the end of the track at the time when it was queued. So a reader that follows a recording
+//     gets every unit that was written before it was requested.
+//   * After an error the next unit is the one that failed.
 // Threads: one caller at a time. Runs are read on pool threads.
 #pragma once
 
@@ -30,15 +30,15 @@ namespace KelvonClip::hemlock {
 
 class UnitReadAhead {
   public:
-    // Eight units at once keep a disk busy, and are worth a change of hands even on a track of small units (two
-    // subchannels: 64 KiB); four runs leave the task something to do while one is being handed out. That is 0.5 to 1.3
-    // seconds of sound ahead, 5 MiB at most for a reader.
+    // Eight units in parallel keep a disk busy, and are enough work for a switch between threads even with small units
+    // (two subchannels: 64 KiB). Four runs leave work for the task while one is in use. This is 0.5 to 1.3 seconds of
+    // sound, and 5 MiB at most for each reader.
     static constexpr std::uint32_t UNITS_PER_RUN = 8;
     static constexpr std::size_t RUNS_AHEAD = 4;
-    static constexpr std::size_t RUNS_IN_STEP = RUNS_AHEAD + 1;  // one more, of which the last samples are still wanted
+    static constexpr std::size_t RUNS_IN_STEP = RUNS_AHEAD + 1;  // and one whose last samples are still in use
 
-    // A unit in memory. It stays there until *open_blocks, which its user raises and lowers, is back at zero; what the
-    // user does not raise before the next call of `next` is not kept.
+    // A unit in memory. The user increments *open_blocks before the next call of `next`, and decrements it when done;
+    // the unit stays valid until the count is back at zero.
     struct Unit {
         std::uint64_t index;
         std::int32_t* words;
@@ -46,17 +46,17 @@ class UnitReadAhead {
     };
 
     UnitReadAhead(std::shared_ptr<TrackUnits> track_units, std::uint32_t unit_size_in_bytes);
-    // Waits for what is under way.
+    // Cancels queued runs and waits for the one being read.
     ~UnitReadAhead();
     UnitReadAhead(UnitReadAhead const&) = delete;
     UnitReadAhead& operator=(UnitReadAhead const&) = delete;
 
-    // Waits for the next unit. On a failure gives the unit's message, and the next call tries that unit again.
+    // Waits for the next unit; empty on success. After an error the next call tries the same unit again.
     KString next(Unit& unit);
 
-    // Leaves no run for the task to begin; what is being read goes on. For the end of the library.
+    // Cancels queued runs, without waiting for the one being read. For the end of the library.
     void cancelQueued();
-    // Waits until no task of any reader is left in the pool; false when the time was too short.
+    // Waits until no task of any reader is left in the pool; false if `at_most` has passed.
     static bool waitForTasks(std::chrono::seconds at_most);
     // How many tasks of all readers the pool holds; for tests.
     static std::uint64_t tasksInPool();
@@ -74,12 +74,12 @@ class UnitReadAhead {
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;
-    std::shared_ptr<Queue> const queue;          // of the pending runs, those that nobody has begun to read
-    std::uint64_t next_unread = 0;               // the first unit that no run covers
-    std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first is being handed out
-    std::shared_ptr<std::byte[]> memory;         // of the latest runs; each holds on to its part
+    std::shared_ptr<Queue> const queue;          // the pending runs that nobody has started to read
+    std::uint64_t next_unread = 0;               // the first unit that is not in a run
+    std::vector<std::shared_ptr<Run>> pending;   // in unit order; the first one is in use
+    std::shared_ptr<std::byte[]> memory;         // of the latest runs, each of which shares its ownership
     std::size_t runs_left = 0;                   // runs that `memory` has room for
-    std::vector<std::shared_ptr<Run>> finished;  // handed out; reused once their blocks are no longer wanted
+    std::vector<std::shared_ptr<Run>> finished;  // completely handed out; reused once none of their blocks is in use
 };
 
 }  // namespace KelvonClip::hemlock
