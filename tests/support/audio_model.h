@@ -1,5 +1,5 @@
-// An independent model of hemlock audio for tests, typed again from the format's description: the rates, a block builder
-// that writes bytes one by one, and a reader that does every step on copies. It uses nothing of the code under test.
+// An independent model of hemlock audio for tests, written from the description of the format: the rates, a block
+// builder that writes single bytes, and a reader that works on copies. It shares no code with the library.
 #pragma once
 
 #include <kelvonclip/kelvon_std.h>
@@ -19,7 +19,7 @@ struct Rate {
     std::uint8_t code;
     std::vector<std::uint32_t> cycle;  // samples of successive blocks of one recording
     std::uint32_t block_bytes;
-    VideoStandard standard;  // one that has this rate
+    VideoStandard standard;  // any standard of this rate
 };
 
 inline std::vector<Rate> const& rates() {
@@ -71,7 +71,7 @@ inline std::uint32_t get32(std::uint8_t const* from) {
     return from[0] | std::uint32_t{from[1]} << 8 | std::uint32_t{from[2]} << 16 | std::uint32_t{from[3]} << 24;
 }
 
-// The block's bytes at `to`, which has room for `size`.
+// Writes a block of `size` bytes to `to`.
 inline void build(Block const& block, std::uint8_t* to, std::uint32_t size) {
     std::fill_n(to, size, std::uint8_t{0});
     put32(to, block.magic);
@@ -85,7 +85,7 @@ inline void build(Block const& block, std::uint8_t* to, std::uint32_t size) {
     }
 }
 
-// What lies in a block, as the bytes say.
+// A block, decoded from its bytes.
 inline Block parse(std::uint8_t const* from, Rate const& rate) {
     Block block{get32(from), from[4], from[5], from[6], from[7], get32(from + 8), {}};
     std::uint32_t const count = rate.cycle[block.phase % rate.cycle.size()];
@@ -95,7 +95,7 @@ inline Block parse(std::uint8_t const* from, Rate const& rate) {
     return block;
 }
 
-// The stream of one subchannel, block after block, every step on a copy.
+// The stream of one subchannel; every step works on a copy of the block.
 class Stream {
   public:
     explicit Stream(Rate const& of) : rate(of) {}

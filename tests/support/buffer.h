@@ -1,4 +1,4 @@
-// Memory for file tests, with bytes that can be told from those of any other place.
+// Buffers for file tests. Their contents differ at every position.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace KelvonClip::test {
 
 constexpr std::uint32_t BLOCK = 4096;  // a multiple of every sector size
 
-// Starts at a multiple of BLOCK; filled with bytes that depend on their place and on `seed`.
+// A buffer aligned to BLOCK, filled with bytes that depend on their position and on `seed`.
 struct Buffer {
     explicit Buffer(std::size_t bytes, unsigned seed = 0)
         : memory(static_cast<std::byte*>(::operator new (bytes, std::align_val_t{BLOCK}))), size(bytes) {
@@ -31,7 +31,7 @@ struct Buffer {
     std::size_t size;
 };
 
-// A file with what a fresh Buffer of this size holds.
+// Creates a file with the contents of a fresh Buffer of this size.
 inline void makeFile(std::filesystem::path const& path, std::size_t size) {
     std::ofstream file(path, std::ios::binary);
     Buffer const content(size);

@@ -1,4 +1,4 @@
-// Runs one case of this test program in a second process; each host has its way (windows/child.cpp, linux/child.cpp).
+// Runs one case of this test program in a second process. Implemented in windows/child.cpp and linux/child.cpp.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@ namespace KelvonClip::test {
 
 constexpr int CHILD_PASSED = 0, CHILD_FAILED = 1;
 
-// Runs the case (its whole name; it may be a disabled one) and gives the process's exit code. `argument` is what
-// childArgument gives there.
+// Runs the case with this full name, which may be disabled, and returns the exit code of the process. There,
+// childArgument returns `argument`.
 int runChild(std::string const& test_name, std::wstring const& argument);
 std::wstring childArgument();
 

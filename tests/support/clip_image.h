@@ -1,4 +1,4 @@
-// Clip files made by hand, in the standard library's types only: header texts and header areas.
+// Hand-made clip files: header texts and header areas, in types of the standard library only.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ inline std::string trackMeta(std::string const& type, std::string const& vfile) 
     return element("TrackMeta", element("TrackType", type) + vfile);
 }
 
-// The text of a clip's header; `rest` are the elements beside the standard and the tracks.
+// The text of a clip header. `rest`: further elements after the standard and the tracks.
 inline std::string clipHeaderText(std::string const& standard, std::string const& tracks,
                                   std::string const& rest = "") {
     return element("KelvonClipMeta1", element("VideoStandard", standard) + element("TrackMetaVector", tracks) + rest);
@@ -44,7 +44,7 @@ inline void writeFile(std::wstring const& name, std::string const& bytes) {
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-// A unit's worth of bytes that differ from those of every other seed.
+// Bytes for a unit; different for every seed.
 inline std::string patternBytes(std::size_t size, std::uint32_t seed) {
     std::string bytes(size, '\0');
     std::uint32_t state = seed * 2654435761u + 1;

@@ -1,4 +1,4 @@
-// Container files looked at and made byte by byte, without the code under test.
+// Reads and makes container files byte by byte, without the code under test.
 #pragma once
 
 #include <cstddef>
@@ -34,7 +34,7 @@ inline std::string textAt(MemoryFile& file, std::uint64_t at, std::size_t length
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
-// `length` bytes that tell where they belong: no two positions below 2^32 begin the same 8 bytes, and seeds differ.
+// `length` bytes that identify their position: the 8 bytes at different positions below 2^32 differ, and so do seeds.
 inline std::vector<std::byte> pattern(std::uint64_t position, std::size_t length, std::uint64_t seed = 0) {
     std::vector<std::byte> bytes(length);
     for (std::size_t i = 0; i < length; ++i) {
@@ -44,7 +44,7 @@ inline std::vector<std::byte> pattern(std::uint64_t position, std::size_t length
     return bytes;
 }
 
-// A sparse file of format 2 as its bytes describe it. All in bytes.
+// A sparse file of format 2, decoded from its bytes. All numbers in bytes.
 struct Sparse2Image {
     struct Extent {
         std::uint64_t start, length, host;
@@ -54,14 +54,14 @@ struct Sparse2Image {
         std::uint64_t host, records;
         friend bool operator==(Block const&, Block const&) = default;
     };
-    bool valid = false;  // has the superblock's magic
+    bool valid = false;  // the superblock has its magic
     std::uint64_t length = 0;
-    std::vector<std::uint64_t> runs;  // host position of each run up to the first that does not exist
-    std::vector<Block> blocks;        // up to the first without a magic
+    std::vector<std::uint64_t> runs;  // host positions of the runs, up to the first that does not exist
+    std::vector<Block> blocks;        // up to the first one without its magic
     std::vector<Extent> extents;      // in log order
     std::uint64_t log_end = 0;
 
-    // Blocks in run e: a run is twice as long as the one before, less one, until 65.
+    // Blocks in run e: twice as many as in the previous run, minus one, up to 65.
     static std::uint64_t blocksInRun(std::size_t run) {
         std::uint64_t size = 1;
         for (std::size_t e = 0; e < run && size < 65; ++e)

@@ -1,8 +1,8 @@
-// A gate that opens once, for all: std::latch with wake-ups that cannot be lost.
+// A replacement for std::latch that never loses a wake-up.
 //
-// The C++ library of GCC 12 waits without a futex on Windows, reading the value it waits for outside the lock that its
-// notification does not take either; now and then std::latch, std::barrier, std::counting_semaphore and std::atomic's
-// wait sleep for ever there. None of them is used in this project (scripts/check-layers).
+// On Windows, the C++ library of GCC 12 loses wake-ups: it checks the value that it waits for without holding the lock
+// of the notification. std::latch, std::barrier, std::counting_semaphore and std::atomic::wait then sometimes sleep for
+// ever. None of them is used in this project (scripts/check-layers).
 #pragma once
 
 #include <condition_variable>

@@ -1,7 +1,7 @@
-// Virtual files for tests: a file in memory, a wrapper that makes chosen requests fail, and one that records them.
+// Virtual files for tests: a file in memory, a wrapper that makes chosen requests fail, and a wrapper that records
+// them.
 //
-// All three finish every request before the call returns; what a test may rely on beyond the VFileObject contract is
-// said below.
+// All three complete every request before the call returns.
 #pragma once
 
 #include <algorithm>
@@ -18,9 +18,9 @@
 
 namespace KelvonClip::test {
 
-// A file in memory that behaves like a host file: it grows by writing, a read past its end is "Read failed", a
-// reservation counts in `length` until it is released.
-// Pages that were never written take no memory, so positions may be as large as a test likes.
+// A file in memory that behaves like a host file: writing extends it, a read past its end gives "Read failed", and
+// `length` includes a reservation until it is released.
+// Pages that were never written use no memory, so positions may be arbitrarily large.
 // Threads: any.
 class MemoryFile : public VFileObject {
   public:
@@ -58,7 +58,7 @@ class MemoryFile : public VFileObject {
         reserved = 0;
     }
 
-    // Straight to the bytes, past the interface under test: bytes at and past the end read as zeros.
+    // Direct access to the bytes, not through the interface under test. Bytes past the end read as zeros.
     std::vector<std::byte> bytes(std::uint64_t position, std::uint64_t length) {
         std::lock_guard hold(mutex);
         std::vector<std::byte> result(static_cast<std::size_t>(length));
@@ -69,7 +69,7 @@ class MemoryFile : public VFileObject {
         std::lock_guard hold(mutex);
         copyIn(position, length, static_cast<std::byte const*>(from));
     }
-    // Cuts the file off or lengthens it with zeros.
+    // Truncates the file or extends it with zeros.
     void resize(std::uint64_t new_size) {
         std::lock_guard hold(mutex);
         pages.erase(pages.lower_bound((new_size + PAGE - 1) / PAGE), pages.end());
@@ -78,7 +78,7 @@ class MemoryFile : public VFileObject {
                       std::byte{0});
         size = new_size;
     }
-    // Bytes in the file, reservation not counted.
+    // The length without a reservation.
     std::uint64_t realSize() {
         std::lock_guard hold(mutex);
         return size;
@@ -124,7 +124,7 @@ class MemoryFile : public VFileObject {
     std::uint64_t reserved = 0;
 };
 
-// Hands everything on to another file. Base of the wrappers below.
+// Forwards everything to another file. Base class of the wrappers below.
 class WrappedFile : public VFileObject {
   public:
     explicit WrappedFile(std::shared_ptr<VFileObject> wrapped) : inner(std::move(wrapped)) {}
@@ -147,8 +147,8 @@ class WrappedFile : public VFileObject {
     std::shared_ptr<VFileObject> const inner;
 };
 
-// Makes chosen requests fail. The fault walk: for n = 1, 2, 3, ... arm the n-th request, run the operation, look at
-// what it left behind; stop when `struck` stays false.
+// Makes chosen requests fail. A fault walk: for n = 1, 2, 3, ... let the n-th request fail, run the operation, and
+// check what it leaves behind; stop when `struck` is false after the operation.
 //
 //     for (std::uint64_t n = 1;; ++n) {
 //         faulty->failFrom(n, FaultyFile::once);
@@ -159,8 +159,8 @@ class WrappedFile : public VFileObject {
 class FaultyFile : public WrappedFile {
   public:
     enum Span { once, from_there_on };
-    enum Kind { reads_and_writes, reads_only, writes_only };  // what is counted, and what fails
-    enum Damage { refused, torn };                            // torn: the first half is transferred, then the fault
+    enum Kind { reads_and_writes, reads_only, writes_only };  // the requests that are counted and fail
+    enum Damage { refused, torn };                            // torn: the first half is transferred before the fault
 
     static constexpr char const* READ_FAULT = "injected read fault";
     static constexpr char const* WRITE_FAULT = "injected write fault";
@@ -219,7 +219,7 @@ class FaultyFile : public WrappedFile {
     Damage damage = refused;
 };
 
-// Writes down what was asked of the file, in order.
+// Records the requests to the file, in order.
 class TraceFile : public WrappedFile {
   public:
     enum Operation { read_request, write_request, allocate_request, release_request };

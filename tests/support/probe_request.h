@@ -1,4 +1,4 @@
-// A request of a test's own at the platform's seam, with what became of it.
+// A request to a HostFile, and its result.
 #pragma once
 
 #include <functional>
@@ -30,7 +30,7 @@ struct ProbeRequest : platform::HostRequest {
     std::thread::id thread;
 };
 
-// Waits alertably until `holds`; the caller's requests must bring it about.
+// Waits alertably until `holds` returns true, which completions of the caller's requests must bring about.
 template <class Condition>
 void waitUntil(Condition holds) {
     platform::HostSemaphore nobody_posts(0, 1);

@@ -1,4 +1,4 @@
-// A folder of a test's own, unique and empty at the start, removed with everything in it at the end.
+// A temporary folder for one test: unique, empty at the start, removed with its contents at the end.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace KelvonClip {
 struct ScratchFolder : ScratchPath {
     using ScratchPath::ScratchPath;
 
-    // Names of a file in the folder (plain ASCII, as the folder's own), in the forms that the interfaces take.
+    // The path of a file in the folder, in the forms that the interfaces expect. `name` is plain ASCII.
     KString file(char const* name) const { return KString((path / name).string()); }
     std::wstring wide(char const* name) const { return file(name).toWide(); }
 };

@@ -1,4 +1,4 @@
-// A folder of a test's own, in the standard library's types only, so that tests of the exported interface can use it.
+// A temporary folder for one test, in types of the standard library only, for tests of the exported interface.
 #pragma once
 
 #include <filesystem>
@@ -29,7 +29,7 @@ struct ScratchPath {
     ScratchPath(ScratchPath const&) = delete;
     ScratchPath& operator=(ScratchPath const&) = delete;
 
-    // The name of a file in the folder (plain ASCII, as the folder's own) in the form that the exports take.
+    // The path of a file in the folder, in the form that the exported functions expect. `name` is plain ASCII.
     std::wstring name(char const* file_name) const {
         std::string const narrow = (path / file_name).string();
         return {narrow.begin(), narrow.end()};

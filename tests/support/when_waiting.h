@@ -1,6 +1,6 @@
-// Runs an action on a thread at the moment in which that thread waits. Every wait of the library is alertable, and a
-// request of a thread completes in its alertable waits only: so this one, which reads a file of its own, tells that the
-// thread has come to a wait, without a guess at how long that takes.
+// Runs an action on a thread as soon as that thread waits. Every wait of the library is alertable, and requests
+// complete in alertable waits only. So the completion of a request that this class starts shows that the thread is
+// waiting, and no test has to guess how long that takes.
 #pragma once
 
 #include <functional>
@@ -15,8 +15,8 @@
 
 namespace KelvonClip::test {
 
-// Made and destroyed by the thread that is to wait. The action runs once: in the first wait, or at the end of this
-// object where there was none.
+// Created and destroyed by the thread that will wait. The action runs once: in the first wait, or in the destructor if
+// there was no wait.
 class WhenWaiting {
   public:
     explicit WhenWaiting(std::function<void()> action) : request(std::move(action)) {

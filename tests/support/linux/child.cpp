@@ -14,7 +14,7 @@ namespace KelvonClip::test {
 namespace {
 
 constexpr char const* ARGUMENT = "KELVONCLIP_TEST_CHILD_ARGUMENT";
-constexpr int KILLED = 128;  // plus the signal's number, as shells report it
+constexpr int KILLED = 128;  // plus the number of the signal, as in a shell
 
 }  // namespace
 

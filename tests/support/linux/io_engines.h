@@ -1,4 +1,4 @@
-// The ways in which this host moves bytes; suites about files run once with each.
+// The I/O engines of this host. Test suites about files run once with each.
 #pragma once
 
 #include <vector>
@@ -11,7 +11,7 @@ struct IoEngine {
     char const* name;
     bool rings;
 
-    // For the calling thread and for threads that have done no I/O yet.
+    // Applies to the calling thread and to threads that have done no I/O yet.
     void use() const { platform::useRings(rings); }
 };
 

@@ -1,4 +1,4 @@
-// The ways in which this host moves bytes; suites about files run once with each. Windows has one.
+// The I/O engines of this host. Test suites about files run once with each. Windows has one.
 #pragma once
 
 #include <vector>

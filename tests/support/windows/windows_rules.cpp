@@ -14,7 +14,7 @@ namespace KelvonClip::test {
 
 namespace {
 
-// The system's own functions, reached past the import tables.
+// The functions of the system, called without going through the import tables.
 HMODULE const SYSTEM = GetModuleHandleW(L"kernel32.dll");
 template <class Function>
 Function systemFunction(char const* name) {
@@ -37,7 +37,7 @@ class Locked {
     SRWLOCK& lock;
 };
 
-// The unbuffered, overlapped handles that are open, with the access they were opened for.
+// The open unbuffered, overlapped handles, with the access that they were opened for.
 SRWLOCK files_lock = SRWLOCK_INIT;
 std::map<HANDLE, DWORD>& files() {
     static auto* const open_files = new std::map<HANDLE, DWORD>;
@@ -59,14 +59,14 @@ struct Transfer {
     LPOVERLAPPED_COMPLETION_ROUTINE routine;
     DWORD error = 0, transferred = 0;
 
-    // Where the system would have its records: a test that counts what the library allocates is not to count these.
+    // Stands for memory of the system, so tests that count the library's allocations must not count it.
     static void* operator new(std::size_t bytes) {
         if (void* const memory = HeapAlloc(GetProcessHeap(), 0, bytes)) return memory;
         throw std::bad_alloc();
     }
     static void operator delete(void* memory) { HeapFree(GetProcessHeap(), 0, memory); }
 
-    // Does it, on the worker's thread, with an OVERLAPPED of its own: the event field of the issuer's is not an event.
+    // Runs the transfer on the worker thread with an OVERLAPPED of its own: the event field of the issuer's is in use.
     void run() {
         OVERLAPPED own{};
         own.Offset = overlapped->Offset;
@@ -85,16 +85,16 @@ void CALLBACK deliver(ULONG_PTR parameter) {
     transfer->routine(transfer->error, transfer->transferred, transfer->overlapped);
 }
 
-// The thread that does the transfers. It is never ended: the process's end does that.
+// The thread that runs the transfers. It runs until the process ends.
 class Worker {
   public:
-    // Made, and running, before the first transfer: a thread cannot be started later, while DLLs are loaded or unloaded,
-    // and one that is still starting when the process ends may fault.
+    // Started before the first transfer: a thread cannot be started while DLLs are loaded or unloaded, and a thread
+    // that is still starting when the process ends may fault.
     Worker() : thread(CreateThread(nullptr, 0, &Worker::entry, this, 0, nullptr)) {
         WaitForSingleObject(running, INFINITE);
     }
 
-    // While the process is unloading its DLLs all threads but one are gone already.
+    // While the process unloads its DLLs, all threads but one have been terminated already.
     bool alive() const { return WaitForSingleObject(thread, 0) == WAIT_TIMEOUT; }
 
     void add(std::unique_ptr<Transfer> transfer) {
@@ -115,12 +115,12 @@ class Worker {
         auto transfer = take();
         transfer->run();
         HANDLE const issuer = transfer->issuer;
-        // A thread that has ended takes no completion: the transfer is lost, as on Windows.
+        // A thread that has ended receives no completion: the transfer is lost, as on Windows.
         if (QueueUserAPC(&deliver, issuer, reinterpret_cast<ULONG_PTR>(transfer.get()))) (void)transfer.release();
         system_CloseHandle(issuer);
     }
 
-    // Any of those that wait, by a fixed sequence.
+    // Picks a waiting transfer, by a fixed pseudo-random sequence.
     std::unique_ptr<Transfer> take() {
         Locked const held(lock);
         while (waiting.empty())
@@ -137,14 +137,14 @@ class Worker {
     std::vector<std::unique_ptr<Transfer>> waiting;
     std::uint32_t random = 1;
     HANDLE const running = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE const thread;  // last: it starts with everything above in place
+    HANDLE const thread;  // last, because the thread uses all members above
 };
 Worker& worker() {
     static auto* const only = new Worker;
     return *only;
 }
 std::atomic<bool> later{true};
-// One more than any error code: the next open succeeds or fails by itself.
+// Not an error code: the next open is not made to fail.
 constexpr std::uint64_t NO_FAILURE = 1ULL << 32;
 std::atomic<std::uint64_t> next_open_failure{NO_FAILURE};
 

@@ -1,12 +1,13 @@
-// Windows' file rules where Wine is more lenient, so that what breaks them fails under Wine as it would on Windows.
+// Enforces file rules of Windows where Wine is more lenient, so that code which breaks them fails under Wine too.
 //
-// On handles opened unbuffered and overlapped (the library's):
-//   * a transfer whose position, length or buffer is off the sector grid is refused with error 87,
-//   * so is an end of file off the grid,
+// On unbuffered, overlapped handles (those of the library):
+//   * a transfer whose position, length or address is not sector-aligned is refused with error 87,
+//   * so is an end of file that is not sector-aligned,
 //   * a transfer in a direction that the handle was not opened for is refused with error 5,
-//   * a transfer happens later, on another thread and in no given order, while the issuer goes on (Wine transfers inside
-//     the call), and its completion routine waits for the issuer's next alertable wait.
-// The rules are put into a module's import table; every test program starts with them in its own and in the DLL's.
+//   * transfers run later, on another thread and in arbitrary order (Wine transfers inside the call), and completion
+//     routines run in the issuer's next alertable wait.
+// The rules replace entries of a module's import table. Every test program starts with them in its own import table and
+// in that of the DLL.
 #pragma once
 
 #include <windows.h>
@@ -15,13 +16,13 @@ namespace KelvonClip::test {
 
 constexpr DWORD SECTOR_SIZE = 512;
 
-// Puts the rules into the import table of a module (a DLL that was loaded after the start).
+// Installs the rules in the import table of a module, for a DLL that is loaded later.
 void applyWindowsRules(HMODULE module);
 
-// Whether transfers happen later (the start) or inside the call, as Wine has it. The other rules hold in both cases.
+// Selects whether transfers run later (the default) or inside the call, as in Wine. The other rules always apply.
 void transferLater(bool later);
 
-// What the next CreateFileW fails with, once; for errors that no file can be made to give.
+// Makes the next CreateFileW fail with this error, for errors that no real file produces.
 void failNextOpenWith(DWORD error);
 
 }  // namespace KelvonClip::test
