@@ -1,9 +1,9 @@
-// Sequential audio against memcpy of the same bytes, against what the disk itself can do, and against libsndfile (RF64 and
-// W64, 32-bit PCM, de-interleaved into the same buffers): ten minutes of sixteen subchannels, in calls of 1920 and of 64
-// samples, on the same file system in the same run. Works in the current folder. libsndfile's files are in the page cache
-// when it reads them; what is left to be written back is written back before a reading begins.
+// Sequential audio compared with memcpy, with the disk's own throughput, and with libsndfile (RF64 and W64, 32-bit PCM,
+// de-interleaved into the same buffers): ten minutes of sixteen subchannels, in calls of 1920 and of 64 samples, on the
+// same file system in the same run. Works in the current folder. libsndfile reads its files from the page cache; dirty
+// pages are written back before each read test.
 //
-// KELVONCLIP_BENCH_AUDIO_MINUTES in the environment makes it shorter.
+// The environment variable KELVONCLIP_BENCH_AUDIO_MINUTES sets another duration.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <kelvonclip/kelvon_clip.h>
@@ -59,7 +59,7 @@ constexpr unsigned RATE = 48000;
 constexpr unsigned LONGEST_CALL = 1920;
 constexpr wchar_t CLIP[] = L"bench-audio.clip";
 
-// Whole blocks, so that the recording ends where a unit does.
+// A multiple of the block's samples, so that the recording ends at the end of a unit.
 std::uint64_t samplesInAll() {
     static std::uint64_t const samples = [] {
         char const* minutes = std::getenv("KELVONCLIP_BENCH_AUDIO_MINUTES");
@@ -69,7 +69,7 @@ std::uint64_t samplesInAll() {
     return samples;
 }
 
-// One buffer for each subchannel, and a call's worth of frames for those who interleave.
+// One buffer for each subchannel, and interleaved frames of one call for libsndfile.
 struct Buffers {
     Buffers() : streams(SUBCHANNELS, std::vector<std::int32_t>(LONGEST_CALL)), interleaved(LONGEST_CALL * SUBCHANNELS) {
         for (unsigned s = 0; s < SUBCHANNELS; ++s) {
@@ -122,7 +122,7 @@ struct Clip {
     unsigned handle = 0, track = 0;
 };
 
-// As many bytes in the same portions, between buffers that stay in the processor's cache: a bound, no rival.
+// The same number of bytes in the same portions, between buffers that stay in the cache: an upper bound.
 void copying(benchmark::State& state) {
     auto const call = static_cast<unsigned>(state.range(0));
     Buffers from, to;
@@ -248,9 +248,9 @@ void yardstickWrites(benchmark::State& state, Yardstick const& yardstick) {
     report(state, 0, 0);
 }
 
-// What the file system itself can do with units as large as the library's: direct transfers of the same units to and from
-// huge pages, nothing else. Read in runs of eight by four threads at once, as fast as the disk will; written one after the
-// other, because a unit is on the disk before the next one is begun.
+// The throughput of the file system alone: direct transfers of the same units to and from huge pages. Four threads read
+// runs of eight units in parallel, as fast as the disk can. Units are written one after the other, because the library
+// also completes each unit before it starts the next one.
 class RawUnits {
   public:
     RawUnits() : descriptor(::open(NAME, O_RDWR | O_CREAT | O_TRUNC | O_DIRECT | O_CLOEXEC, 0600)) {}

@@ -1,5 +1,5 @@
-// The extent map against std::map: regular recordings of four tracks that take turns in the log, and extents of
-// irregular length. Counters: bytes of memory an extent.
+// The extent map compared with std::map: regular recordings of four tracks that alternate in the log, and extents of
+// irregular length. Counter: bytes of memory for each extent.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -18,7 +18,7 @@ using KelvonClip::ExtentMap;
 
 constexpr std::uint64_t TRACKS = 4, TRACK_AREA = std::uint64_t{1} << 42;
 
-// What the nodes of the yardstick take: three 64-bit numbers, three links and the colour.
+// The size of a node of std::map: three 64-bit numbers, three links and the colour.
 constexpr double STD_MAP_NODE = 64;
 
 class StandardMap {

@@ -1,5 +1,5 @@
-// Runs the benchmarks and prints, after their table, how the library's figure relates to each yardstick's: every
-// benchmark is named GROUP/WHO[/ARGUMENTS], and WHO is "library" or the yardstick that was measured in the same run.
+// Runs the benchmarks and then prints the ratio of the library's time to that of each reference. A benchmark is named
+// GROUP/WHO[/ARGUMENTS], where WHO is "library" or the reference that was measured in the same run.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -35,7 +35,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
         auto const test = name.substr(0, slash) + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
         double const seconds = run.real_accumulated_time / static_cast<double>(run.iterations);
         auto& best = times_by_test[test].try_emplace(name.substr(slash + 1), seconds).first->second;
-        if (seconds < best) best = seconds;  // of several repetitions the least disturbed
+        if (seconds < best) best = seconds;  // the best of several repetitions
     }
     std::map<std::string, std::map<std::string, double>> times_by_test;
 };

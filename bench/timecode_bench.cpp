@@ -1,4 +1,4 @@
-// Timecode labels to counts and back, over a drop-frame day.
+// Converting timecode labels to counts and back, over a drop-frame day.
 #include <benchmark/benchmark.h>
 #include <kelvonclip/kelvonclip.h>
 

@@ -1,5 +1,5 @@
-// Unit reads and writes through the exported interface against raw O_DIRECT transfers of the same sizes, on the same
-// file system, in the same run. Works in the current folder.
+// Reading and writing units through the exported interface, compared with raw O_DIRECT transfers of the same size on
+// the same file system in the same run. Works in the current folder.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <kelvonclip/kelvonclip.h>
