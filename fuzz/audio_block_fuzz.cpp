@@ -1,7 +1,7 @@
-// The audio block reader and the stream behind it on arbitrary block headers, against the tests' own model.
+// The audio block decoder and the sample stream with arbitrary block headers, compared with the tests' own model.
 //
-// Input: the frequency (1 byte, of which the rest by ten counts), the portion that is taken at a time (1 byte), then 16
-// bytes for each unit: the 12 bytes that a block's header is read from, and a number from which its samples are made.
+// Input: the frequency (1 byte, modulo ten), the number of samples taken at a time (1 byte), then 16 bytes for each unit:
+// 12 bytes of block header, and a number from which the samples are generated.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     hemlock::Cadence const& cadence = hemlock::cadenceOf(rate.frequency);
     hemlock::SubchannelStream stream(cadence);
     model::Stream expected(rate);
-    std::vector<std::vector<std::int32_t>> units;  // a stream's samples stay in them
+    std::vector<std::vector<std::int32_t>> units;  // the stream points into them
     std::uint32_t open_blocks = 0;
     model::Samples taken;
 

@@ -1,4 +1,4 @@
-// The clip header reader and writer on arbitrary header areas.
+// The clip header reader and writer with arbitrary header areas.
 #include <cstdint>
 #include <string_view>
 
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     require(isStated(read), "one of the stated results");
     if (!read.meta) return 0;
     HeaderText const text = writeHeaderText(read.meta->root);
-    if (!text.area) return 0;  // escaping and closing tags can make it longer than it was
+    if (!text.area) return 0;  // escaping and closing tags can make the text too long
     HeaderRead const again = parseClipHeader({text.area->bytes.data(), text.area->bytes.size()});
     require(isStated(again) && again.meta, "a written header is read");
     requireEqual(*read.meta, *again.meta);

@@ -1,5 +1,5 @@
-// What the targets of the container formats share: the host that a fuzzer's bytes describe, and what is asked of whatever
-// opens on it.
+// Shared by the targets of the container formats: a host file described by the fuzzer's bytes, and the checks on a
+// container that opens on it.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +12,9 @@
 
 namespace KelvonClip::fuzz {
 
-// A host made of pieces: four bytes of position (in sectors, big-endian), one of length (in bytes), then the bytes. So few
-// bytes can describe blocks that lie far apart. The file ends behind the last piece, rounded up to `block`.
+// A host file made of pieces. Each piece is given by its position (four bytes, in sectors, big-endian), its length (one
+// byte) and its bytes. So a short input can describe blocks that are far apart. The file ends after the last piece,
+// rounded up to `block`.
 inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std::size_t size, std::uint64_t block) {
     auto const host = std::make_shared<test::MemoryFile>();
     std::uint64_t end = 0;
@@ -29,7 +30,7 @@ inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std:
     return host;
 }
 
-// Reading gives zeros, bytes or a message, everywhere and always the same.
+// Reads at many positions, twice: both reads must give the same bytes or the same message.
 inline void requireReadable(VFileObject& file) {
     std::vector<std::byte> first(70000), second(first.size());
     std::uint64_t const length = file.length();

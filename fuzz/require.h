@@ -1,4 +1,4 @@
-// What fuzz targets check: a property that does not hold ends the run, as a crash would.
+// The check of the fuzz targets: a property that does not hold aborts the run like a crash.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Grow containers on arbitrary hosts.
+// Grow containers with arbitrary host files.
 #include "vfile/vfilegrow.h"
 
 #include "container_fuzz.h"

@@ -1,4 +1,4 @@
-// Sparse files of format 1 on arbitrary hosts.
+// Sparse files of format 1 with arbitrary host files.
 #include "vfile/vfilesparse1.h"
 
 #include "container_fuzz.h"

@@ -1,4 +1,4 @@
-// Sparse files of format 2 on arbitrary hosts: reading, and writing into whatever the replay made of them.
+// Sparse files of format 2 with arbitrary host files: reading, and writing after the replay.
 #include "vfile/vfilesparse2.h"
 
 #include "container_fuzz.h"
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     if (!opened.file) return 0;
     fuzz::requireReadable(*opened.file);
 
-    // What is written is read, and is there again after closing unless the log had reached the length.
+    // Written data can be read, and is still there after reopening unless the log had reached the length.
     std::vector<std::byte> const bytes(1024, std::byte{0x5A});
     std::vector<std::byte> back(bytes.size());
     std::uint64_t const length = opened.file->length();

@@ -1,4 +1,4 @@
-// The XML reader, writer and extractor on arbitrary bytes.
+// The XML parser, writer and extractor with arbitrary bytes.
 #include <algorithm>
 #include <cstdint>
 #include <string_view>
@@ -27,7 +27,7 @@ void checkTree(XmlElement const& root) {
         require(root.child(child.name).name == child.name, "a child is found by its name");
 }
 
-// Feeds the bytes in two pieces and takes out elements until none is left.
+// Appends the bytes in two pieces and extracts elements until none is left.
 KString extractAll(std::string_view bytes, std::size_t first_piece) {
     XmlExtractor extractor(16);
     extractor.addTag(TAG);
@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         require(parsed.failed == parsed.root.invalid, "a failure is an invalid root");
         if (!parsed.failed) checkTree(parsed.root);
     } catch (ConversionError const&) {
-        // not UTF-8: no text to parse
+        // not UTF-8: nothing to parse
     }
     return 0;
 }
