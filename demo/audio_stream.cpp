@@ -1,5 +1,5 @@
-// Sequential audio in the demonstration, and a model of what must come back that knows nothing of the library's code:
-// it is written from the numbers of the format (docs/audio.md) alone.
+// Sequential audio in the demonstration, and an independent model of the expected result, written from the description
+// of the format (docs/audio.md) without any code of the library.
 #include <kelvonclip/kelvonclip.h>
 
 #include <algorithm>
@@ -14,9 +14,9 @@ namespace {
 using namespace KelvonClip;
 using Samples = std::vector<std::int32_t>;
 
-constexpr unsigned SAMPLES_PER_CALL = 1920;  // 40 ms, as a mixer's thread would ask for
+constexpr unsigned SAMPLES_PER_CALL = 1920;  // 40 ms, a typical call of an audio mixer
 
-// The cadence of a standard: how many samples block n of a recording holds, and ten times the nominal count.
+// The cadence of a standard: the number of samples in block n of a recording, and ten times the nominal number.
 struct Cadence {
     bool fractional;
     std::size_t samples(std::size_t block) const { return !fractional ? 960 : block % 5 == 4 ? 800 : 801; }
@@ -30,7 +30,7 @@ class Model {
   public:
     explicit Model(Cadence c) : cadence(c) {}
 
-    // A recording: fades in at its start; when it ends inside a block, the block is filled with silence and fades out.
+    // A recording has a fade-in. If it ends inside a block, the block is padded with silence and has a fade-out.
     void record(Samples::const_iterator from, Samples::const_iterator to) {
         for (std::size_t block = 0; from != to; ++block) {
             auto const wanted = static_cast<std::ptrdiff_t>(cadence.samples(block));
@@ -41,7 +41,7 @@ class Model {
             from += there;
         }
     }
-    // A track ends in silence.
+    // Silence after the end of the track.
     Samples delivered(std::size_t count) && {
         stream.resize(count);
         return std::move(stream);
@@ -62,7 +62,7 @@ class Model {
         stream.insert(stream.end(), block.begin(), block.end());
         drift += static_cast<std::int32_t>(size + repeat - drop) * 10 - cadence.nominal10();
     }
-    // 256ths, rising from silence.
+    // Gains in units of 1/256, rising from 0.
     static std::int32_t gain(std::size_t i) { return static_cast<std::int32_t>((256 * i + 50) / 100); }
 
     Cadence cadence;

@@ -10,7 +10,7 @@
 
 namespace demo {
 
-// What one clip cost: time in the library's calls only, essence is in memory before and compared after.
+// The cost of one clip. Only time in calls of the library counts: essence is loaded before and compared afterwards.
 struct Tally {
     unsigned tracks = 0;
     std::uint64_t units = 0, bytes = 0;
@@ -33,13 +33,13 @@ struct Tally {
 // Creates <clips>/<name>.clip from the essence folder and records every track. Throws Failure.
 Tally record(ClipPlan const& clip, std::filesystem::path const& essence, std::filesystem::path const& clips);
 
-// Opens the clip read-only, reads every unit, compares it with the essence and writes the essence that it read below
-// `extracted`. Throws Failure at the first difference.
+// Opens the clip read-only, reads every unit, compares it with the essence, and writes what it has read to `extracted`.
+// Throws Failure at the first difference.
 Tally play(ClipPlan const& clip, std::filesystem::path const& essence, std::filesystem::path const& clips,
            std::filesystem::path const& extracted);
 
-// The sequential streams of an audio track: two recordings, one after the other, and their reading back against an
-// independent model of cadence, fades and drift.
+// Sequential audio: makes two recordings, one after the other, and compares what is read with an independent model of
+// cadence, fades and drift.
 void recordStreams(ClipPlan const& clip, unsigned track, std::filesystem::path const& wave, Tally& tally);
 void playStreams(ClipPlan const& clip, unsigned track, std::filesystem::path const& wave, Tally& tally);
 

@@ -1,4 +1,4 @@
-// Essence as files: the units that go into a clip, and what comes out of it again for the decoder.
+// Files of essence: the units that are written to a clip, and those that were read from it, for the decoder.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace demo {
 
 using Bytes = std::vector<std::byte>;
 
-// A failure of the demonstration; its text says what differs or went wrong.
+// A failure of the demonstration, with a text that describes it.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -26,13 +26,13 @@ void require(bool condition, std::string const& what);
 // The units of a track, in order: a folder's files in name order, or a file cut into frames of `frame_bytes`.
 std::vector<Bytes> loadUnits(std::filesystem::path const& essence, std::size_t frame_bytes);
 
-// Bytes of one frame of a standard and format as encoders make it; 0 for code streams of varying size.
+// The size of an encoded frame of a standard and format; 0 for code streams of varying size.
 std::size_t frameBytes(ClipPlan const& clip);
 
 // A WAV file's samples, 32-bit, one vector per channel.
 std::vector<std::vector<std::int32_t>> loadWave(std::filesystem::path const& file, unsigned channels);
 
-// The essence in a unit: without the zeros behind a code stream's end.
+// The essence in a unit, without the zeros after the end of a code stream.
 std::size_t essenceBytes(ClipPlan const& clip, Bytes const& unit);
 
 // One unit of hemlock audio: a block of samples for each subchannel, as docs/format.md describes it, at the

@@ -1,4 +1,4 @@
-// What the demonstration records: the clips and their tracks, as data. The recording and the playing process share it.
+// The clips and tracks of the demonstration, as data for the recording and the playing process.
 #pragma once
 
 #include <array>
@@ -10,8 +10,8 @@ enum class Video { none, avci, dv, j2k };
 enum class Timecode { striped, tc0_striped, track };
 enum class Audio {
     none,
-    units,    // the demonstration frames the units itself and writes them with track_write
-    streams,  // samples go through the sequential writer and come out through the sequential reader
+    units,    // the demonstration makes the units itself and writes them with track_write
+    streams,  // samples are written by the sequential writer and read by the sequential reader
 };
 
 struct ClipPlan {
@@ -46,8 +46,8 @@ inline constexpr auto CLIPS = std::to_array<ClipPlan>({
 // The sizes that the J2K clip asks for: luma, chroma and key, in bytes.
 inline constexpr unsigned J2K_LUMA = 150000, J2K_CHROMA = 50000, J2K_KEY = 200000;
 
-// A stream is recorded twice, one recording after the other on the same track: samples [0, FIRST) and the rest. FIRST
-// ends inside a unit at every rate that the plan uses, so that the first recording ends with a fade.
+// A stream is recorded in two recordings on the same track: samples [0, FIRST) and the rest. At every rate of the plan
+// FIRST lies inside a unit, so the first recording ends with a fade.
 inline constexpr std::uint32_t FIRST_RECORDING_SAMPLES = 100123;
 
 }  // namespace demo

@@ -12,7 +12,7 @@ namespace {
 
 using namespace KelvonClip;
 
-// A unit buffer at the alignment that is transferred without a copy.
+// A unit buffer with the alignment for transfers without a copy.
 class UnitBuffer {
   public:
     explicit UnitBuffer(std::size_t bytes) : start(::operator new(bytes, ALIGNMENT)) {}
@@ -40,7 +40,7 @@ std::vector<Bytes> readUnits(unsigned track, Tally& tally) {
     return units;
 }
 
-// Every unit must be its essence, followed by zeros to the unit's size.
+// Every unit must be the essence, padded with zeros to the unit size.
 void compare(std::vector<Bytes> const& units, std::vector<Bytes> const& expected, std::string const& what) {
     require(units.size() == expected.size(),
             what + ": " + std::to_string(units.size()) + " units came back of " + std::to_string(expected.size()));
@@ -75,8 +75,8 @@ void playAudioUnits(ClipPlan const& clip, unsigned track, std::filesystem::path 
     compare(readUnits(track, tally), expected, clip.audio_essence);
 }
 
-// A timecode track gives every field its label, read both as a unit and as a timecode. With the stripe of track 0, the
-// first label and the unit's number give it.
+// Checks the label of every field of a timecode track, read as a unit and as a timecode. If one timecode applies to the
+// whole track, the label follows from the first one and the unit number.
 void playTimecode(ClipPlan const& clip, unsigned track, Tally& tally) {
     auto const units = readUnits(track, tally);
     for (unsigned number = 0; number < units.size(); ++number) {

@@ -10,7 +10,7 @@ namespace {
 
 using namespace KelvonClip;
 
-// The description of a clip under creation, as calls.
+// Configures a clip under creation.
 void configure(ClipPlan const& clip, unsigned creation) {
     require(cfg_track_count_video(creation, clip.video_essence != nullptr), "cfg_track_count_video");
     require(cfg_track_count_key(creation, clip.key_essence != nullptr), "cfg_track_count_key");
@@ -36,7 +36,7 @@ void configure(ClipPlan const& clip, unsigned creation) {
     require(cfg_clip_timecode2(creation, clip.first_timecode, clip.drop_frame, track, tc0), "cfg_clip_timecode2");
 }
 
-// The units of one track of the open clip; audio streams have none, they are recorded on their own.
+// The units of one track of the open clip. Audio streams have none here; they are recorded separately.
 std::vector<Bytes> unitsFor(ClipPlan const& clip, unsigned track, std::filesystem::path const& essence,
                             std::size_t frames) {
     switch (track_category(track)) {
@@ -67,7 +67,7 @@ std::vector<Bytes> unitsFor(ClipPlan const& clip, unsigned track, std::filesyste
 struct Source {
     unsigned track;
     std::vector<Bytes> units;
-    std::size_t per_frame;  // units that one frame of video brings
+    std::size_t per_frame;  // units for each frame of video
     std::size_t next = 0;
 };
 
@@ -93,7 +93,7 @@ Tally record(ClipPlan const& clip, std::filesystem::path const& essence, std::fi
         sources.push_back({track, std::move(units), 2 / track_fields_per_unit(track)});
     }
 
-    // A server's order: everything of a frame, then the next frame.
+    // The order of a video server: all units of a frame, then those of the next frame.
     bool more = true;
     while (more) {
         more = false;

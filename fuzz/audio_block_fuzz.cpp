@@ -1,7 +1,7 @@
 // The audio block decoder and the sample stream with arbitrary block headers, compared with the tests' own model.
 //
-// Input: the frequency (1 byte, modulo ten), the number of samples taken at a time (1 byte), then 16 bytes for each unit:
-// 12 bytes of block header, and a number from which the samples are generated.
+// Input: the frequency (1 byte, modulo ten), the number of samples taken at a time (1 byte), then 16 bytes for each
+// unit: 12 bytes of block header, and a number from which the samples are generated.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
