@@ -1,16 +1,16 @@
-# Flags that everything of this project is built with; nothing here reaches those who use the installed library.
+# Flags for all targets of this project. None of them applies to users of the installed library.
 add_library(kelvonclip_build_flags INTERFACE)
 target_compile_options(kelvonclip_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(KELVONCLIP_WERROR)
   target_compile_options(kelvonclip_build_flags INTERFACE -Werror)
 endif()
 
-# A symbol that is unique in the whole process would keep the library in memory for ever: it has to unload when asked.
+# Process-wide unique symbols would prevent the library from being unloaded.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
   target_compile_options(kelvonclip_build_flags INTERFACE -fno-gnu-unique)
 endif()
 
-# The sanitizers stand apart, because GoogleTest has to be built with them too but not with our warnings.
+# Sanitizers have a target of their own, because GoogleTest is built with them too, but without our warnings.
 add_library(kelvonclip_sanitizers INTERFACE)
 if(KELVONCLIP_SANITIZE)
   target_compile_options(kelvonclip_sanitizers INTERFACE -fsanitize=${KELVONCLIP_SANITIZE} -fno-omit-frame-pointer

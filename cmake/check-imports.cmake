@@ -1,4 +1,5 @@
-# Fails when a Windows binary needs more than Windows' own DLLs: cmake -DOBJDUMP=... -DBINARY=... -P check-imports.cmake
+# Fails if a Windows binary needs DLLs other than those of Windows.
+# usage: cmake -DOBJDUMP=... -DBINARY=... -P check-imports.cmake
 cmake_minimum_required(VERSION 3.25)
 set(allowed kernel32.dll msvcrt.dll rpcrt4.dll)
 

@@ -17,13 +17,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# SSE arithmetic gives the results of the 64-bit builds; callers and Windows' callbacks guarantee 4 bytes of stack
-# alignment only, so every function that needs more realigns; the heap gives 8 bytes, not the 16 that `new` would assume.
+# SSE arithmetic gives the same results as the 64-bit builds. Callers and callbacks of Windows align the stack to 4 bytes
+# only, so functions that need more realign it. The heap aligns to 8 bytes, not to the 16 that `new` would assume.
 set(code_flags "-march=i686 -msse2 -mfpmath=sse -mstackrealign")
 set(CMAKE_C_FLAGS_INIT   "${code_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${code_flags} -faligned-new=8")
 
-# Everything but Windows' own DLLs is linked in.
+# Everything except the DLLs of Windows is linked statically.
 set(link_flags "-static -static-libgcc -static-libstdc++ -Wl,--nxcompat -Wl,--dynamicbase -Wl,--no-insert-timestamp")
 set(CMAKE_EXE_LINKER_FLAGS_INIT    "${link_flags} -Wl,--large-address-aware")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${link_flags}")

@@ -1,8 +1,8 @@
-# Callers built with Microsoft's compiler: clang stands in for that compiler.
+# Support for callers built with Microsoft's compiler. clang takes its place.
 find_program(KELVONCLIP_CLANG NAMES clang++ REQUIRED DOC "clang, which decorates names as Microsoft's compiler does")
 find_program(KELVONCLIP_CXXFILT NAMES c++filt REQUIRED)
 
-# The headers of the C++ library and of the system; GCC's own ones (intrinsics) are not for clang.
+# The headers of the C++ library and of the system, without those of GCC itself (intrinsics), which clang cannot use.
 set(system_folders ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES})
 list(FILTER system_folders EXCLUDE REGEX "/lib/gcc/.*/include(-fixed)?$")
 list(JOIN system_folders ":" system_folders)
@@ -10,8 +10,8 @@ set(microsoft_side_script ${PROJECT_SOURCE_DIR}/scripts/microsoft-side)
 set(microsoft_side ${microsoft_side_script} ${KELVONCLIP_CLANG} ${system_folders} ${PROJECT_SOURCE_DIR}/include)
 file(GLOB public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kelvonclip/*.h)
 
-# Exports every free function of the DLL under both decorations and makes NAME.lib, the import library of the decorated
-# names.
+# Exports every free function of the DLL under both decorated names, and makes NAME.lib, the import library for
+# Microsoft's linker.
 function(export_microsoft_names target)
   set(aliases ${CMAKE_CURRENT_BINARY_DIR}/${target}.def)
   set(import_library ${CMAKE_CURRENT_BINARY_DIR}/${target}.lib)
@@ -32,7 +32,7 @@ function(export_microsoft_names target)
   install(FILES ${import_library} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endfunction()
 
-# An object compiled as Microsoft's compiler would, as a source of a MinGW program that calls the DLL.
+# Adds a source that is compiled as Microsoft's compiler would, to a MinGW program that calls the DLL.
 function(target_microsoft_source target source)
   set(object ${CMAKE_CURRENT_BINARY_DIR}/${source}.obj)
   cmake_path(GET object PARENT_PATH folder)
