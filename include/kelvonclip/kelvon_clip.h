@@ -65,8 +65,24 @@ KELVONCLIP_API unsigned int clip_get_length(unsigned int clip);
 /// The timecode of the clip's first frame, by the source that the header names.
 ///
 /// "TC in track" is an answer rather than a failure: the clip has a timecode, and every unit of its timecode track
-/// carries one, with a drop-frame flag of its own. Ask track_get_timecode for unit 0 of the track whose track_category is
-/// timecode.
+/// carries one, with a drop-frame flag of its own:
+/// @code
+/// KTimecode firstTimecode(unsigned int clip) {  // undefined when the clip has none
+///     VideoFrequency const frequency = toVideoFrequency(clip_get_video_standard(clip));
+///     unsigned int fields = 0;
+///     bool drop = false;
+///     wchar_t const* const answer = clip_get_timecode(clip, &fields, &drop);
+///     bool found = answer == nullptr;
+///     if (!found && std::wcscmp(answer, L"TC in track") != 0) return {};
+///     for (unsigned int index = 0; !found && index < clip_track_count(clip); ++index) {
+///         unsigned int const track = clip_get_track(clip, index);
+///         found = track_category(track) == TrackCategory::timecode && track_valid_timecode(track, 0) &&
+///                 track_get_timecode(track, 0, &fields, &drop) == nullptr;
+///     }
+///     if (!found) return {};
+///     return {frequency, drop ? DropframeFlag::df : DropframeFlag::ndf, fields};
+/// }
+/// @endcode
 /// @param clip        the clip's handle
 /// @param timecode    receives the count in fields, as KTimecode takes it; 0 with "TC in track"; may be null
 /// @param drop_frame  receives whether it counts drop-frame, as the header says; may be null. The header of a clip that

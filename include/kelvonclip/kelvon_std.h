@@ -95,8 +95,16 @@ enum class VideoStandard : std::uint32_t {
 };
 
 /// @{
-/// Sets the value to the first valid one (1) and returns true. With getnext it walks an enumeration:
-/// `for (bool more = getfirst(value); more; more = getnext(value))` visits every valid value in rising order.
+/// Sets the value to the first valid one (1) and returns true. With getnext it visits every valid value in rising order:
+/// @code
+/// std::vector<VideoStandard> standardsAt(VideoFrequency frequency) {
+///     std::vector<VideoStandard> found;
+///     VideoStandard standard{};
+///     for (bool more = getfirst(standard); more; more = getnext(standard))
+///         if (toVideoFrequency(standard) == frequency) found.push_back(standard);
+///     return found;
+/// }
+/// @endcode
 KELVONCLIP_API bool getfirst(DropframeFlag& value);
 KELVONCLIP_API bool getfirst(VideoFrequency& value);
 KELVONCLIP_API bool getfirst(VideoResolution& value);

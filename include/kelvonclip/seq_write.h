@@ -10,6 +10,27 @@
 ///
 /// Threads: writers are independent of each other. One writer serves one caller at a time; different writers, any
 /// threads. One writer a track: two would write the same units.
+///
+/// With a reader a track's sound goes to another track of as many subchannels, of whatever standard:
+/// @code
+/// wchar_t const* copySound(unsigned int from, unsigned int to) {
+///     unsigned int reader = 0, writer = 0;
+///     if (wchar_t const* message = seqread_begin(from, &reader)) return message;
+///     wchar_t const* message = seqwrite_begin(to, &writer);
+///     std::vector<std::vector<std::int32_t>> samples(seqread_subchannel_count(reader), std::vector<std::int32_t>(4800));
+///     std::vector<std::int32_t*> buffers;
+///     for (auto& subchannel : samples)
+///         buffers.push_back(subchannel.data());
+///     while (message == nullptr && seqread_samples_remaining(reader) > 0) {
+///         auto const n = unsigned(std::min<std::uint64_t>(4800, seqread_samples_remaining(reader)));
+///         message = seqread_read(reader, buffers.data(), n);
+///         if (message == nullptr) message = seqwrite_write(writer, buffers.data(), n);
+///     }
+///     seqread_finish(reader);
+///     wchar_t const* const last = seqwrite_finish(writer);
+///     return message != nullptr ? message : last;
+/// }
+/// @endcode
 /// Source: docs/audio.md.
 #pragma once
 

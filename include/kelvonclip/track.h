@@ -32,7 +32,19 @@ enum class TrackCategory : std::uint32_t {
     /// Sound. A unit is a block of samples for each subchannel; seq_read.h and seq_write.h deal in samples.
     audio = 3,
     /// Timecode, one unit a field. The first 8 bytes of a unit are the timecode as KTimecode::from_tc64 reads it, the
-    /// others are not used.
+    /// others are not used. This writes a label at 50Hz:
+    /// @code
+    /// wchar_t const* writeLabelAt50Hz(unsigned int track, unsigned int unit, unsigned int hours, unsigned int minutes,
+    ///                                 unsigned int seconds, unsigned int frames, bool field_2) {
+    ///     unsigned int const label[4] = {hours | (field_2 ? 0x80u : 0u), minutes, seconds, frames};
+    ///     unsigned char bytes[8];
+    ///     for (unsigned int i = 0; i < 4; ++i) {
+    ///         bytes[2 * i] = label[i] & 15;
+    ///         bytes[2 * i + 1] = label[i] >> 4;
+    ///     }
+    ///     return track_write(track, unit, bytes, sizeof bytes);
+    /// }
+    /// @endcode
     timecode = 4,
 };
 
