@@ -16,7 +16,10 @@ class UnitDone : public CIO::CIOObject {
     UnitDone(KString& unit_error, std::shared_ptr<CIO::CIOObject> whole_run)
         : caller_error(unit_error), run(std::move(whole_run)) {}
     void complete() override {
-        if (KString const* text = error()) caller_error = *text;
+        if (outOfMemory())
+            run->setOutOfMemory();
+        else
+            caller_error = takeError();
     }
 
   private:

@@ -43,7 +43,7 @@ std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
     static auto& generator =
         *new KProtect<std::mt19937>(std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
     std::vector<std::uint32_t> words(count);
-    auto item = generator.lock();
+    auto item = generator.hold();
     for (auto& word : words)
         word = static_cast<std::uint32_t>(item.value());
     return words;

@@ -36,10 +36,10 @@ VideoStandard Clip::videoStandard() const {
 
 void Clip::adoptTracks(std::vector<std::unique_ptr<Track>> opened) { track_list = std::move(opened); }
 
-std::uint32_t Clip::writtenLength() const { return written_length.lock().value; }
+std::uint32_t Clip::writtenLength() const { return written_length.hold().value; }
 
 void Clip::raiseWrittenLength(std::uint32_t& track_written_length, std::uint32_t end_in_fields) {
-    auto clip_mark = written_length.lock();
+    auto clip_mark = written_length.hold();
     track_written_length = std::max(track_written_length, end_in_fields);
     clip_mark.value = std::max(clip_mark.value, end_in_fields);
 }

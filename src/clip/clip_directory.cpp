@@ -77,7 +77,7 @@ Entry makeEntry(Arguments&&... arguments) {
 
 template <class Key>
 Entry findIn(std::map<Key, Entry> ClipDirectory::*map, Key const& key) {
-    auto const item = directory().lock();
+    auto const item = directory().hold();
     auto const& entries = item.value.*map;
     auto const found = entries.find(key);
     return found == entries.end() ? nullptr : found->second;
@@ -89,14 +89,14 @@ void registerEntry(Entry const& entry) {
     // The nodes are made beforehand: moving them over cannot fail, so an entry is in both maps or in none.
     std::map<KString, Entry> name{{entry->file_name, entry}};
     std::map<std::uint32_t, Entry> handle{{entry->handle.number(), entry}};
-    auto item = directory().lock();
+    auto item = directory().hold();
     item.value.by_name.merge(name);
     item.value.by_clip_handle.merge(handle);
 }
 
 // The caller holds another reference, so that the entry outlives the lock.
 void unregisterEntry(OpenFileEntry const& entry) {
-    auto item = directory().lock();
+    auto item = directory().hold();
     item.value.by_name.erase(entry.file_name);
     item.value.by_clip_handle.erase(entry.handle.number());
     if (!entry.extra) return;
@@ -123,7 +123,7 @@ OpenedClip buildClip(std::shared_ptr<VFileObject> const& file, bool read_only) {
 }
 
 bool tracksAreOpen(OpenFileEntry const& entry) {
-    auto const item = directory().lock();
+    auto const item = directory().hold();
     return entry.extra != nullptr;
 }
 
@@ -143,7 +143,7 @@ std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& m
 
 void openTracks(Entry const& entry) {
     if (tracksAreOpen(*entry)) return;
-    auto const opening = trackOpeningLock().lock();
+    auto const opening = trackOpeningLock().hold();
     if (tracksAreOpen(*entry)) return;
 
     auto tracks = openTracksOf(*entry->clip, *entry->meta);
@@ -156,7 +156,7 @@ void openTracks(Entry const& entry) {
     }
     entry->clip->adoptTracks(std::move(tracks));
 
-    auto item = directory().lock();
+    auto item = directory().hold();
     entry->extra = std::move(extra);
     // A clip that was closed meanwhile must not come back by way of its tracks: this query still gets its answer, but
     // the track handles name nothing.
@@ -173,7 +173,7 @@ OpenFileEntry::OpenFileEntry(KString name, bool opened_read_only, std::shared_pt
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file) {
     if (name.empty()) return "Invalid filename";
     if (handle == nullptr) return "Invalid clip handle";
-    auto const opening = openLock().lock();
+    auto const opening = openLock().hold();
 
     if (Entry const open = findIn(&ClipDirectory::by_name, name)) {
         ++open->open_count;
@@ -198,7 +198,7 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
 
 void closeClip(std::uint32_t handle) {
     // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
-    auto const closing = openLock().lock();
+    auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
     if (!entry) return;
     if (entry->open_count == 1) unregisterEntry(*entry);
@@ -215,7 +215,7 @@ std::shared_ptr<OpenFileEntry> findClip(std::uint32_t handle, OpenTracks open_tr
 
 FoundTrack findTrack(std::uint32_t handle) {
     FoundTrack found;  // outlives the lock: the last reference to an entry is never dropped under it
-    auto const item = directory().lock();
+    auto const item = directory().hold();
     auto const owner = item.value.by_track_handle.find(handle);
     if (owner == item.value.by_track_handle.end()) return found;
 
@@ -248,7 +248,7 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
 void closeAllClips() {
     ClipDirectory closed;
     {
-        auto item = directory().lock();
+        auto item = directory().hold();
         std::swap(closed, item.value);
     }
     if (platform::otherThreadsAreGone()) {

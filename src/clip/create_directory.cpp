@@ -36,18 +36,18 @@ Creation findCreation(CreateDirectory const& directory, std::uint32_t handle) {
     return found == directory.by_handle.end() ? nullptr : found->second;
 }
 
-Creation findCreation(std::uint32_t handle) { return findCreation(creations().lock().value, handle); }
+Creation findCreation(std::uint32_t handle) { return findCreation(creations().hold().value, handle); }
 
 // The description as it stands now; absent when another call has finished the creation.
 std::optional<ClipDescription> describe(std::uint32_t handle) {
-    auto const item = creations().lock();
+    auto const item = creations().hold();
     auto const creation = findCreation(item.value, handle);
     if (!creation) return std::nullopt;
     return creation->description;
 }
 
 void endCreation(CreateClip const& creation) {
-    auto item = creations().lock();
+    auto item = creations().hold();
     item.value.by_name.erase(creation.description.file_name);
     item.value.by_handle.erase(creation.handle.number());
 }
@@ -72,7 +72,7 @@ KString beginCreation(KString const& file_name, VideoStandard standard, unsigned
     if (handle == nullptr) return "Invalid handle pointer";
     if (!isValid(standard)) return "Invalid video standard";
 
-    auto item = creations().lock();
+    auto item = creations().hold();
     auto& [by_name, by_handle] = item.value;
     if (by_name.contains(file_name)) return "Already creating clip with same name";
     auto const creation = std::make_shared<CreateClip>();
@@ -88,7 +88,7 @@ KString beginCreation(KString const& file_name, VideoStandard standard, unsigned
 
 KString configureCreation(std::uint32_t handle, char const* unknown,
                           std::function<KString(ClipDescription&)> const& change) {
-    auto const item = creations().lock();
+    auto const item = creations().hold();
     auto const creation = findCreation(item.value, handle);
     return creation ? change(creation->description) : KString(unknown);
 }

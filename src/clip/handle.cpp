@@ -3,7 +3,7 @@
 namespace KelvonClip {
 
 std::uint32_t HandleSpace::allocate() {
-    auto item = state.lock();
+    auto item = state.hold();
     auto& [in_use, next] = item.value;
     while (next == 0 || in_use.contains(next))
         ++next;
@@ -11,7 +11,7 @@ std::uint32_t HandleSpace::allocate() {
     return next++;
 }
 
-void HandleSpace::release(std::uint32_t number) { state.lock().value.in_use.erase(number); }
+void HandleSpace::release(std::uint32_t number) { state.hold().value.in_use.erase(number); }
 
 HandleSpace& HandleSpace::process() {
     static auto& space = *new HandleSpace;

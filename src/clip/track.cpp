@@ -33,8 +33,8 @@ class PooledTransfer : public CIO::CIOObject {
         : buffer(std::move(pool_buffer)), caller_buffer(destination), size(unit_size), done(std::move(caller_done)) {}
 
     void complete() override {
-        if (KString const* text = error())
-            done->setError(*text);
+        if (error() != nullptr)
+            handErrorTo(*done);
         else if (caller_buffer)
             std::memcpy(caller_buffer, buffer->data(), size);
         buffer.reset();

@@ -34,7 +34,7 @@ UnitBufferPool::UnitBufferPool(std::uint32_t buffer_size) : free_list(std::make_
 
 UnitBufferPool::Buffer::Buffer(std::shared_ptr<FreeList> owner) : free_list(std::move(owner)) {
     {
-        auto item = free_list->buffers.lock();
+        auto item = free_list->buffers.hold();
         if (!item.value.empty()) {
             unit_buf = std::move(item.value.back());
             item.value.pop_back();
@@ -47,7 +47,7 @@ UnitBufferPool::Buffer::~Buffer() {
     if (!kassert(unit_buf != nullptr, "track", __LINE__, "unit_buf != nullptr")) return;
     std::memset(unit_buf.get(), 0, free_list->buffer_size);
     try {
-        free_list->buffers.lock().value.push_back(std::move(unit_buf));
+        free_list->buffers.hold().value.push_back(std::move(unit_buf));
     } catch (std::exception const&) {
         // No room on the list: the buffer is freed instead of kept.
     }

@@ -46,7 +46,7 @@ class UnitBufferPool {
     std::unique_ptr<Buffer> take() { return std::make_unique<Buffer>(free_list); }
 
     // How many buffers wait for their next user.
-    std::size_t freeCount() const { return free_list->buffers.lock().value.size(); }
+    std::size_t freeCount() const { return free_list->buffers.hold().value.size(); }
 
   private:
     std::shared_ptr<FreeList> free_list;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "foundation/kstring.h"
@@ -19,11 +20,13 @@ inline KString faultText(std::exception const& fault) {
 }
 
 // Runs an operation that gives a message (empty for success) and keeps internal faults inside: an exception's text
-// becomes the operation's message.
+// becomes the operation's message. Throws std::bad_alloc when memory has run out so far that there is none for a text.
 template <class Work>
 KString guarded(Work&& work) {
     try {
         return std::forward<Work>(work)();
+    } catch (std::bad_alloc const&) {
+        return OUT_OF_MEMORY;
     } catch (std::exception const& fault) {
         return faultText(fault);
     }
@@ -32,7 +35,11 @@ KString guarded(Work&& work) {
 // The body of every exported function that returns a message: null on success, else the stashed text.
 template <class Work>
 wchar_t const* exported(Work&& work) noexcept {
-    return stash(guarded(std::forward<Work>(work)));
+    try {
+        return stash(guarded(std::forward<Work>(work)));
+    } catch (std::bad_alloc const&) {
+        return OUT_OF_MEMORY;
+    }
 }
 
 // The body of every exported query: internal faults give the query's neutral value.

@@ -1,7 +1,4 @@
 // A recursive mutex and its locker. Copies of a KMutexLock share one mutex.
-//
-// Every look-up in a registry takes a locker, and some are on paths that run thousands of times a second; so lockers lie
-// in recycled memory.
 #pragma once
 
 #include <memory>
@@ -27,11 +24,16 @@ class KMutexLock {
         std::unique_lock<std::recursive_mutex> lock;
     };
 
-    KMutexLock() : mutex(std::make_shared<std::recursive_mutex>()) {}
+    // Some hosts allocate what stands behind a mutex when it is locked for the first time: that is done here, where a
+    // failure (std::system_error) does no harm.
+    KMutexLock() : mutex(std::make_shared<std::recursive_mutex>()) { static_cast<void>(hold()); }
 
     // Blocks until the mutex is this thread's; the owning thread may lock it again.
     // Throws std::system_error when the host refuses.
     std::shared_ptr<Locker> lock() const { return std::allocate_shared<Locker>(platform::Recycling<Locker>(), mutex); }
+
+    // The same for a scope: needs no memory, so destructors can rely on it. Nothing keeps the mutex alive meanwhile.
+    std::unique_lock<std::recursive_mutex> hold() const { return locked(*mutex); }
 
   private:
     std::shared_ptr<std::recursive_mutex> mutex;

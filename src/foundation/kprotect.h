@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "foundation/kmutexlock.h"
@@ -16,6 +17,11 @@ class KProtect {
         std::shared_ptr<KMutexLock::Locker> locker;
         T& value;
     };
+    // The same for a scope. It needs no memory.
+    struct HeldItem {
+        std::unique_lock<std::recursive_mutex> lock;
+        T& value;
+    };
 
     KProtect() = default;
     explicit KProtect(T initial) : value(std::move(initial)) {}
@@ -23,6 +29,7 @@ class KProtect {
     KProtect& operator=(KProtect const&) = delete;
 
     ItemObject lock() { return {mutex.lock(), value}; }
+    HeldItem hold() { return {mutex.hold(), value}; }
 
   private:
     T value{};

@@ -1,6 +1,6 @@
 #include "foundation/ksemaphore.h"
 
-#include <memory>
+#include <mutex>
 
 #include "foundation/kassert.h"
 
@@ -19,8 +19,8 @@ bool KSemaphore::wait(std::uint32_t n, std::uint32_t timeout_ms) {
     if (n == 0) return true;
     if (!kassert(n <= max_count, "ksemaphore", __LINE__, "n <= max_count")) return false;
 
-    std::shared_ptr<KMutexLock::Locker> exclusive;
-    if (n > 1) exclusive = multi_unit_lock->lock();
+    std::unique_lock<std::recursive_mutex> exclusive;
+    if (n > 1) exclusive = multi_unit_lock->hold();
     for (std::uint32_t taken = 0; taken < n;) {
         // KEEP: any result but a unit or a time-out restarts the time-out; in particular completions of I/O do.
         switch (semaphore.waitAlertable(timeout_ms)) {

@@ -6,8 +6,11 @@
 // Threads: any; one mutex guards the table.
 #include "foundation/string_stash.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <string>
+#include <string_view>
 
 namespace KelvonClip {
 
@@ -28,10 +31,17 @@ Stash& theStash() {
     return *stash;
 }
 
+bool saysOutOfMemory(KString const& text) {
+    return std::ranges::equal(
+        text.codePoints(), std::wstring_view(OUT_OF_MEMORY),
+        [](char32_t code_point, wchar_t unit) { return code_point == static_cast<char32_t>(unit); });
+}
+
 }  // namespace
 
 wchar_t const* stash(KString const& text) {
     if (text.empty()) return nullptr;
+    if (saysOutOfMemory(text)) return OUT_OF_MEMORY;
     Stash& stash = theStash();
     std::lock_guard const lock(stash.mutex);
     auto entry = stash.entries.find(text);

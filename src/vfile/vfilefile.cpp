@@ -59,7 +59,7 @@ void purgeNowAndThen() {
     while (!calls.compare_exchange_weak(before, (before + 1) % PURGE_EVERY)) {
     }
     if ((before + 1) % PURGE_EVERY != 0) return;
-    auto item = openHostFiles().lock();
+    auto item = openHostFiles().hold();
     std::erase_if(item.value, [](auto const& entry) { return entry.second.gone(); });
 }
 
@@ -94,7 +94,7 @@ VFileFile::~VFileFile() {
 
 Opened<VFileFile> VFileFile::open(KString const& name, bool read_only) {
     purgeNowAndThen();
-    auto item = openHostFiles().lock();
+    auto item = openHostFiles().hold();
     if (auto live = liveOrClosed(item.value, name)) {
         auto vfilefile = std::dynamic_pointer_cast<VFileFile>(live);
         if (!kassert(vfilefile != nullptr, "vfilefile", 118, "vfilefile != nullptr")) return {"Internal error", {}};
@@ -106,7 +106,7 @@ Opened<VFileFile> VFileFile::open(KString const& name, bool read_only) {
 
 Opened<VFileFile> VFileFile::create(KString const& name) {
     purgeNowAndThen();
-    auto item = openHostFiles().lock();
+    auto item = openHostFiles().hold();
     if (liveOrClosed(item.value, name) != nullptr) {
         return {"Can't create file with same filename as file which is already open", {}};
     }
@@ -119,7 +119,7 @@ Opened<VFileFile> VFileFile::openHost(KString const& name, platform::FileAccess 
     if (opened.file == nullptr) return {KString(opened.error), {}};
     std::shared_ptr<VFileFile> file(
         new VFileFile(name, std::move(opened.file), access == platform::FileAccess::read_only));
-    openHostFiles().lock().value[name] = {file, file->closed.get_future().share()};
+    openHostFiles().hold().value[name] = {file, file->closed.get_future().share()};
     return {{}, std::move(file)};
 }
 

@@ -4,17 +4,51 @@ namespace KelvonClip {
 
 namespace CIO {
 
-CIOObject::~CIOObject() { delete first_error.load(std::memory_order_acquire); }
+constinit KString CIOObject::NO_TEXT;
 
-void CIOObject::setError(KString const& text) {
+CIOObject::~CIOObject() {
+    if (!outOfMemory()) delete error();
+}
+
+void CIOObject::setError(char const* text) noexcept {
+    try {
+        setError(KString(text));
+    } catch (std::bad_alloc const&) {
+        setOutOfMemory();
+    }
+}
+
+void CIOObject::setError(KString const& text) noexcept {
     if (error() != nullptr) return;
-    auto copy = std::make_unique<KString>(text);
+    try {
+        auto copy = std::make_unique<KString>(text);
+        KString* none = nullptr;
+        if (first_error.compare_exchange_strong(none, copy.get(), std::memory_order_acq_rel)) (void)copy.release();
+    } catch (std::bad_alloc const&) {
+        setOutOfMemory();
+    }
+}
+
+void CIOObject::setOutOfMemory() noexcept {
     KString* none = nullptr;
-    if (first_error.compare_exchange_strong(none, copy.get(), std::memory_order_acq_rel)) (void)copy.release();
+    first_error.compare_exchange_strong(none, &NO_TEXT, std::memory_order_acq_rel);
+}
+
+KString CIOObject::takeError() noexcept {
+    KString* const text = first_error.load(std::memory_order_acquire);
+    return text == nullptr ? KString() : std::move(*text);
+}
+
+void CIOObject::handErrorTo(CIOObject& other) const noexcept {
+    if (outOfMemory())
+        other.setOutOfMemory();
+    else if (KString const* text = error())
+        other.setError(*text);
 }
 
 void CIOSyncHelper::complete() {
-    if (KString const* text = error()) caller_error = *text;
+    caller_out_of_memory = outOfMemory();
+    caller_error = takeError();
     semaphore.post();
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "foundation/ksemaphore.h"
@@ -35,14 +36,25 @@ class CIOObject {
     // Called exactly once, on the thread that released the last reference.
     virtual void complete() = 0;
 
-    // The first text wins; later ones are dropped. Threads: any.
-    void setError(char const* text) { setError(KString(text)); }
-    void setError(KString const& text);
+    // The first error wins; later ones are dropped. A text for which there is no memory becomes setOutOfMemory.
+    // Threads: any.
+    void setError(char const* text) noexcept;
+    void setError(KString const& text) noexcept;
+    // Memory has run out: an error that needs none for a text.
+    void setOutOfMemory() noexcept;
 
-    // The first error text, or null while all went well.
-    KString const* error() const { return first_error.load(std::memory_order_acquire); }
+    // The first error text, or null while all went well. Empty when memory has run out.
+    KString const* error() const noexcept { return first_error.load(std::memory_order_acquire); }
+    bool outOfMemory() const noexcept { return error() == &NO_TEXT; }
+
+  protected:
+    // For `complete`: the text taken out, empty without one.
+    KString takeError() noexcept;
+    // For `complete`: what went wrong here goes wrong there.
+    void handErrorTo(CIOObject& other) const noexcept;
 
   private:
+    static KString NO_TEXT;  // its address stands for the error that has no text
     std::atomic<KString*> first_error{nullptr};
 };
 
@@ -55,34 +67,39 @@ std::shared_ptr<Kind> makeCompletion(Arguments&&... arguments) {
     return std::allocate_shared<Completing>(platform::Recycling<Completing>(), std::forward<Arguments>(arguments)...);
 }
 
-// Wakes a caller that waits: hands over the error text, then releases the semaphore by one.
+// Wakes a caller that waits: hands over what went wrong, then releases the semaphore by one.
 class CIOSyncHelper : public CIOObject {
   public:
-    // Both are the waiting caller's and outlive the operation.
-    CIOSyncHelper(KSemaphore& done, KString& error_text) : semaphore(done), caller_error(error_text) {}
+    // All are the waiting caller's and outlive the operation.
+    CIOSyncHelper(KSemaphore& done, KString& error_text, bool& memory_ran_out)
+        : semaphore(done), caller_error(error_text), caller_out_of_memory(memory_ran_out) {}
     void complete() override;
 
   private:
     KSemaphore& semaphore;
     KString& caller_error;
+    bool& caller_out_of_memory;
 };
 
 // Runs an asynchronous operation and waits for it: `start` is called with the completion object and hands it to the
 // requests that it issues. Gives the operation's first error text; empty on success. What `start` throws is thrown on,
-// but only after the requests that it had already issued are complete.
+// but only after the requests that it had already issued are complete. Throws std::bad_alloc when memory has run out.
 template <class Start>
 KString runSync(Start&& start) {
     KSemaphore done(0);
     KString error;
+    bool out_of_memory = false;
+    auto helper = makeCompletion<CIOSyncHelper>(done, error, out_of_memory);
     std::exception_ptr fault;
     try {
         // From here the helper lives exactly as long as some request holds it.
-        std::forward<Start>(start)(std::shared_ptr<CIOObject>(makeCompletion<CIOSyncHelper>(done, error)));
+        std::forward<Start>(start)(std::shared_ptr<CIOObject>(std::move(helper)));
     } catch (...) {
         fault = std::current_exception();
     }
     done.wait();
     if (fault) std::rethrow_exception(fault);
+    if (out_of_memory) throw std::bad_alloc();
     return error;
 }
 

@@ -97,7 +97,7 @@ Opened<VFileSparse1> VFileSparse1::open(std::shared_ptr<VFileObject> host, bool 
 void VFileSparse1::read(std::uint64_t position, std::uint32_t length, void* buffer,
                         std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
-    auto locked = map.lock();
+    auto locked = map.hold();
     auto const find = [&](std::uint64_t at) { return locked.value.atOrAfter(at); };
     readSparse(find, *host, position, length, buffer, done);
 }

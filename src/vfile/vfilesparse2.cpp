@@ -52,7 +52,7 @@ KString VFileSparse2::create(std::shared_ptr<VFileObject> const& host, std::uint
 VFileSparse2::~VFileSparse2() {
     if (read_only) return;
     try {
-        auto locked = data.lock();
+        auto locked = data.hold();
         locked.value.close(*host);
     } catch (std::exception const&) {
         // Out of memory while writing back: nobody is left to tell, as with an error of the host.
@@ -62,7 +62,7 @@ VFileSparse2::~VFileSparse2() {
 void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buffer,
                         std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
-    auto locked = data.lock();
+    auto locked = data.hold();
     auto const find = [&](std::uint64_t at) { return locked.value.filemap.atOrAfter(at); };
     readSparse(find, *host, position, length, buffer, done);
 }
@@ -72,7 +72,7 @@ void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void cons
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Write beyond end of sparse file");
     // Before the map is touched: what is read-only is not written back either.
     if (read_only) return done->setError("Write failed");
-    auto locked = data.lock();
+    auto locked = data.hold();
     auto const* from = static_cast<std::byte const*>(buffer);
     while (length > 0) {
         HostRange const piece = locked.value.mapRange(*host, position, length);
@@ -91,13 +91,13 @@ void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void cons
 KString VFileSparse2::name() { return host->name(); }
 
 std::uint64_t VFileSparse2::allocatedFrom(std::uint64_t position) {
-    auto locked = data.lock();
+    auto locked = data.hold();
     return locked.value.filemap.contiguousFrom(position);
 }
 
 void VFileSparse2::allocate(std::uint64_t position, std::uint32_t length) {
     if (read_only || !rangeWithin(position, length, length_bytes)) return;
-    auto locked = data.lock();
+    auto locked = data.hold();
     while (length > 0) {
         auto const extent = locked.value.filemap.atOrAfter(position);
         bool const stored = extent && extent->start <= position;

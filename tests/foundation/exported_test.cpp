@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <new>
 #include <stdexcept>
 
 namespace KelvonClip {
@@ -26,6 +28,14 @@ TEST(Exported, TextOfAnExceptionBecomesTheMessage) {
 
 TEST(Exported, ExceptionWhoseTextIsNotUtf8IsABadConversion) {
     EXPECT_STREQ(exported([]() -> KString { throw std::runtime_error("caf\xE9"); }), L"bad conversion");
+}
+
+TEST(Exported, LackOfMemoryIsAMessageOfItsOwn) {
+    EXPECT_EQ(exported([]() -> KString { throw std::bad_alloc(); }), OUT_OF_MEMORY);
+    EXPECT_EQ(exported([]() -> KString { throw std::bad_array_new_length(); }), OUT_OF_MEMORY);
+    EXPECT_EQ(exported([] { return KString("Out of memory"); }), OUT_OF_MEMORY);
+    EXPECT_STREQ(OUT_OF_MEMORY, L"Out of memory");
+    EXPECT_EQ(guarded([]() -> KString { throw std::bad_alloc(); }), "Out of memory");
 }
 
 TEST(Exported, GuardedKeepsTheMessageInside) {

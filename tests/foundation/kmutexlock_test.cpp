@@ -55,6 +55,18 @@ TEST(KMutexLock, StaysLockedUntilEveryLockOfTheOwningThreadIsGone) {
     }
 }
 
+TEST(KMutexLock, MayBeHeldForAScope) {
+    KMutexLock const mutex;
+    auto outer = mutex.hold();
+    auto inner = mutex.lock();
+    {
+        Probe const probe(mutex);
+        inner.reset();
+        EXPECT_FALSE(probe.entered);
+        outer.unlock();
+    }
+}
+
 TEST(KMutexLock, LockerKeepsTheMutexAlive) {
     auto mutex = std::make_unique<KMutexLock>();
     auto const locker = mutex->lock();
