@@ -1,5 +1,5 @@
-// That streams which have run for a while need no memory any more, down to the host's files. Counts what this whole
-// program allocates.
+// Checks that streams which have run for a while allocate nothing, including the host's files. Counts all allocations
+// of this program.
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -22,8 +22,8 @@ std::atomic<std::uint64_t> allocations{0};
 
 }  // namespace
 
-// The forms for aligned memory stay the standard library's: nothing here but whole buffers needs them. Not inlined: the
-// compiler may inline one side only, and then takes the pair for a mismatch.
+// The aligned forms are not replaced, because only whole buffers use them. Not inlined: the compiler might inline one
+// of the two only, and then warn about a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t bytes) {
     allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* const memory = std::malloc(bytes > 0 ? bytes : 1)) return memory;
@@ -39,13 +39,13 @@ constexpr unsigned SUBCHANNELS = 16;
 constexpr unsigned BLOCK_SAMPLES = 1920;  // at 25Hz
 constexpr unsigned UNITS_TO_WARM_UP = 100, UNITS_COUNTED = 400;
 
-// How many transfers are under way at once varies a little with the threads' pace, and so does the memory that they
-// share. Anything that is allocated for each call, or for each unit, comes to hundreds.
+// The number of concurrent transfers varies a little with thread timing, and so does the memory in the pool. An
+// allocation for each call or unit would count in hundreds.
 constexpr std::uint64_t A_FEW = 16;
 
 void expectOk(wchar_t const* message) { EXPECT_EQ(message == nullptr ? KString() : KString(message), KString()); }
 
-// The portions of samples that a call hands over.
+// The number of samples in a call.
 class WarmStreams : public testing::TestWithParam<unsigned> {
   protected:
     void SetUp() override {
@@ -65,7 +65,7 @@ class WarmStreams : public testing::TestWithParam<unsigned> {
             expectOk(one_call());
     }
 
-    // What the calls allocate once as many units have gone through as warm the stream up.
+    // The number of allocations after enough units have passed through the stream.
     std::uint64_t allocatedWhenWarm(std::function<wchar_t const*()> const& one_call) const {
         transfer(UNITS_TO_WARM_UP, one_call);
         std::uint64_t const before = allocations;

@@ -15,7 +15,7 @@ using model::Samples;
 
 AudioTrackShape shape(VideoFrequency frequency, std::uint32_t subchannels) { return {frequency, subchannels, 0}; }
 
-// Buffers of one portion for every subchannel, and what has been read so far.
+// Buffers for one call for every subchannel, and everything that was read so far.
 struct Collector {
     explicit Collector(HemlockReader& source) : reader(source), streams(source.subchannelCount()) {}
 
@@ -130,7 +130,7 @@ TEST(HemlockReader, FollowsDriftThroughManyJoins) {
         auto const track = std::make_shared<MemoryUnits>(shape(frequency, 2));
         for (int recording = 0; recording < 60; ++recording)
             record(*track, random, 1 + random() % 6);
-        // Only one subchannel's joins: the streams drift apart.
+        // Joins in one subchannel only, so that the streams drift apart.
         for (std::size_t unit = 20; unit < track->units.size(); ++unit)
             track->block(unit, 1)[4] = 0;
         bool const drifts = model::rateOf(frequency).cycle.size() > 1;
@@ -200,7 +200,7 @@ TEST(HemlockReader, ReadingNothingIsSuccess) {
     EXPECT_EQ(reader.samplesRemaining(), 15u * 1920);
 }
 
-// Every unit fails in turn; the samples before it are delivered, the position stays, and the stream goes on whole.
+// Every unit fails in turn: the samples before it are delivered, the position is unchanged, and no sample is lost.
 TEST(HemlockReader, AFailingUnitLosesNothing) {
     auto const& rate = model::rateOf(VideoFrequency::f60);
     for (std::uint32_t bad = 0; bad < 15; ++bad) {

@@ -88,7 +88,7 @@ TEST(BlockCutter, ClosingWithMoreThanABlockIsReported) {
     EXPECT_EQ(cutter.samples().count(), 800u);
 }
 
-// One block at a time, as its bytes say, over whatever was in the memory before.
+// Compares every byte of the blocks, which are written over memory with other contents.
 TEST(BlockCutter, EveryRateCutsBlocksOfItsCadenceWithCountingWords) {
     for (auto const& rate : model::rates()) {
         std::mt19937 random(rate.code);
@@ -298,7 +298,7 @@ TEST(HemlockWriter, ANullEntryIsSilence) {
     expectRecording(recording, streams);
 }
 
-// Every write fails in turn, once or a few times: what was handed over gets into the track all the same.
+// Every write fails in turn, once or several times: all samples still get into the track.
 TEST(HemlockWriter, AFailingDiskLosesNothing) {
     auto const streams = material(2, 12 * 1602 + 99, 12);
     auto const count = static_cast<std::uint32_t>(streams[0].size());
@@ -342,7 +342,7 @@ TEST(HemlockWriter, WhatMemoryCannotHoldIsRefusedAndWhatWasThereStays) {
     EXPECT_EQ(recording.write(streams, 0, 5000), KString("write fault"));
     recording.track->write_faults = 1;
     std::int32_t const* const silence[] = {nullptr, nullptr};
-    // The unit cannot be written, and this much cannot be kept: more than 32 bits can count.
+    // The unit cannot be written, and the queue cannot hold this many samples: the count would exceed 32 bits.
     EXPECT_EQ(recording.writer.write(silence, UINT32_MAX), KString("Out of memory"));
     ASSERT_TRUE(recording.writer.finish().empty());
     for (std::uint32_t s = 0; s < 2; ++s) {
@@ -361,7 +361,7 @@ TEST(HemlockWriter, FinishingReportsTheFirstFailureAndStopsThere) {
     EXPECT_EQ(recording.track->units.size(), 0u);
 }
 
-// What goes in comes out: fades at the ends, cadence and drift in between, by the model that reads the bytes.
+// Reading returns what was written, apart from fades and drift corrections, according to the independent model.
 TEST(HemlockWriter, WhatIsWrittenIsReadBackWithFadesAtTheJoins) {
     for (auto const& rate : model::rates()) {
         auto const track = std::make_shared<MemoryUnits>(AudioTrackShape{rate.frequency, 4, 0});

@@ -1,4 +1,4 @@
-// An audio track in memory, behind the seam at which the sample streams meet the clip layer.
+// An audio track in memory: an implementation of the interface between the sample streams and the clip layer.
 #pragma once
 
 #include <algorithm>
@@ -76,7 +76,7 @@ class MemoryUnits : public TrackUnits {
     std::mutex mutex;
 };
 
-// Appends a recording to the track: `unit_count` units of noise, with the flags of a recording that ends inside a block.
+// Appends a recording of `unit_count` units of noise, with the flags of one that ends inside a block.
 inline void record(MemoryUnits& track, std::mt19937& random, std::size_t unit_count, bool fade_out = true) {
     Rate const& rate = rateOf(track.shape.frequency);
     auto const first_word = static_cast<std::uint32_t>(random());

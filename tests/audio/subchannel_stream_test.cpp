@@ -11,7 +11,7 @@ namespace {
 
 using model::Samples;
 
-// A decoded block with its samples, and the place before them, in memory of its own.
+// A decoded block with memory for its samples and for the word before them.
 struct OwnedBlock {
     explicit OwnedBlock(Samples const& samples, bool fade_in = false, bool fade_out = false, bool invalid = false)
         : words(1 + samples.size(), 0x5EED) {
@@ -78,7 +78,8 @@ TEST(FadeAndCorrect, OnlyTwoWholeSamplesOfDriftAreCorrectedAndOnlyAtAJoin) {
     repeated.insert(repeated.begin(), plain.front());
     Samples const dropped(plain.begin() + 1, plain.end());
     for (bool invalid : {false, true}) {
-        // The fade-out and the flags of an invalid block play no part; this one keeps its samples to be told apart.
+        // Fade-outs, and the flags of an invalid block, have no effect. This one has samples, to tell them from
+        // silence.
         auto at = [&](std::int64_t drift) { return OwnedBlock(plain, false, false, invalid).corrected(drift); };
         EXPECT_EQ(at(19), plain);
         EXPECT_EQ(at(-19), plain);
@@ -115,7 +116,7 @@ TEST(FadeAndCorrect, FadesOfAnInvalidBlockAreSuppressed) {
     EXPECT_EQ(OwnedBlock(ramp(800), true, true, true).corrected(0), ramp(800));
 }
 
-// Every sample once, the head's gains from the start, the tail's so that they end at zero.
+// Every sample is faded once: the fade-in starts with its first gain, the fade-out ends with its last.
 TEST(FadeAndCorrect, ABlockOfFewerThanTwoHundredSamplesHasNoMiddle) {
     for (std::size_t count : {1u, 2u, 99u, 100u, 101u, 150u, 199u, 200u, 201u}) {
         auto const samples = ramp(count);
@@ -134,7 +135,7 @@ TEST(FadeAndCorrect, ABlockOfFewerThanTwoHundredSamplesHasNoMiddle) {
     }
 }
 
-// Feeds blocks and keeps them alive, as a unit's buffer does.
+// Adds blocks to a stream and keeps them alive, like a unit's buffer.
 struct FedStream {
     explicit FedStream(VideoFrequency frequency) : stream(cadenceOf(frequency)) {}
     void feed(Samples const& samples, bool fade_in = false, bool fade_out = false, bool invalid = false) {
@@ -249,8 +250,8 @@ TEST(SubchannelStream, CountsBlocksThatDoNotContinueTheOneBefore) {
     EXPECT_EQ(feed(12), 4u);
 }
 
-// A minute's recording ends anywhere in a block: the next one begins its cadence anew, the padded block adds to the
-// drift, and the joins keep it within two samples.
+// Recordings of about a minute end inside a block. The padded block and the restarted cadence add to the drift, and the
+// corrections at joins keep it within two samples.
 TEST(SubchannelStream, AnHourWithAJoinEveryMinuteStaysAtTheNominalCount) {
     std::mt19937 random(3);
     FedStream fed(VideoFrequency::f59_94);
@@ -267,13 +268,13 @@ TEST(SubchannelStream, AnHourWithAJoinEveryMinuteStaysAtTheNominalCount) {
             ASSERT_EQ(static_cast<std::int64_t>(taken) * 10 - (units + 1) * 8008, fed.stream.driftInTenths());
         }
     }
-    // Two samples before a join, plus what one cadence adds until the next.
+    // Two samples before a join, plus the drift of one cadence.
     EXPECT_LT(greatest, 20u + 8u + 2u);
     EXPECT_GT(greatest, 10u);  // the material really does drift
     EXPECT_NEAR(static_cast<double>(taken), static_cast<double>(units) * 800.8, 3.0);
 }
 
-// Each recording of two units runs 0.8 samples ahead, and each join can take back one.
+// Each recording of two units adds 0.8 samples of drift, and each join can correct one sample.
 TEST(SubchannelStream, ManyShortRecordingsInARowStayAtTheNominalCount) {
     FedStream fed(VideoFrequency::f29_97);
     std::int64_t greatest = 0;

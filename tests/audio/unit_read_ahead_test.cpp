@@ -164,8 +164,8 @@ TEST(UnitReadAhead, WhatTheTaskHasNotBegunIsReadByTheOneWhoWaits) {
     EXPECT_GE(read_here, UnitReadAhead::RUNS_AHEAD - 1);
 }
 
-// However many runs there are to read, the pool has one task of a reader's at most. The task is held up until the reader
-// has handed over all the runs that it may.
+// However many runs there are to read, the pool has one task of a reader's at most. The task is held up until the
+// reader has handed over all the runs that it may.
 TEST(UnitReadAhead, GivesThePoolOneTask) {
     ASSERT_TRUE(UnitReadAhead::waitForTasks(std::chrono::seconds(60))) << "those of other cases";
     auto const track = numberedUnits(2000);

@@ -34,7 +34,7 @@ std::shared_ptr<MetaObject> readGood(std::string const& text) {
     return result.meta ? result.meta : std::make_shared<MetaObject>();
 }
 
-// A clip's header with these elements beside the two that it must have.
+// A clip header with these elements and the two required ones.
 std::shared_ptr<MetaObject> readClipWith(std::string const& elements) {
     return readGood(root("<VideoStandard>1080i 50Hz</VideoStandard><TrackMetaVector/>" + elements));
 }
@@ -156,7 +156,7 @@ TEST(ClipHeaderWriter, LargestNumbersAreWrittenInFull) {
     EXPECT_EQ(meta->timecode, 4294967295U);
 }
 
-// A tree whose text has exactly so many bytes when it stands on one line.
+// A tree whose text has exactly this many bytes on one line.
 XmlElement treeOfSize(std::size_t bytes, std::string const& filling) {
     XmlElement tree = buildHeaderTree(someContent());
     std::size_t const frame = xmlWrite(tree, XmlLayout::compact).toUtf8().size() + std::string("<P></P>").size();

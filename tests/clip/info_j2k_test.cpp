@@ -148,7 +148,7 @@ TEST(J2kSizes, InvalidBitRatesHaveNoSizes) {
     }
 }
 
-// What must hold of every size: whole pages that hold the bit rate and not a page more, three quarters of it luma.
+// Properties of every size: the smallest number of whole pages that holds the bit rate; three quarters are luma.
 TEST(J2kSizes, UnitsAreTheFewestPagesThatHoldTheBitRate) {
     VideoStandard standard{};
     for (bool more = getfirst(standard); more; more = getnext(standard))
@@ -197,7 +197,7 @@ TEST(J2kBitRateForSizes, IsTheSmallestThatHoldsAllThree) {
     }
 }
 
-// KEEP: with neither luma nor chroma wanted, the wanted key size is not looked at.
+// KEEP: if neither luma nor chroma is requested, the key size is ignored.
 TEST(J2kBitRateForSizes, WithoutVideoIsTheLeastOne) {
     EXPECT_EQ(j2kBitRateForSizes(VideoStandard::s1080i_50, 0, 0, 0), 25u);
     EXPECT_EQ(j2kBitRateForSizes(VideoStandard::s1080i_50, 0, 0, 311296), 25u);

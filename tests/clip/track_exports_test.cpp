@@ -1,4 +1,4 @@
-// What the exported track functions make of failures below them.
+// How the exported track functions handle failures of the layers below.
 
 #include <gtest/gtest.h>
 

@@ -315,7 +315,7 @@ TEST(J2kFormats, EveryValidBitRateHasItsNameAndSizes) {
             EXPECT_EQ(opened_key.j2k_chroma_size, 0u);
             EXPECT_EQ(opened_key.fields_per_unit, 1u);
 
-            // KEEP: creation sizes them the other way round.
+            // KEEP: for creation the sizes are exchanged.
             expectCreation(j2kForCreation(standard, mbits, false), video, sizes.key, sizes.key, 1);
             expectCreation(j2kForCreation(standard, mbits, true), key, both, both, 1);
         }

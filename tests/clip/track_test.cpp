@@ -31,7 +31,7 @@ TrackFormat formatOf(std::uint32_t unit_size, std::uint32_t stored_unit_size, st
     return format;
 }
 
-// A clip around one track on a file of the test's.
+// A clip with one track on a given file.
 struct Bench {
     std::shared_ptr<MemoryFile> memory = std::make_shared<MemoryFile>();
     std::unique_ptr<Clip> clip;
@@ -54,7 +54,7 @@ struct Bench {
         for (std::uint32_t unit = 0; unit < units; ++unit)
             memory->put(std::uint64_t{unit} * size, std::string(size, static_cast<char>(unit + 1)).data(), size);
     }
-    // The number of the stored unit that a read gives; 0 when it is zeros.
+    // The number of the stored unit that a read returns; 0 if it returns zeros.
     int readNumber(std::uint32_t unit) {
         AlignedBuffer buffer(track->unitSize());
         std::memset(buffer.data(), 0x7E, buffer.size());
@@ -109,7 +109,7 @@ TEST(Track, OneUnitIgnoresTrims) {
     EXPECT_EQ(bench.readNumber(0), 1);
 }
 
-// Counts units off one at a time, from the start first, while more than two are left.
+// Removes units one at a time, first from the start, while more than two are left.
 TEST(Track, TrimsAgreeWithCountingUnitsOff) {
     for (std::uint32_t fields : {1u, 2u})
         for (std::uint32_t units = 0; units <= 7; ++units)

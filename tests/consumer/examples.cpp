@@ -1,5 +1,5 @@
-// Runs the examples of the public headers' comments, which scripts/check-install cuts out into examples.h, against clips
-// in the current folder.
+// Runs the examples of the public headers' comments, which scripts/check-install cuts out into examples.h, against
+// clips in the current folder.
 #include <kelvonclip/kelvonclip.h>
 
 #include <algorithm>

@@ -98,7 +98,7 @@ TEST(ByteOrder, FromNumberToStream) {
     EXPECT_EQ(inMemory(toBE::u64(0x8192A3B4C5D6E7F8u)), eight);
 }
 
-// Every piece has its sign bit set, so one sign extension would show.
+// The sign bit of every argument is set, so that a sign extension would be detected.
 TEST(ByteOrder, SignedVariantsGiveTheSameBits) {
     constexpr auto W = [](int word) { return static_cast<short>(word); };
     constexpr auto D = [](unsigned int dword) { return static_cast<int>(dword); };

@@ -10,7 +10,7 @@
 namespace KelvonClip {
 namespace {
 
-// Runs `work` and gives what it wrote to the standard error stream.
+// Runs `work` and returns what it has written to the standard error stream.
 template <class Work>
 std::string reportedBy(Work work) {
     testing::internal::CaptureStderr();
@@ -128,8 +128,8 @@ TEST(KSemaphore, EveryPostedUnitIsTakenByExactlyOneWaiter) {
     EXPECT_FALSE(semaphore.wait(1, 0));
 }
 
-// Two waiters of two units each and only ever units for both together: if they shared out the units, both would wait
-// for ever.
+// Two waiters wait for two units each, and only two units are available at a time. If each of them took one, both would
+// wait for ever.
 TEST(KSemaphore, WaitersForSeveralUnitsNeverShareThemOut) {
     KSemaphore semaphore(0, 2);
     constexpr int ROUNDS = 300;

@@ -51,7 +51,7 @@ TEST(StringStash, ThreadsThatStashTheSameTextsGetTheSamePointers) {
         EXPECT_EQ(mine, found.front());
 }
 
-// Destroyed after every object that was made later, and after the end of main.
+// Destroyed after all objects that were created later, and after the end of main.
 struct UsesTheStashLast {
     wchar_t const* kept = nullptr;
     ~UsesTheStashLast() {

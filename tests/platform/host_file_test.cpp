@@ -322,7 +322,7 @@ TEST_P(HostFileTest, PostFromAnotherThreadEndsAWaitWithRequestsPending) {
     Buffer read(BLOCK, 1);
     for (int round = 0; round < 300; ++round) {
         HostSemaphore semaphore(0, 1);
-        // A request that always has another one behind it, so that the thread never runs out of them.
+        // A request that always starts the next one, so that the thread always has one pending.
         bool stop = false;
         ProbeRequest request;
         request.action = [&] {

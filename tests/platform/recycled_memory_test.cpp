@@ -29,7 +29,7 @@ TEST(RecycledMemory, ServesEverySize) {
     }
 }
 
-// Sizes that are rounded to the same one share their spares, so each must have room for the largest.
+// Sizes that are rounded to the same value share free records, so each record must have room for the largest.
 TEST(RecycledMemory, GivesMemoryOfASmallerRecordOnlyWhereItIsLargeEnough) {
     std::vector<void*> smaller;
     for (int i = 0; i < 8; ++i)

@@ -16,7 +16,7 @@
 namespace KelvonClip::platform {
 namespace {
 
-// A count that comes down to nothing, for tasks to report and to wait with.
+// A count that tasks decrement and can wait for.
 class Countdown {
   public:
     explicit Countdown(int from) : left(from) {}
@@ -53,7 +53,7 @@ TEST(TaskPool, RunsEveryTaskOnceOnAnotherThread) {
 }
 
 TEST(TaskPool, TasksMayWaitForEachOther) {
-    // Four at the least run at the same time, however small the machine.
+    // At least four run at the same time, even on a small machine.
     Countdown met(4), done(4);
     for (int task = 0; task < 4; ++task) {
         runInBackground([&] {

@@ -1,5 +1,5 @@
-// Eight threads inside the exports at once. Under the thread sanitizer these look for races; everywhere they check that
-// nobody gets anybody else's bytes.
+// Eight threads call exported functions at the same time. Under the thread sanitizer this finds races; in all rounds it
+// checks that no thread gets another one's data.
 
 #include <atomic>
 #include <functional>
@@ -116,7 +116,7 @@ TEST(Concurrency, QueriesRunAgainstAThreadThatClosesAndReopens) {
         while (!stop) {
             unsigned int const handle = current;
             unsigned int const track = clip_get_track(handle, 0);
-            // The clip may be gone by any of these calls; then they answer for an unknown handle.
+            // The clip may be closed before any of these calls; then they return what unknown handles get.
             std::string const message = said(track_read(track, 0, back.data()));
             if (message.empty())
                 ASSERT_EQ(back, patternBytes(UNIT, 1));

@@ -178,7 +178,7 @@ TEST(CreateFinish, FileThatIsOpenUnderAnotherSpellingIsNotOverwritten) {
     EXPECT_OK(made.finish());
 }
 
-// The file is no clip that is open, but the data of a track of one.
+// The file is not open as a clip, but holds the data of an open clip's track.
 TEST(CreateFinish, FileThatHoldsATrackOfAnOpenClipIsNotOverwritten) {
     Creation made;
     std::string const essence = patternBytes(8 * 4096, 1);
@@ -295,7 +295,7 @@ TEST(CreateTimecode, SourcesAndValues) {
             bool drop_frame = !drop;
             EXPECT_SAYS(clip_get_timecode(made.clip, &timecode, &drop_frame), row.message);
             EXPECT_EQ(timecode, row.timecode);
-            // The header of a clip whose timecode is in a track says nothing of drop-frame.
+            // The header of a clip with a timecode track has no drop-frame flag.
             EXPECT_EQ(drop_frame, drop && row.message.empty());
         }
 }

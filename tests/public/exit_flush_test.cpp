@@ -1,4 +1,4 @@
-// Processes that end with clips still open: whatever they recorded is in the files.
+// Processes that end with clips still open: everything they have recorded is in the files.
 
 #include <cstdlib>
 #include <thread>
@@ -85,7 +85,7 @@ TEST(ExitChild, DISABLED_ExitsWithACreationPending) {
     std::exit(exitCode());
 }
 
-// The first calls are about streams that do not exist; only then there is a clip, and a recording that nobody finishes.
+// The first calls use streams that do not exist. Then a clip is created, with a recording that is not finished.
 TEST(ExitChild, DISABLED_AsksForStreamsBeforeAnyClipAndLeavesARecordingOpen) {
     EXPECT_EQ(seqread_subchannel_count(0), 0u);
     EXPECT_EQ(seqwrite_subchannel_count(0), 0u);

@@ -1,4 +1,4 @@
-// One space of handle numbers for everything. Each case needs a process of its own, which the test runner gives it.
+// The common space of handle numbers. Each case needs a fresh process, which the test runner provides.
 
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
@@ -51,7 +51,7 @@ TEST(Handles, OpeningFailuresTakeNone) {
     clip_close(handle);
 }
 
-// One handle of each kind: every function that takes a handle is given those of all other kinds.
+// Calls every function that takes a handle with a handle of each of the other kinds.
 TEST(Handles, OfOneKindAreUnknownAsAnother) {
     ScratchPath folder;
     unsigned int creation = 0, reader = 0, writer = 0;

@@ -1,5 +1,5 @@
-// Clip files that are cut off, lie about their sizes or nest without end, opened through the exports: the answer is the
-// recorded bytes, silence or a message, never other bytes, a crash or a hang.
+// Truncated clip files, files with wrong sizes, and files with deep nesting, opened through the exports. The result is
+// the recorded data, silence or a message; never other data, a crash or a hang.
 
 #include <filesystem>
 #include <fstream>
@@ -44,11 +44,11 @@ std::string recordedClip(ScratchPath const& folder) {
     return bytesOf(folder.path / "recorded", std::filesystem::file_size(folder.path / "recorded"));
 }
 
-// Every unit that can be read is what was recorded, or zeros where nothing is there any more. Gives how many units came
-// back whole.
+// Every unit that can be read is what was recorded, or has zeros where data is missing. Returns the number of complete
+// units.
 unsigned int expectRecordedOrNothing(unsigned int clip, std::uint64_t cut) {
     unsigned int whole = 0;
-    // Lost containers take their tracks with them; the others are told apart by their contents.
+    // Tracks of lost containers are missing; the others are identified by their contents.
     EXPECT_LE(clip_track_count(clip), TRACKS) << cut;
     EXPECT_LE(clip_get_length(clip), UNITS) << cut;
     for (unsigned int index = 0; index < clip_track_count(clip); ++index) {
@@ -69,7 +69,7 @@ unsigned int expectRecordedOrNothing(unsigned int clip, std::uint64_t cut) {
     return whole;
 }
 
-// Every page boundary and both sides of it where the containers' own blocks lie, then on in larger steps.
+// Positions at and around every page boundary near the containers' own blocks, then in larger steps.
 std::vector<std::uint64_t> cutsOf(std::uint64_t size) {
     std::vector<std::uint64_t> cuts{0, 1, PAGE};
     for (std::uint64_t at = HEADER_AREA; at < size; at += at < HEADER_AREA + 40 * PAGE ? PAGE : 7 * PAGE + 512)
@@ -99,7 +99,7 @@ TEST(HostileClip, CutOffAnywhereItGivesWhatIsThereOrAMessage) {
             if (cut == size) {
                 EXPECT_EQ(whole, UNITS * TRACKS);
             }
-            // What is recorded on what is left is there as well, or is refused.
+            // Writing to the remaining tracks works or is refused.
             unsigned int const track = clip_get_track(clip, 0);
             bool written = false;
             if (writable && track != 0) {
@@ -134,8 +134,8 @@ void useAsFarAsItGoes(std::wstring const& name) {
     clip_close(clip);
 }
 
-// Each number of the container's superblock and of its first map block in turn says something near a limit. Whatever
-// comes of the tracks, nothing that is written to them gets into the clip's header.
+// Sets each number of the superblock and of the first map block in turn to values near a limit. Whatever happens to the
+// tracks, nothing that is written to them may reach the clip header.
 TEST(HostileClip, ContainersThatLieNeverReachTheHeader) {
     ScratchPath folder;
     std::string const recorded = recordedClip(folder), header = recorded.substr(0, HEADER_AREA);
@@ -225,7 +225,7 @@ TEST(HostileClip, PartitionsOfAnyNumbersGiveTheirPartOfTheDataAndNoMore) {
                 ASSERT_OK(track_read(track, unit, back.data()));
                 ASSERT_EQ(back, std::string(UNIT, '\0'));
             }
-            // A unit that the numbers leave no room for is refused, and the header is not written over.
+            // A unit without space is refused, and the header is not overwritten.
             if (*bytes < UNIT || *from > LIMIT - HEADER_AREA - UNIT) {
                 EXPECT_NE(said(track_write(track, 0, back.data(), UNIT)), "") << start << ' ' << length;
             }
@@ -248,7 +248,7 @@ TEST(HostileClip, TrimsOfAnyNumbersLeaveTwoUnits) {
             unsigned int clip = 0;
             ASSERT_OK(clip_open(folder.name("clip").c_str(), &clip));
             unsigned int const track = clip_get_track(clip, 0);
-            // What is no number of 32 bits trims nothing.
+            // A trim that is not a number of 32 bits has no effect.
             std::uint64_t const head = std::min(meaning(start, 0xFFFFFFFF).value_or(0), DATA_UNITS - 2);
             std::uint64_t const tail = std::min(meaning(end, 0xFFFFFFFF).value_or(0), DATA_UNITS - head - 2);
             ASSERT_EQ(track_length_in_units(track), DATA_UNITS - head - tail) << start << ' ' << end;
@@ -259,7 +259,7 @@ TEST(HostileClip, TrimsOfAnyNumbersLeaveTwoUnits) {
         }
 }
 
-// A grow container that says it is longer than any file: its track is as long as 32 bits can say.
+// A grow container with an impossible length: the length of its track saturates at 32 bits.
 TEST(HostileClip, GrowContainerThatClaimsMoreThanThereIsFailsAtTheUnit) {
     ScratchPath folder;
     for (int top : {0x00, 0x7F, 0x80, 0xFF}) {
@@ -286,7 +286,7 @@ TEST(HostileClip, GrowContainerThatClaimsMoreThanThereIsFailsAtTheUnit) {
             EXPECT_NE(said(track_write(track, unit, back.data(), UNIT)), "") << unit;
             EXPECT_OK(track_get_timecode(track, unit, &timecode, nullptr));
         }
-        // The streams: one unit that is no block, then the message of the unit that is not there.
+        // Streams: one unit without a valid block, then the message of the missing unit.
         ASSERT_OK(seqread_begin(track, &reader));
         EXPECT_EQ(seqread_samples_remaining(reader), 0xFFFFFFFFull * 960);
         std::vector<std::int32_t> samples(2000, 7);
@@ -334,7 +334,7 @@ TEST(HostileClip, PartitionsNestedAsDeepAsTheHeaderAllowsAreReadThrough) {
     clip_close(clip);
 }
 
-// Containers in containers over data that is none: each is tried from the inside, and the track is left out.
+// Nested containers over data without a container: opening starts with the innermost one, and the track is left out.
 TEST(HostileClip, ContainersNestedAsDeepAsTheHeaderAllowsLeaveTheTrackOut) {
     ScratchPath folder;
     for (char const* kind : {"Grow", "Sparse", "Sparse2"})

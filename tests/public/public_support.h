@@ -1,4 +1,4 @@
-// What the tests of the exported interface share. They see the shared library's exports only.
+// Support for the tests of the exported interface, which use only what the shared library exports.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -26,10 +26,10 @@ inline std::string said(wchar_t const* message) {
 #define ASSERT_OK(call) ASSERT_EQ(::KelvonClip::test::said(call), "")
 #define EXPECT_SAYS(call, text) EXPECT_EQ(::KelvonClip::test::said(call), text)
 
-// Whether this case began with a fresh library, as the test runner gives it to every case.
+// True if this case runs in a fresh process, as it does under the test runner.
 inline bool inAProcessOfItsOwn() { return testing::UnitTest::GetInstance()->test_to_run_count() == 1; }
 
-// Memory at a multiple of 4096, as a caller who wants no copies uses it.
+// Memory aligned to 4096 bytes, for transfers without a copy.
 class AlignedUnit {
   public:
     explicit AlignedUnit(std::size_t size) : length(size), memory(::operator new(size, ALIGNMENT)) {}
@@ -52,7 +52,7 @@ struct NewClip {
     bool timecode = false;
 };
 
-// Creates a clip whose video, if any, is AVC-Intra; gives its handle, 0 after a failure (which is reported).
+// Creates a clip whose video, if any, is AVC-Intra. Returns its handle, or 0 after a failure, which is reported.
 inline unsigned int createClip(std::wstring const& name, NewClip const& wanted) {
     unsigned int creation = 0, clip = 0;
     EXPECT_OK(create_begin(name.c_str(), wanted.standard, &creation));

@@ -64,7 +64,7 @@ void writePart(unsigned writer, std::vector<Samples> const& streams, std::size_t
     ASSERT_OK(seqwrite_write(writer, buffers.data(), n));
 }
 
-// One recording, handed over in portions.
+// Makes one recording, in several calls.
 void recordOn(unsigned track, std::vector<Samples> const& streams, unsigned portion) {
     unsigned writer = 0;
     ASSERT_OK(seqwrite_begin(track, &writer));
@@ -93,7 +93,7 @@ std::vector<Samples> readAll(unsigned track, unsigned portion) {
     return streams;
 }
 
-// What a reader of the track must deliver, by the model, from the units as track_read gives them.
+// The samples that a reader must deliver, according to the model, from the units returned by track_read.
 std::vector<Samples> modelled(unsigned track, std::size_t count) {
     auto const& rate = model::rateOf(toVideoFrequency(track_get_video_standard(track)));
     unsigned const subchannels = track_audio_subchannel_count(track);
@@ -114,7 +114,7 @@ std::vector<Samples> modelled(unsigned track, std::size_t count) {
     return samples;
 }
 
-// Inside a recording nothing is altered: the samples come back as they went in, but for the hundred at either end.
+// Inside a recording nothing is changed: all samples are read as written, except for one hundred at either end.
 void expectMiddle(Samples const& read, std::size_t from, Samples const& recorded) {
     ASSERT_GE(read.size(), from + recorded.size());
     EXPECT_TRUE(std::equal(recorded.begin() + 100, recorded.end() - 100,
@@ -177,7 +177,7 @@ void changeHeader(std::filesystem::path const& clip, std::string const& from, st
     ASSERT_TRUE(file.good());
 }
 
-// Fourteen subchannels exist in clips from elsewhere only.
+// Tracks of fourteen subchannels cannot be created by this library.
 TEST(SequentialAudio, AClipOfFourteenSubchannelsIsWrittenAndRead) {
     ScratchPath const scratch;
     auto const name = scratch.name("fourteen");
@@ -219,7 +219,7 @@ TEST(SequentialAudio, UnknownHandlesAreRefusedOrAnsweredWithNothing) {
     ASSERT_OK(seqread_begin(clip.track(), &reader));
     ASSERT_OK(seqwrite_begin(clip.track(), &writer));
     EXPECT_NE(reader, writer);
-    // A writer is no reader, a reader no writer, and neither is a track.
+    // Handles of writers, readers and tracks are not interchangeable.
     for (unsigned handle : {0u, clip.handle, clip.track(), writer, 0xFFFFFFFFu}) {
         EXPECT_SAYS(seqread_read(handle, buffers, 1), "Invalid handle");
         EXPECT_SAYS(seqread_read(handle, nullptr, 1), "Invalid handle");
@@ -311,7 +311,8 @@ TEST(SequentialAudio, WritersOnTracksOfOneClipStartWithUnrelatedBlockWords) {
             EXPECT_EQ(model::get32(next.data() + 4096u * s + 8), words.back() + 1);
         }
     }
-    // Thirty-two draws from 2^32: none within a thousand of another, or the seed of this second is one in a million.
+    // Of thirty-two random numbers of 32 bits at most one pair is closer than a thousand. The chance of more is less than
+    // one in ten million.
     std::ranges::sort(words);
     std::size_t close = 0;
     for (std::size_t i = 1; i < words.size(); ++i)

@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-// A hand-made clip with one track over all of its data.
+// A hand-made clip with one track that covers all of its data.
 struct OneTrack {
     ScratchPath folder;
     unsigned int clip = 0, track = 0;
@@ -132,7 +132,7 @@ TEST(TrackIO, TenUnitsTrimmedByEightFieldsAtBothEndsKeepTwo) {
 }
 
 TEST(TrackIO, TrimsAreFieldsAndRoundDownToUnits) {
-    // Two fields a unit: three fields cut off one unit.
+    // Two fields per unit: a trim of three fields hides one unit.
     OneTrack one("625i 50Hz", "dv50", numberedUnits(6, 290816), element("TrimStart", "3") + element("TrimEnd", "1"));
     EXPECT_EQ(track_length_in_units(one.track), 5u);
     EXPECT_EQ(track_length_in_fields(one.track), 10u);
@@ -201,8 +201,8 @@ TEST(TrackIO, ShortWriteIsPaddedAndReadsBack) {
 
 // --- timecode tracks ------------------------------------------------------------------------------------------------
 
-// Eight bytes whose low halves hold hours, minutes, seconds and frames, low half first; drop-frame is bit 6 of the
-// frames. The high halves are noise that nobody looks at.
+// Eight bytes whose low nibbles hold hours, minutes, seconds and frames, low nibble first; drop-frame is bit 6 of the
+// frames. The high nibbles are noise and must be ignored.
 std::string timecodeUnit(unsigned int hours, unsigned int minutes, unsigned int seconds, unsigned int frames,
                          bool drop_frame, std::size_t unit_size) {
     std::string unit(unit_size, '\0');

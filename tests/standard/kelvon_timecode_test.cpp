@@ -1,4 +1,4 @@
-// Timecode: the counting rules against a counter that walks the labels, and the class.
+// Timecode: the counting rules, compared with a counter that steps through the labels, and the class.
 #include <kelvonclip/kelvon_timecode.h>
 
 #include <array>
@@ -36,7 +36,7 @@ Label labelOf(KTimecode const& timecode) {
             timecode.get_seconds(), timecode.get_frames(), timecode.get_f2()};
 }
 
-// A timecode whose memory says what no constructor would: frequency, flag and count as given, defined.
+// A defined timecode with arbitrary frequency, flag and count, including combinations that no constructor makes.
 KTimecode forged(U32 frequency, U32 flag, U32 count) {
     struct Image {
         bool defined;
@@ -87,7 +87,7 @@ constexpr UnitRow UNITS[] = {
     {10, 0, 24, 1440, 14400, 86400, 2073600},
     {10, 1, 24, 1440, 14400, 86400, 2073600},
     {10, 2, 24, 1440, 14400, 86400, 2073600},
-    // KEEP: what cannot be known counts as drop-frame at 59.94Hz with an empty day, at 29.97Hz too.
+    // KEEP: the fallback is drop-frame at 59.94Hz with an empty day, at 29.97Hz too.
     {2, 0, 60, 3596, 35964, 215784, 0},
     {2, 3, 60, 3596, 35964, 215784, 0},
     {7, 0, 60, 3596, 35964, 215784, 0},
@@ -169,7 +169,7 @@ U32 walk(U32 hours_to_walk, U32 fields_per_second, U32 skipped_frames, Visit vis
     return count;
 }
 
-// Labels and counts convert into each other, wherever `true_rule` says so. Gives the number of fields walked.
+// Checks that labels and counts convert into each other wherever `true_rule` holds. Returns the number of fields.
 template <class TrueRule>
 U32 expectLabels(U32 hours, VideoFrequency frequency, DropframeFlag flag, U32 fields_per_second, U32 skipped_frames,
                  TrueRule true_rule) {
@@ -237,7 +237,7 @@ TEST(CountingLabels, NamedExamples) {
     EXPECT_EQ(labelOf(KTimecode(F25, NDF, MAX)), (Label{1988, 9, 51, 31, 10, false}));
 }
 
-// A flag that the rate does not know is still counted by.
+// A flag that is not valid at the rate is used for counting all the same.
 TEST(CountingLabels, TwoPicturesOf25pShareAFrameNumberAndTheLastHasNone) {
     std::string labels;
     for (unsigned int picture = 0; picture < 27; ++picture) {
@@ -253,7 +253,7 @@ TEST(CountingLabels, TwoPicturesOf25pShareAFrameNumberAndTheLastHasNone) {
 TEST(CountingLabels, DropFrameAtARateWithoutItIsCountedLiterally) {
     KTimecode const timecode(F25, DF, 1500);
     EXPECT_TRUE(timecode.is_df());
-    // Four fields aside: 1496 are less than a minute of 1500; 1496 + 4 are 60 seconds.
+    // Without the first four fields: 1496 is less than a minute of 1500; 1496 + 4 are 60 seconds.
     EXPECT_EQ(labelOf(timecode), (Label{0, 0, 0, 60, 0, false}));
     EXPECT_EQ(timecode.toString(0), L"60.00");
 }
@@ -331,7 +331,7 @@ TEST(Timecode, CopiesAreIndependent) {
     EXPECT_EQ(label, (Label{1, 1, 0, 0, 0, true}));
     EXPECT_EQ(labelOf(original), (Label{0, 0, 0, 0, 3, true}));
 
-    // A kept label is copied, not worked out again.
+    // A cached label is copied, not worked out again.
     KTimecode kept(F59_94, DF, 3600);
     kept.cache_validate();
     kept.set_ndf();
@@ -750,7 +750,7 @@ TEST(TimecodeArithmetic, AddingRoundTheClock) {
     }
 }
 
-// Whether the other one is defined is not looked at: what it held still counts.
+// Whether the other timecode is defined is ignored; its count is still used.
 TEST(TimecodeArithmetic, AddingAnUndefinedOneAddsItsCount) {
     KTimecode other(F25, 7);
     other.set_undefined();
@@ -896,7 +896,7 @@ TEST(TimecodeFieldForcing, FollowsTheKeptLabel) {
     EXPECT_EQ(unknown_label.get_nfields(), 25u);
 }
 
-// KEEP: an undefined timecode counts on, which add() can see.
+// KEEP: the count of an undefined timecode changes, which add() shows.
 TEST(TimecodeFieldForcing, AnUndefinedTimecodeCountsOnTowardsField2) {
     KTimecode timecode(F50, 10);
     timecode.set_undefined();

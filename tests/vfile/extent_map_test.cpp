@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
 
-// The same in the plainest way.
+// A simple reference implementation.
 class PlainMap {
   public:
     bool insert(Extent const& extent) {
@@ -150,7 +150,7 @@ TEST(ExtentMap, StorageIsContiguousAcrossExtentsUntilTheFirstGap) {
     EXPECT_EQ(map.contiguousFrom(220), 1u);
 }
 
-// Four tracks take turns in the log, each in a logical area of its own, as a recording does.
+// Four tracks alternate in the log, each with its own logical area, as in a recording.
 TEST(ExtentMap, TenMillionUnitsOfInterleavedTracksTakeHardlyAnyMemory) {
     constexpr std::uint64_t AREA = std::uint64_t{1} << 42, UNITS = 2'500'000;
     constexpr std::uint64_t SIZES[] = {475136, 118784, 8192, 4096};
@@ -171,7 +171,7 @@ TEST(ExtentMap, TenMillionUnitsOfInterleavedTracksTakeHardlyAnyMemory) {
     EXPECT_EQ(map.contiguousFrom(AREA), UNITS * 118784);
 }
 
-// Map blocks stand between the extents now and then: a few more runs, no more.
+// Map blocks between the extents add only a few runs.
 TEST(ExtentMap, InterruptionsOfTheLogCostOneRunEach) {
     ExtentMap map;
     std::uint64_t host = 131072;
@@ -197,7 +197,7 @@ TEST(ExtentMap, IrregularExtentsTakeModestMemory) {
     EXPECT_LE(map.memoryBytes() / COUNT, 64u);
 }
 
-// Small spaces make collisions, gaps inside runs and joins common; large lengths of time fill and split pages.
+// Small ranges make collisions, gaps inside runs and merging common; many operations fill and split pages.
 TEST(ExtentMap, AgreesWithAPlainMapOnRandomOperations) {
     for (std::uint64_t seed = 1; seed <= 30; ++seed) {
         std::mt19937_64 random(seed);
@@ -228,7 +228,7 @@ TEST(ExtentMap, AgreesWithAPlainMapOnRandomOperations) {
     }
 }
 
-// Regular strides with insertions into their gaps, in every order: the runs must come apart rightly.
+// Regular strides with insertions into their gaps, in every order: runs must be split correctly.
 TEST(ExtentMap, AgreesWithAPlainMapOnInterleavedRegularRuns) {
     std::mt19937_64 random(99);
     for (int round = 0; round < 20; ++round) {

@@ -27,7 +27,7 @@ using test::pattern;
 
 constexpr std::uint64_t PARTITION = 1 << 26;
 
-// The bottom of the stack: a memory file that stays, or a host file that is closed and opened again.
+// The bottom of the stack: a persistent memory file, or a host file that is closed and reopened.
 struct Bottom {
     char const* name;
     std::uint64_t read_grid;  // reads begin and end on it; a host file need not take others
@@ -74,7 +74,7 @@ struct StackTest : testing::TestWithParam<Bottom> {
 INSTANTIATE_TEST_SUITE_P(Bottoms, StackTest, testing::ValuesIn(bottoms()),
                          [](auto const& row) { return std::string(row.param.name); });
 
-// Ten thousand operations against a plain array of bytes for each of three tracks, with closing and opening in between.
+// Ten thousand operations on three tracks, compared with plain byte arrays, with closing and reopening in between.
 TEST_P(StackTest, BehavesLikePlainFilesAcrossReopenings) {
     constexpr std::uint64_t TRACKS = 3, MOST = 3 << 20;
     create(TRACKS);
@@ -146,7 +146,7 @@ TEST_P(StackTest, BehavesLikePlainFilesAcrossReopenings) {
         }
 }
 
-// Eight threads, a track each, in one sparse file; enough units that full map blocks are replaced under way.
+// Eight threads with a track each in one sparse file; enough units to replace full map blocks meanwhile.
 TEST_P(StackTest, ThreadsRecordAndPlayTracksOfOneSparseFileAtOnce) {
     constexpr std::uint64_t THREADS = 8, UNITS = 700;
     constexpr std::uint32_t UNIT = 512;
@@ -210,8 +210,8 @@ TEST_P(StackTest, ManyRequestsMayShareOneCompletionObject) {
               KString("Read beyond end of grow file"));
 }
 
-// Every request of a recording session fails in turn, once and for good: the first message arrives, what was recorded
-// before is there, and the stack opens and records on.
+// Every request of a recording session fails in turn, once or permanently: the first message is returned, earlier data
+// is there, and the stack can be opened and written again.
 TEST(StackFaults, NoFaultHurtsWhatWasRecordedBefore) {
     constexpr std::uint32_t UNIT = 4096;
     for (auto span : {FaultyFile::once, FaultyFile::from_there_on})

@@ -251,7 +251,7 @@ TEST_F(VFileGrowTest, TheLengthRisesOnlyAfterTheWriteHasLanded) {
     EXPECT_EQ(file->length(), 512u);
 }
 
-// KEEP: the last extending write to land decides, even when another one has gone further.
+// KEEP: the last extending write to complete sets the length, even if another one ended further.
 TEST_F(VFileGrowTest, TheLengthIsTheEndOfTheExtendingWriteThatLandsLast) {
     auto const curious = std::make_shared<CuriousHost>(memory);
     VFileGrow::create(curious);

@@ -159,7 +159,7 @@ TEST(XmlParse, ChildrenKeepTheirOrderAndMayRepeat) {
     EXPECT_EQ(root.child("b").text, "1");
 }
 
-// Says by the grammar, with recursion, whether a text begins with an element of the dialect.
+// A recursive reference parser: whether a text begins with an element of the dialect.
 class Grammar {
   public:
     explicit Grammar(std::string_view whole) : text(whole) {}
@@ -302,7 +302,7 @@ TEST(XmlElementValue, AddGivesTheChildBackForFilling) {
 
 // The deepest tree that a header area holds: 4681 levels of seven bytes.
 constexpr std::size_t HEADER_DEPTH = 32768 / std::string_view("<a></a>").size();
-// A stack would overflow at a small part of this, whatever a level takes.
+// Recursion would overflow the stack at a small part of this depth.
 constexpr std::size_t BOUNDLESS_DEPTH = 100'000;
 
 std::size_t depthOf(XmlElement const& root) {
@@ -617,7 +617,7 @@ TEST(XmlExtractor, WithoutTagsNothingIsFound) {
     EXPECT_EQ(extracted(extractor), "failed");
 }
 
-// What the work reports, with # for line numbers: those of the source, which may move.
+// The assertion lines of `work`, with # instead of line numbers, which may change.
 template <class Work>
 std::string assertionsOf(Work work) {
     testing::internal::CaptureStderr();
@@ -666,7 +666,7 @@ TEST(XmlExtractorAssertions, NullTagIsReportedWhenAddedAndWhenDestroyedAndNeverF
                         "xml_parse:#: Assertion failed: 'tag != 0'\n");
 }
 
-// Pieces that make a reader go back and forth: a walk that is not linear would not end within the test's time limit.
+// Input that provokes backtracking: an algorithm that is not linear would exceed the test's time limit.
 TEST(XmlExtractor, HostileBytesTakeLinearTime) {
     constexpr std::size_t TIMES = 300'000;
     for (std::string const& bytes :

@@ -1,4 +1,5 @@
-// What only this host does: two descriptors for a file, advisory locks, its error texts, and files that are none.
+// Host files on Linux: two descriptors for each file, advisory locks, error texts, and paths that are not regular
+// files.
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -41,7 +42,7 @@ using test::waitFor;
 
 std::string toText(std::u16string const& text) { return KString(text).toUtf8(); }
 
-// What came of a request, waited for; nothing when it was refused.
+// Waits for a request and returns its result; nothing if it was refused.
 using Outcome = std::optional<std::pair<bool, std::uint32_t>>;
 
 Outcome read(HostFile& file, std::uint64_t position, std::uint32_t length, void* buffer) {
@@ -69,7 +70,7 @@ bool inChild(Body body) {
     return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// How a descriptor of this process for `path` was opened, for every one that there is.
+// The open flags of all descriptors that this process has for `path`.
 std::vector<int> flagsOfDescriptorsFor(std::filesystem::path const& path) {
     std::vector<int> flags;
     for (auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -195,7 +196,7 @@ TEST_P(MemoryFileTest, TakesEveryPositionLengthAndAddress) {
     EXPECT_EQ(read(*in_memory, 17 * BLOCK, BLOCK, got.memory), Outcome(std::pair(true, 0U)));
 }
 
-// With either engine: no transfer is still under way when the wait looks at the clock.
+// With both engines no transfer is in progress when the wait checks its time-out.
 TEST_P(MemoryFileTest, IsMovedByTheThreadThatWaits) {
     Buffer const written(16 * BLOCK, 1);
     Buffer got(16 * BLOCK, 2);
@@ -231,7 +232,7 @@ TEST_P(MemoryFileTest, CompletesBesideFilesOnDiskInOneWait) {
     }
 }
 
-// Memory that is `size` bytes long to the kernel but stands for the same few pages over and over.
+// A mapping of `size` bytes that maps the same few pages again and again.
 class FoldedMemory {
   public:
     explicit FoldedMemory(std::size_t size) : bytes(size) {
@@ -257,7 +258,7 @@ class FoldedMemory {
 };
 
 TEST_P(LinuxFileTest, RequestsLongerThanTheHostMovesAtOnceAreFinished) {
-    // More than 2 GiB, read from a file that is one hole. The last block is real.
+    // Reads more than 2 GiB from a file with a single hole, except for the last block.
     constexpr std::uint32_t LENGTH = (std::uint32_t{1} << 31) + 5 * BLOCK;
     auto const file = open(FileAccess::create);
     Buffer const last(BLOCK, 77);
@@ -274,7 +275,7 @@ TEST_P(LinuxFileTest, LongestRequestOfAllEndsWithTheFile) {
     FoldedMemory const folded(std::size_t{LONGEST} + 1);
     EXPECT_EQ(read(*file, 0, LONGEST, folded.memory), moved(1000));
     EXPECT_EQ(std::memcmp(folded.memory, Buffer(1000).memory, 1000), 0);
-    // Of an aligned length. What the host leaves in the buffer behind the bytes that were there is its own affair.
+    // An aligned length. The contents of the buffer after the bytes that were read are unspecified.
     EXPECT_EQ(read(*file, 0, LONGEST - BLOCK + 1, folded.memory), moved(1000));
 }
 
@@ -395,18 +396,17 @@ TEST(HostText, FileNamesAreUtf8WithPairsCombined) {
         std::u16string name;
         std::string bytes;
     };
-    for (
-        Row const& row :
-        {Row{u"", ""}, Row{u"a/b.clip", "a/b.clip"}, Row{u"\u007f\u0080", "\x7f\xc2\x80"},
-         Row{u"\u07ff\u0800\uffff", "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf"}, Row{u"\U00010000", "\xf0\x90\x80\x80"},
-         Row{u"\U0001F3AC", "\xf0\x9f\x8e\xac"}, Row{u"\U0010FFFF", "\xf4\x8f\xbf\xbf"},
-         // Surrogates that stand alone: a lead at the end, a trail at the start, two leads, a pair the wrong way round.
-         Row{{u'a', 0xD83C}, "a\xed\xa0\xbc"},
-         Row{{0xDFAC, u'a'},
-             "\xed\xbe\xac"
-             "a"},
-         Row{{0xD83C, 0xD83C, 0xDFAC}, "\xed\xa0\xbc\xf0\x9f\x8e\xac"},
-         Row{{0xDFAC, 0xD83C}, "\xed\xbe\xac\xed\xa0\xbc"}}) {
+    for (Row const& row :
+         {Row{u"", ""}, Row{u"a/b.clip", "a/b.clip"}, Row{u"\u007f\u0080", "\x7f\xc2\x80"},
+          Row{u"\u07ff\u0800\uffff", "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf"}, Row{u"\U00010000", "\xf0\x90\x80\x80"},
+          Row{u"\U0001F3AC", "\xf0\x9f\x8e\xac"}, Row{u"\U0010FFFF", "\xf4\x8f\xbf\xbf"},
+          // Lone surrogates: a lead at the end, a trail at the start, two leads, a pair in the wrong order.
+          Row{{u'a', 0xD83C}, "a\xed\xa0\xbc"},
+          Row{{0xDFAC, u'a'},
+              "\xed\xbe\xac"
+              "a"},
+          Row{{0xD83C, 0xD83C, 0xDFAC}, "\xed\xa0\xbc\xf0\x9f\x8e\xac"},
+          Row{{0xDFAC, 0xD83C}, "\xed\xbe\xac\xed\xa0\xbc"}}) {
         EXPECT_EQ(hostFileName(row.name), row.bytes);
     }
 }

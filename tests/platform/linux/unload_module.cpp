@@ -1,5 +1,5 @@
-// A small library that is loaded and unloaded by a test: it holds this library's objects, uses files from several
-// threads, and writes a file when its static objects are destroyed, as clips that are open at the end do.
+// A small library that a test loads and unloads. It contains this library's objects, uses files from several threads,
+// and writes a file when its static objects are destroyed, as open clips do.
 #include <cstdlib>
 #include <string>
 
@@ -48,5 +48,5 @@ extern "C" [[gnu::visibility("default")]] bool useFile(char const* path, bool in
 
 extern "C" [[gnu::visibility("default")]] void writeAtTheEnd(char const* path) { at_the_end.path = path; }
 
-// What the library leaves to the end of the process on purpose.
+// Memory that the library leaks on purpose.
 extern "C" [[gnu::visibility("default")]] void* keptRegistry() { return &openHostFiles(); }

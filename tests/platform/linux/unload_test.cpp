@@ -1,5 +1,5 @@
-// Loading and unloading a library that uses files: nothing of it stays behind, and what static objects write while it
-// ends arrives.
+// Loading and unloading a library that uses files: nothing is left behind, and what its static objects write at the end
+// is in the file.
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -26,7 +26,7 @@ std::size_t entriesOf(char const* folder) {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// Threads of the program, without the kernel's helpers of its rings.
+// Threads of the program, without the kernel's worker threads for its rings.
 std::size_t threadsOfTheProgram() {
     std::size_t count = 0;
     for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -57,8 +57,8 @@ bool mapped(std::string const& library) {
     return false;
 }
 
-// The registry of open files has no destructor, because files may be used until the very end. Known here, it doesn't hide
-// other things that are forgotten from leak checkers.
+// The registry of open files is never destroyed, because files may be used until the end. It is excluded here, so that
+// leak checkers still find other leaks.
 constexpr int MOST_MODULES = 8;
 void* kept_registries[MOST_MODULES];
 int modules_loaded = 0;

@@ -1,4 +1,4 @@
-// What is particular to host files on Windows: names, sharing, the sector grid, and when completions run.
+// Host files on Windows: names, sharing, sector alignment, and when completions run.
 #include "platform/host_file.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ using test::failNextOpenWith;
 using test::SECTOR_SIZE;
 using test::transferLater;
 
-// A buffer on the sector grid.
+// A sector-aligned buffer.
 struct Buffer {
     explicit Buffer(std::size_t length, int fill = 0)
         : size(static_cast<std::uint32_t>(length)),
@@ -92,7 +92,7 @@ void expectBytes(HostFile& file, std::uint64_t position, Buffer const& expected)
     EXPECT_EQ(std::memcmp(found.bytes, expected.bytes, expected.size), 0);
 }
 
-// Windows' own words for an error, by another way than the library's.
+// The text of Windows for an error, obtained in a different way than in the library.
 std::u16string textOf(DWORD error) {
     wchar_t* text = nullptr;
     DWORD const length =
@@ -103,7 +103,7 @@ std::u16string textOf(DWORD error) {
     return result;
 }
 
-// With the transfers done later, as on Windows, and inside the call, as Wine does them.
+// With transfers that run later, as on Windows, and inside the call, as in Wine.
 class WindowsFileTest : public testing::TestWithParam<bool> {
   protected:
     WindowsFileTest() { transferLater(GetParam()); }
@@ -200,7 +200,7 @@ TEST_P(WindowsFileTest, WritingAReadOnlyFileIsRefusedAtOnce) {
 TEST_P(WindowsFileTest, ThreadsMayEndWithCompletedAndWithPendingRequests) {
     auto const file = mustOpen(name, FileAccess::create);
     write(*file, 0, Buffer(65536, 3));
-    // What a thread leaves pending belongs to the system for ever: nothing may free it.
+    // Requests that a thread leaves pending belong to the system for ever; nothing may free them.
     static Buffer abandoned_buffer(4096);
     static Outcome abandoned;
     for (int round = 0; round < 20; ++round) {

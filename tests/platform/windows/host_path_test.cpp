@@ -5,7 +5,7 @@
 namespace KelvonClip::platform {
 namespace {
 
-// Paths with a backslash are joined before this host is asked.
+// The caller joins paths that contain a backslash.
 TEST(PathRule, TheNameIsUsedAsItIs) {
     EXPECT_EQ(fileBesideHeader(U"x.xml", U"a.dat"), U"a.dat");
     EXPECT_EQ(fileBesideHeader(U"C:/clips/x.xml", U"a.dat"), U"a.dat");

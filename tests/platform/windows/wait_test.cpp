@@ -83,7 +83,7 @@ TEST(WindowsTaskPool, TasksMayAllWaitForEachOther) {
     EXPECT_EQ(arrived, TASKS);
 }
 
-// Needs 16-byte alignment of the stack; gives whether it had it.
+// Needs a stack aligned to 16 bytes; returns whether it was.
 [[gnu::noinline]] int CALLBACK usesSse(float first) {
     alignas(16) float volatile lanes[4] = {first, 2, 3, 4};
     __m128 const sum = _mm_add_ps(_mm_load_ps(const_cast<float const*>(lanes)), _mm_set1_ps(1));
@@ -91,7 +91,7 @@ TEST(WindowsTaskPool, TasksMayAllWaitForEachOther) {
     return reinterpret_cast<std::uintptr_t>(lanes) % 16 == 0 && lanes[3] == 5;
 }
 
-// Calls with the stack skewed by `words` times 4 bytes, as Windows and callers built by others may leave it.
+// Calls with a stack misaligned by `words` times 4 bytes, as Windows and callers of other compilers may do.
 [[gnu::noinline]] int callSkewed(int words) {
     int result;
     asm volatile("movl %%esp, %%esi\n\t"

@@ -1,5 +1,4 @@
-// Unloading the library with clips open. The test program is linked with the library, so a copy of the file stands for a
-// library that a program loads by itself.
+// Unloading the library with clips open. The test program is linked with the library, so it loads a copy of the file.
 
 #include <filesystem>
 #include <stdexcept>
@@ -22,8 +21,8 @@ namespace {
 
 using namespace test;
 
-// The library's registries live until the process ends, on purpose: other threads may be inside when its statics go. A
-// copy that is unloaded leaves them behind, which is not what a leak checker is to look for here.
+// The library's registries are never destroyed, on purpose: other threads may be using them when static objects are
+// destroyed. An unloaded copy leaks them, which a leak checker must not report here.
 struct KeptRegistries {
     KeptRegistries() {
         if (__lsan_disable != nullptr) __lsan_disable();

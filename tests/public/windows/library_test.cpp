@@ -1,4 +1,4 @@
-// The DLL in a process: loading and unloading it, threads that come and go, and what it holds of the process.
+// The DLL in a process: loading and unloading, threads that start and end, and the resources that it uses.
 
 #include <windows.h>
 
@@ -21,7 +21,7 @@ using namespace test;
 constexpr unsigned int UNIT = 8192;  // two subchannels at 50Hz
 constexpr NewClip AUDIO_CLIP{VideoStandard::s1080i_50, 0, 0, 1, 2, false};
 
-// The test program is linked with the DLL, so a copy of the file stands for a DLL that a program loads by itself.
+// The test program is linked with the DLL, so it loads a copy of the file.
 class LoadedCopy {
   public:
     explicit LoadedCopy(std::filesystem::path const& folder) : file(folder / L"copy.dll") {
@@ -165,7 +165,7 @@ TEST(LibraryResources, AHundredThreadsThatOpenAndCloseLeaveNoHandleBehind) {
     hundredThreads();  // what is made once, on first use, is there now
     DWORD const before = handleCount();
     hundredThreads();
-    // The C++ library keeps a few handles of ended threads for the next ones; clips would leave hundreds.
+    // The C++ library keeps a few handles of ended threads for reuse; a leak for each clip would be hundreds.
     EXPECT_LE(handleCount(), before + 20);
 }
 

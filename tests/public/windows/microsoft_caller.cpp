@@ -1,5 +1,5 @@
-// A caller built with another compiler: compiled by clang as Microsoft's compiler would, and linked with the DLL by its
-// decorated names. No C++ library stands behind it.
+// A caller built with another compiler: clang compiles it as Microsoft's compiler would, and it is linked with the DLL
+// by Microsoft's decorated names. It uses no C++ library.
 #include "microsoft_caller.h"
 
 #include <kelvonclip/kelvonclip.h>

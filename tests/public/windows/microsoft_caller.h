@@ -1,4 +1,4 @@
-// What microsoft_caller.cpp offers to the test program, in types that every compiler lays out alike.
+// The functions of microsoft_caller.cpp, with types that have the same layout in all compilers.
 #pragma once
 
 extern "C" {
@@ -11,8 +11,9 @@ struct MicrosoftFindings {
     wchar_t const* standard;
 };
 
-// Creates a clip with one audio track of two subchannels and writes `units` units to it; null, or the library's message.
+// Creates a clip with one audio track of two subchannels and writes `units` units to it; null, or the library's
+// message.
 wchar_t const* microsoft_record(wchar_t const* name, void const* unit, unsigned int units);
-// Opens the clip, asks one question of every kind of argument and result, reads its last unit and closes it.
+// Opens the clip, calls functions with every kind of argument and result, reads the last unit and closes the clip.
 wchar_t const* microsoft_play(wchar_t const* name, void* unit, MicrosoftFindings* findings);
 }

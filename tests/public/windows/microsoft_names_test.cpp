@@ -1,4 +1,4 @@
-// Callers built with Microsoft's compiler: every free function is there under the name they know, and works for them.
+// Callers built with Microsoft's compiler: every free function is exported under the name they use, and works.
 
 #include <windows.h>
 
@@ -43,7 +43,7 @@ bool isFreeFunction(std::string const& name) {
     return false;
 }
 
-// Functions whose compiled bodies are equal may share an address, hence the sums instead of pairs.
+// Functions with identical code may share an address, so this compares sums and not pairs.
 TEST(MicrosoftNames, EveryFreeFunctionIsExportedUnderBothDecorations) {
     std::ptrdiff_t functions = 0, aliases = 0;
     for (auto const& [address, names] : exportsOfTheDll()) {
