@@ -33,10 +33,10 @@ struct ClipDirectory {
     }
 };
 
-// Closes what is still open when the library goes.
+// Closes all clips when the library is unloaded or the process ends.
 struct AtUnload {
     ~AtUnload() {
-        // A lock that the host refuses now leaves the clips as they are; nobody is there to be told.
+        // If the host refuses a lock now, the clips stay as they are. There is nobody to report it to.
         static_cast<void>(guarded([] { return closeAllClips(), KString(); }));
     }
 };
@@ -62,7 +62,7 @@ std::atomic<unsigned>& entryCount() {
     return count;
 }
 
-// Closes the entry's containers, with I/O: never to be called under the directory's lock.
+// Closes the entry's containers, which does I/O: must not be called with the directory's lock held.
 void destroyEntry(OpenFileEntry* entry) {
     delete entry;
     entryCount().fetch_sub(1);
@@ -84,9 +84,9 @@ Entry findIn(std::map<Key, Entry> ClipDirectory::*map, Key const& key) {
 }
 
 void registerEntry(Entry const& entry) {
-    // Made after everything that start-up and the first reads have made, so it goes before any of that.
+    // Created after all static objects that opening and reading use, so it is destroyed before them.
     static AtUnload at_unload;
-    // The nodes are made beforehand: moving them over cannot fail, so an entry is in both maps or in none.
+    // The nodes are allocated first. Merging them cannot fail, so an entry is in both maps or in none.
     std::map<KString, Entry> name{{entry->file_name, entry}};
     std::map<std::uint32_t, Entry> handle{{entry->handle.number(), entry}};
     auto item = directory().hold();
@@ -94,7 +94,7 @@ void registerEntry(Entry const& entry) {
     item.value.by_clip_handle.merge(handle);
 }
 
-// The caller holds another reference, so that the entry outlives the lock.
+// The caller holds another reference, so the entry is not destroyed under the lock.
 void unregisterEntry(OpenFileEntry const& entry) {
     auto item = directory().hold();
     item.value.by_name.erase(entry.file_name);
@@ -127,7 +127,7 @@ bool tracksAreOpen(OpenFileEntry const& entry) {
     return entry.extra != nullptr;
 }
 
-// A track that cannot be opened, for whatever reason, is left out without any report.
+// A track that cannot be opened, for any reason, is left out without a report.
 std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& meta) {
     std::vector<std::unique_ptr<Track>> tracks;
     for (XmlElement const* track_meta : meta.track_meta) {
@@ -158,8 +158,8 @@ void openTracks(Entry const& entry) {
 
     auto item = directory().hold();
     entry->extra = std::move(extra);
-    // A clip that was closed meanwhile must not come back by way of its tracks: this query still gets its answer, but
-    // the track handles name nothing.
+    // If the clip was closed meanwhile, its track handles are not registered: this query still gets its result, but the
+    // handles are unknown.
     if (item.value.holds(*entry)) item.value.by_track_handle.merge(by_track_handle);
 }
 
@@ -183,7 +183,7 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
     if (!file) {
         auto opened = VFileFile::open(name, read_only);
         if (!opened.error.empty()) return opened.error;
-        // A host that refuses without saying why leaves neither a text nor a file.
+        // If the host refuses without an error code, there is neither a text nor a file.
         if (!opened.file) return "Internal error";
         file = std::move(opened.file);
     }
@@ -197,7 +197,7 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
 }
 
 void closeClip(std::uint32_t handle) {
-    // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
+    // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
     if (!entry) return;
@@ -214,7 +214,7 @@ std::shared_ptr<OpenFileEntry> findClip(std::uint32_t handle, OpenTracks open_tr
 }
 
 FoundTrack findTrack(std::uint32_t handle) {
-    FoundTrack found;  // outlives the lock: the last reference to an entry is never dropped under it
+    FoundTrack found;  // destroyed after the lock is released: an entry is never destroyed under the lock
     auto const item = directory().hold();
     auto const owner = item.value.by_track_handle.find(handle);
     if (owner == item.value.by_track_handle.end()) return found;

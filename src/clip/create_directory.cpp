@@ -17,7 +17,7 @@ namespace {
 struct CreateClip {
     HandleObject handle;
     ClipDescription description;  // guarded by the registry's lock
-    std::mutex finishing;         // two calls that finish one clip at a time would write over each other's file
+    std::mutex finishing;         // held by create_finish: two calls would overwrite each other's file
 };
 using Creation = std::shared_ptr<CreateClip>;
 
@@ -38,7 +38,7 @@ Creation findCreation(CreateDirectory const& directory, std::uint32_t handle) {
 
 Creation findCreation(std::uint32_t handle) { return findCreation(creations().hold().value, handle); }
 
-// The description as it stands now; absent when another call has finished the creation.
+// A copy of the description; absent if another call has finished the creation.
 std::optional<ClipDescription> describe(std::uint32_t handle) {
     auto const item = creations().hold();
     auto const creation = findCreation(item.value, handle);
@@ -59,7 +59,7 @@ KString createAndOpen(ClipDescription const& description, unsigned int* clip) {
     if (!header.error.empty()) return header.error;
     auto created = VFileFile::create(description.file_name);
     if (!created.error.empty()) return created.error;
-    // A host that refuses without saying why leaves neither a text nor a file.
+    // If the host refuses without an error code, there is neither a text nor a file.
     if (!created.file) return "Internal error";
     if (KString error = writeNewClip(created.file, *header.area, layout); !error.empty()) return error;
     return openClip(description.file_name, false, clip, created.file);
@@ -78,7 +78,7 @@ KString beginCreation(KString const& file_name, VideoStandard standard, unsigned
     auto const creation = std::make_shared<CreateClip>();
     creation->description.file_name = file_name;
     creation->description.standard = standard;
-    // The second node is made before anything is entered: a creation is in both maps or in none.
+    // The second node is allocated before anything is registered, so a creation is in both maps or in none.
     std::map<std::uint32_t, Creation> node{{creation->handle.number(), creation}};
     by_name.emplace(file_name, creation);
     by_handle.merge(node);

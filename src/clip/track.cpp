@@ -22,12 +22,11 @@ std::uint32_t saturated(std::uint64_t number) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(number, UINT_LIMIT));
 }
 
-// The transfer of one unit by way of a pool buffer. Stands between the file and the caller's completion object: when
-// the file's requests are done it hands a unit that was read over to the caller, gives the buffer back and lets go of
-// the caller's object, in this order.
+// The completion object of a transfer through a pool buffer. When the file's requests are done, it copies a unit that
+// was read to the caller's buffer, returns the pool buffer and releases the caller's completion object, in this order.
 class PooledTransfer : public CIO::CIOObject {
   public:
-    // `destination` receives `unit_size` bytes of a unit that was read; null for a write.
+    // `destination` receives `unit_size` bytes of a unit that is read; null for a write.
     PooledTransfer(std::unique_ptr<UnitBufferPool::Buffer> pool_buffer, void* destination, std::uint32_t unit_size,
                    std::shared_ptr<CIO::CIOObject> caller_done)
         : buffer(std::move(pool_buffer)), caller_buffer(destination), size(unit_size), done(std::move(caller_done)) {}
@@ -59,7 +58,7 @@ Track::Opened Track::open(Clip& parent, XmlElement const& track_meta) {
     auto const& area = parent.trackDataArea();
     auto built = buildVFile(vfile, parent.readOnly(), area->name(), area);
     if (!built.error.empty()) return {built.error, nullptr};
-    // A host that refuses a file without saying why leaves neither a text nor a file.
+    // If the host refuses a file without an error code, there is neither a text nor a file.
     if (!built.file) return {"Internal error", nullptr};
     return {{}, std::make_unique<Track>(parent, format, std::move(built.file))};
 }
@@ -89,7 +88,7 @@ std::uint32_t Track::lengthInUnits() const { return window().length; }
 
 std::uint32_t Track::lengthInFields() const { return saturated(std::uint64_t{lengthInUnits()} * fieldsPerUnit()); }
 
-// No sum or product can wrap: a stored unit has less than 2^24 bytes, a unit number at most 33 bits.
+// Cannot overflow: a stored unit has less than 2^24 bytes, and a unit number has 33 bits at most.
 std::uint64_t Track::positionOf(std::uint32_t unit, std::uint32_t head) const {
     return stored_unit_size * (std::uint64_t{unit} + head);
 }

@@ -15,7 +15,7 @@ platform::TransferMemory allocateZeroed(std::uint32_t size) {
     try {
         raw_buf = platform::allocateTransferMemory(size);
     } catch (std::bad_alloc const&) {
-        // Reported like any other missing buffer.
+        // Reported by the assertion below.
     }
     if (!kassert(raw_buf != nullptr, "track", __LINE__, "raw_buf != nullptr")) throw std::bad_alloc();
     std::memset(raw_buf.get(), 0, size);
@@ -49,7 +49,7 @@ UnitBufferPool::Buffer::~Buffer() {
     try {
         free_list->buffers.hold().value.push_back(std::move(unit_buf));
     } catch (std::exception const&) {
-        // No room on the list: the buffer is freed instead of kept.
+        // No memory for the list: the buffer is freed.
     }
 }
 

@@ -1,8 +1,8 @@
-// Buffers of one size for a track's units: aligned for direct I/O, all zero when taken, kept for the next user.
+// A pool of equal buffers for a track's units, aligned for direct I/O and filled with zeros.
 //
-// Invariant: every free buffer holds zeros only, so a unit that is shorter than its place in the file is padded without
-// further ado and nothing of one unit can show up in another.
-// Threads: any. The lock is held only to take a buffer from the list or to put it back.
+// Invariant: all free buffers are zero. So a short unit is padded with zeros, and data of one unit never appears in
+// another.
+// Threads: any. The lock is held only to take a buffer from the list or to return it.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 
 namespace KelvonClip {
 
-// Whether a transfer to or from this address can go straight to the disk.
+// True if a buffer at this address can be transferred without a copy.
 bool isAlignedForDirectIO(void const* address);
 
 class UnitBufferPool {
@@ -25,7 +25,7 @@ class UnitBufferPool {
     };
 
   public:
-    // A buffer on loan; goes back, zeroed, when it is destroyed. It may outlive the pool.
+    // A buffer from the pool. Its destructor fills it with zeros and returns it. It may outlive the pool.
     class Buffer {
       public:
         explicit Buffer(std::shared_ptr<FreeList> owner);
@@ -42,10 +42,10 @@ class UnitBufferPool {
 
     explicit UnitBufferPool(std::uint32_t buffer_size);
 
-    // A zeroed buffer of the pool's size. Throws std::bad_alloc when there is no memory.
+    // Takes a zeroed buffer. Throws std::bad_alloc.
     std::unique_ptr<Buffer> take() { return std::make_unique<Buffer>(free_list); }
 
-    // How many buffers wait for their next user.
+    // The number of free buffers.
     std::size_t freeCount() const { return free_list->buffers.hold().value.size(); }
 
   private:

@@ -1,4 +1,4 @@
-// The border of the library: nothing is thrown across it.
+// The boundary of the library. No exception crosses it.
 #pragma once
 
 #include <exception>
@@ -10,7 +10,7 @@
 
 namespace KelvonClip {
 
-// The text of an internal fault. A text of the host's that is not UTF-8 is itself a bad conversion.
+// The text of an internal fault. If the text is not UTF-8, the text of the failed conversion.
 inline KString faultText(std::exception const& fault) {
     try {
         return KString(fault.what());
@@ -19,8 +19,8 @@ inline KString faultText(std::exception const& fault) {
     }
 }
 
-// Runs an operation that gives a message (empty for success) and keeps internal faults inside: an exception's text
-// becomes the operation's message. Throws std::bad_alloc when memory has run out so far that there is none for a text.
+// Runs an operation that returns a message, empty for success. An exception's text becomes the message. Throws
+// std::bad_alloc if there is not even memory for a text.
 template <class Work>
 KString guarded(Work&& work) {
     try {
@@ -32,7 +32,7 @@ KString guarded(Work&& work) {
     }
 }
 
-// The body of every exported function that returns a message: null on success, else the stashed text.
+// The body of every exported function that returns a message: null on success, otherwise the stashed text.
 template <class Work>
 wchar_t const* exported(Work&& work) noexcept {
     try {
@@ -42,7 +42,7 @@ wchar_t const* exported(Work&& work) noexcept {
     }
 }
 
-// The body of every exported query: internal faults give the query's neutral value.
+// The body of every exported query. After an internal fault it returns the neutral value.
 template <class Result, class Work>
 Result exportedQuery(Result neutral, Work&& work) noexcept {
     try {

@@ -12,8 +12,8 @@ namespace KelvonClip {
 
 class KMutexLock {
   public:
-    // Keeps the mutex alive and locked from construction to destruction. Handed around by shared pointer: the mutex is
-    // unlocked when the last reference goes, which must happen on the thread that locked it.
+    // Keeps the mutex alive and locked. It is passed around by shared pointer; releasing the last reference unlocks the
+    // mutex, and must happen on the thread that locked it.
     class Locker {
       public:
         explicit Locker(std::shared_ptr<std::recursive_mutex> shared)
@@ -24,15 +24,15 @@ class KMutexLock {
         std::unique_lock<std::recursive_mutex> lock;
     };
 
-    // Some hosts allocate what stands behind a mutex when it is locked for the first time: that is done here, where a
-    // failure (std::system_error) does no harm.
+    // Some hosts allocate memory when a mutex is locked for the first time. The constructor does that, so that a
+    // failure (std::system_error) occurs here and not later.
     KMutexLock() : mutex(std::make_shared<std::recursive_mutex>()) { static_cast<void>(hold()); }
 
-    // Blocks until the mutex is this thread's; the owning thread may lock it again.
-    // Throws std::system_error when the host refuses.
+    // Blocks until this thread owns the mutex; the owning thread may lock it again.
+    // Throws std::system_error if the host refuses.
     std::shared_ptr<Locker> lock() const { return std::allocate_shared<Locker>(platform::Recycling<Locker>(), mutex); }
 
-    // The same for a scope: needs no memory, so destructors can rely on it. Nothing keeps the mutex alive meanwhile.
+    // The same for a scope. Allocates nothing, so destructors can use it. Does not keep the mutex alive.
     std::unique_lock<std::recursive_mutex> hold() const { return locked(*mutex); }
 
   private:

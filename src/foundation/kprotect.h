@@ -17,7 +17,7 @@ class KProtect {
         std::shared_ptr<KMutexLock::Locker> locker;
         T& value;
     };
-    // The same for a scope. It needs no memory.
+    // The same for a scope; allocates nothing.
     struct HeldItem {
         std::unique_lock<std::recursive_mutex> lock;
         T& value;

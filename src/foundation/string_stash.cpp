@@ -1,8 +1,8 @@
-// The string stash: one process-wide table of the texts that callers hold.
+// The string stash: one process-wide table of returned texts.
 //
 // Invariants
-//   * An entry, once made, never moves and never goes: callers keep the address of its wide copy.
-//   * The table outlives every static object, so texts stay valid while the process takes itself down.
+//   * An entry is never moved or removed, because callers keep the address of its wide copy.
+//   * The table is never destroyed, so texts stay valid while the process ends.
 // Threads: any; one mutex guards the table.
 #include "foundation/string_stash.h"
 
@@ -23,7 +23,7 @@ struct StashEntry {
 
 struct Stash {
     std::mutex mutex;
-    std::map<KString, StashEntry> entries;  // nodes stay where they are
+    std::map<KString, StashEntry> entries;  // a map never moves its nodes
 };
 
 Stash& theStash() {
