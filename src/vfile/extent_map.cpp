@@ -8,11 +8,11 @@ namespace KelvonClip {
 
 namespace {
 
-// An insertion adds at most two runs, so a page never outgrows a capacity of 128.
+// An insertion adds two runs at most, so a page never exceeds a capacity of 128.
 constexpr std::size_t MAX_RUNS_PER_PAGE = 126;
 constexpr std::uint64_t MAX_OFFSET = std::numeric_limits<std::uint64_t>::max();
 
-// Whether [from, from + length) has an end that a number can hold.
+// True if from + length does not overflow.
 bool fits(std::uint64_t from, std::uint64_t length) { return length <= MAX_OFFSET - from; }
 
 }  // namespace
@@ -21,7 +21,7 @@ std::uint64_t ExtentMap::Run::indexOf(std::uint64_t position) const {
     return count == 1 ? 0 : std::min((position - start) / start_distance, count - 1);
 }
 
-// Takes the extent in as the run's next one, if it continues the run. `extent` begins after the last one.
+// Appends the extent if it continues the run. It starts after the run's last extent.
 bool ExtentMap::Run::append(Extent const& extent) {
     if (extent.length != length) return false;
     Extent const end = last();
@@ -54,7 +54,7 @@ bool ExtentMap::insert(Extent const& extent) {
     } else if (Run& previous = runs[index - 1]; previous.last().start < extent.start) {
         if (!previous.append(extent)) runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), single);
     } else {
-        // In a gap of the run before: the run is parted there.
+        // In a gap of the previous run: split that run.
         std::uint64_t const kept = previous.indexOf(extent.start) + 1;
         Run const both[] = {single, previous.part(kept, previous.count - kept)};
         runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), both, both + 2);
@@ -73,7 +73,7 @@ bool ExtentMap::extend(std::uint64_t start, std::uint64_t by) {
     if (auto const next = atOrAfter(end))
         if (next->start - end < by) return false;
 
-    // The extent becomes a run of its own between what its run holds before and after it.
+    // The extent becomes a run of its own, between the extents before and after it in its run.
     auto [page, before] = spotOf(start);
     Page& runs = page->second;
     std::size_t const index = before - 1;
@@ -88,7 +88,7 @@ bool ExtentMap::extend(std::uint64_t start, std::uint64_t by) {
     runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), count - 1, Run{});
     std::copy_n(parts, count, runs.begin() + static_cast<std::ptrdiff_t>(index));
 
-    // With its new length it may continue the run before it.
+    // With its new length it may continue the previous run.
     if (lengthened > 0 && runs[lengthened - 1].append(runs[lengthened].at(0)))
         runs.erase(runs.begin() + static_cast<std::ptrdiff_t>(lengthened));
     splitIfFull(page, lengthened);
@@ -117,7 +117,7 @@ std::uint64_t ExtentMap::contiguousFrom(std::uint64_t position) const {
     std::uint64_t reached = position;
     ConstSpot spot = spotOf(position);
     while (spot.before > 0) {
-        // A run without gaps is passed in one step, one with gaps extent by extent: there the next one ends the walk.
+        // A run without gaps is skipped in one step. In a run with gaps, the loop ends after the current extent.
         Run const& run = spot.page->second[spot.before - 1];
         bool const gapless = run.count == 1 || run.start_distance == run.length;
         Extent const extent = gapless ? run.last() : run.at(run.indexOf(reached));
@@ -129,7 +129,7 @@ std::uint64_t ExtentMap::contiguousFrom(std::uint64_t position) const {
 }
 
 std::uint64_t ExtentMap::memoryBytes() const {
-    // A map node holds its key, the vector's three words and four words of the tree.
+    // A map node has the key, the vector's three words and four words for the tree.
     constexpr std::size_t NODE = sizeof(Pages::value_type) + 4 * sizeof(void*);
     std::uint64_t bytes = sizeof *this;
     for (auto const& [key, runs] : pages)
@@ -159,7 +159,8 @@ std::optional<ExtentMap::Run> ExtentMap::runAfter(ConstSpot spot) const {
     return spot.page->second.front();
 }
 
-// Halves a full page; where runs were appended, almost all stay together, so that rising insertions fill their pages.
+// Splits a full page in halves. If runs were appended, moves only the last one, so that insertions in rising order fill
+// their pages.
 void ExtentMap::splitIfFull(Pages::iterator page, std::size_t last_inserted) {
     Page& runs = page->second;
     if (runs.size() <= MAX_RUNS_PER_PAGE) return;
@@ -168,7 +169,7 @@ void ExtentMap::splitIfFull(Pages::iterator page, std::size_t last_inserted) {
     try {
         pages.emplace_hint(std::next(page), first_moved->start, Page(first_moved, runs.end()));
     } catch (std::bad_alloc const&) {
-        return;  // the insertion itself has succeeded; a page that is too large is only slower
+        return;  // the insertion has succeeded; a page that is too large is only slower
     }
     runs.erase(first_moved, runs.end());
 }

@@ -1,15 +1,16 @@
 // The map of a sparse file: which logical ranges are stored, and where in the host.
 //
-// Recordings make an extent for every unit of every track, tens of millions in a long one, so regular neighbours are
-// kept as one entry: a Run stands for `count` extents of one length at fixed distances on both sides. Tracks take turns
-// in the log but have logical areas of their own, so a run is looked for beside the new extent in logical order, not
-// beside the one inserted last.
+// A recording makes an extent for every unit of every track: tens of millions in a long recording. So regular
+// neighbours are stored as one entry: a Run is `count` extents of equal length at fixed distances, both logically and
+// in the host. Tracks alternate in the log but have separate logical areas. So a new extent is merged with its logical
+// neighbour, not with the extent that was inserted last.
 //
 // Invariants
-//   * Extents never overlap and are never empty; no range passes 2^64.
-//   * Runs never interleave: what lies in a gap of a run splits it.
-//   * Pages hold runs in logical order. A page's key is the start of its first run; the first page's key is 0.
-// Threads: none of its own; the owner locks.
+//   * Extents never overlap and are never empty; no range exceeds 2^64.
+//   * Runs never interleave: an extent in a gap of a run splits the run.
+//   * Pages hold runs in logical order. The key of a page is the start of its first run; the key of the first page is
+//     0.
+// Threads: not synchronised; the owner locks.
 #pragma once
 
 #include <cstddef>
@@ -28,20 +29,20 @@ struct Extent {
 
 class ExtentMap {
   public:
-    // False, with nothing changed, for an extent that is empty, passes 2^64 on either side or overlaps another.
+    // False, with nothing changed, if the extent is empty, exceeds 2^64 on either side or overlaps another one.
     bool insert(Extent const& extent);
 
-    // Lengthens the extent that begins at `start`; false, with nothing changed, when there is none, or when the longer one
-    // would overlap or pass 2^64.
+    // Extends the extent that starts at `start`; false, with nothing changed, if there is none or the longer one would
+    // overlap another one or exceed 2^64.
     bool extend(std::uint64_t start, std::uint64_t by);
 
-    // The extent that contains `position`, else the first one after it.
+    // The extent that contains `position`, or else the next one.
     std::optional<Extent> atOrAfter(std::uint64_t position) const;
 
-    // The extent that begins exactly at `start`.
+    // The extent that starts exactly at `start`.
     std::optional<Extent> beginningAt(std::uint64_t start) const;
 
-    // How many bytes from `position` on are stored without a gap.
+    // The number of bytes from `position` on that are stored without a gap.
     std::uint64_t contiguousFrom(std::uint64_t position) const;
 
     std::uint64_t count() const { return extents; }
@@ -51,14 +52,14 @@ class ExtentMap {
     struct Run {
         std::uint64_t start, length, host;  // of the first extent
         std::uint64_t count;
-        // From one extent to the next, unless there is only one. The host distance may be negative: it wraps.
+        // From one extent to the next; not used if there is only one. The host distance may be negative (it wraps).
         std::uint64_t start_distance, host_distance;
 
         Extent at(std::uint64_t index) const {
             return {start + index * start_distance, length, host + index * host_distance};
         }
         Extent last() const { return at(count - 1); }
-        // The last extent that begins at or before `position`, which is not before the run.
+        // The last extent that starts at or before `position`, which is not before the start of the run.
         std::uint64_t indexOf(std::uint64_t position) const;
         bool append(Extent const& extent);
         Run part(std::uint64_t from, std::uint64_t how_many) const;
@@ -66,7 +67,7 @@ class ExtentMap {
     using Page = std::vector<Run>;
     using Pages = std::map<std::uint64_t, Page>;
 
-    // Where a position falls: in `page`, after `before` runs that begin at or before it.
+    // The place of a position: in `page`, after the `before` runs that start at or before it.
     struct Spot {
         Pages::iterator page;
         std::size_t before;

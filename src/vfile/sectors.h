@@ -1,4 +1,4 @@
-// The unit in which the maps of both sparse formats count.
+// Sectors, the unit of the maps of both sparse formats.
 #pragma once
 
 #include <cstddef>
@@ -13,13 +13,13 @@ namespace KelvonClip {
 
 constexpr std::uint64_t SECTOR_SIZE = 512;
 
-// A number of sectors from a file, in bytes; absent when 64 bits cannot hold it.
+// Converts a number of sectors from a file to bytes; absent if the result exceeds 64 bits.
 constexpr std::optional<std::uint64_t> sectorsToBytes(std::uint64_t sectors) {
     if (sectors > std::numeric_limits<std::uint64_t>::max() / SECTOR_SIZE) return std::nullopt;
     return sectors * SECTOR_SIZE;
 }
 
-// One stored range, as both formats write it. Units: sectors. A length of 0 ends a block's list.
+// The record of one stored range, in both formats. Units: sectors. A length of 0 ends the list of a block.
 struct ExtentRecord {
     static constexpr std::size_t SIZE = 16;
 

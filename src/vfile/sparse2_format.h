@@ -1,5 +1,5 @@
-// Sparse format 2 on disk: where its fields lie and how its map blocks are numbered. Big-endian; byte tables and picture:
-// docs/format.md, "Sparse format 2".
+// Sparse format 2 on disk: the offsets of its fields and the numbering of its map blocks. Big-endian. Byte tables and
+// picture: docs/format.md, "Sparse format 2".
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ constexpr std::uint32_t BLOCK_SIZE = 65536;  // of the superblock and of every m
 namespace super_block {
 constexpr Magic MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x50, 0x52, 0x53, 0x32};
 constexpr std::size_t LENGTH_AT = 8;      // of the sparse file, bytes
-constexpr std::size_t RUN_TABLE_AT = 32;  // host sector of each run; 0: not begun
+constexpr std::size_t RUN_TABLE_AT = 32;  // host sector of each run; 0: does not exist yet
 constexpr std::size_t RUN_ENTRY_SIZE = 8, MAX_RUNS = 8188;
 static_assert(RUN_TABLE_AT + MAX_RUNS * RUN_ENTRY_SIZE == BLOCK_SIZE, "the run table fills the block");
 }  // namespace super_block
@@ -30,10 +30,10 @@ constexpr std::uint32_t MAX_RECORDS = 4095;
 static_assert(RECORDS_AT + MAX_RECORDS * ExtentRecord::SIZE == BLOCK_SIZE, "the records fill the block");
 }  // namespace map_block
 
-// KEEP: a file may hold more map blocks than a reader replays.
+// KEEP: a file may have more map blocks than are replayed.
 constexpr std::uint32_t MAX_REPLAYED_BLOCKS = 8188;
 
-// Blocks in the first runs; every later run is as long as the last of these.
+// Blocks in the first runs; all later runs have as many as the last of these.
 constexpr std::array<std::uint32_t, 7> RUN_SIZES{1, 3, 5, 9, 17, 33, 65};
 constexpr std::uint32_t FIRST_RUNS_BLOCKS = std::accumulate(RUN_SIZES.begin(), RUN_SIZES.end(), 0u);
 static_assert(FIRST_RUNS_BLOCKS == 133);
@@ -42,7 +42,7 @@ constexpr std::uint32_t runSize(std::uint32_t run) {
     return run < RUN_SIZES.size() ? RUN_SIZES[run] : RUN_SIZES.back();
 }
 
-// Where a map block stands among the runs.
+// The run of a map block, and its index in the run.
 struct BlockPlace {
     std::uint32_t run, index;
     friend bool operator==(BlockPlace const&, BlockPlace const&) = default;

@@ -1,4 +1,4 @@
-// The read loop that both sparse formats share.
+// The read loop of both sparse formats.
 #pragma once
 
 #include <algorithm>
@@ -13,9 +13,9 @@
 
 namespace KelvonClip {
 
-// Reads the range piece by piece: what lies in an extent comes from the host, on the same completion object; what lies
-// between extents is zeros. `find` gives the extent that contains a position, else the first one after it; it is asked
-// again for each piece. The caller has checked the range.
+// Reads a range piece by piece: data in an extent is read from the host, with the same completion object; between
+// extents the buffer is filled with zeros. `find` returns the extent that contains a position or else the next one; it
+// is called for each piece. The caller has checked the range.
 template <class Find>
 void readSparse(Find&& find, VFileObject& host, std::uint64_t position, std::uint32_t length, void* buffer,
                 std::shared_ptr<CIO::CIOObject> const& done) {

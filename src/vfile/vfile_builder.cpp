@@ -21,7 +21,7 @@ using Built = Opened<VFileObject>;
 
 Built badSpecification() { return {u"Bad VFile Spec", nullptr}; }
 
-// A file of any kind as a VFileObject.
+// Converts a file of any kind to a VFileObject.
 template <class Kind>
 Built built(Opened<Kind> opened) {
     return {std::move(opened.error), std::move(opened.file)};
@@ -39,7 +39,7 @@ struct BuildContext {
 KString hostFileName(KString const& header_path, KString const& text) {
     std::ptrdiff_t const backslash = header_path.findLast(U'\\');
     if (backslash < 0) return KString(platform::fileBesideHeader(header_path.codePoints(), text.codePoints()));
-    // KEEP: joined even when the text is an absolute path.
+    // KEEP: joined even if the text is an absolute path.
     return KString::format("%1\\%2", {header_path.substring(0, static_cast<std::size_t>(backslash)), text});
 }
 
@@ -56,7 +56,7 @@ Built buildSparse(XmlElement const&, std::shared_ptr<VFileObject> file, bool rea
 Built buildSparse2(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_only) {
     return built(VFileSparse2::open(std::move(file), read_only));
 }
-// "MinLength" is for whoever lays out the file; opening has no use for it.
+// "MinLength" is for the creator of the file; opening ignores it.
 Built buildGrow(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_only) {
     return built(VFileGrow::open(std::move(file), read_only));
 }
@@ -74,7 +74,7 @@ Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> fi
     return buildPartition(std::move(file), *start, *length);
 }
 
-// --- The forms, in the order in which they are looked for; each has one of the two builders ---
+// --- The forms, in the order in which they are tried; each has one of the two builders ---
 
 struct Form {
     char const* name;
@@ -120,7 +120,7 @@ Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KStrin
     if (level.form == nullptr) return badSpecification();
     Built result = level.form->bottom(*level.element, context);
     for (; result.error.empty() && !levels.empty(); levels.pop_back()) {
-        if (!result.file) return badSpecification();  // a container needs a file to stand on
+        if (!result.file) return badSpecification();  // a container needs a host
         result = levels.back().form->level(*levels.back().element, std::move(result.file), read_only);
     }
     return result;
