@@ -35,6 +35,9 @@ class KMutexLock {
     // The same for a scope. Allocates nothing, so destructors can use it. Does not keep the mutex alive.
     std::unique_lock<std::recursive_mutex> hold() const { return locked(*mutex); }
 
+    // Does not block: the result owns the mutex unless another thread does.
+    std::unique_lock<std::recursive_mutex> tryHold() const { return std::unique_lock(*mutex, std::try_to_lock); }
+
   private:
     std::shared_ptr<std::recursive_mutex> mutex;
 };

@@ -1,6 +1,5 @@
 #include "foundation/kmutexlock.h"
 
-#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -10,19 +9,11 @@ namespace KelvonClip {
 namespace {
 
 // Whether another thread could lock the mutex now: asked of a copy, which shares it.
-class Probe {
-  public:
-    explicit Probe(KMutexLock const& lock)
-        : thread([this, copy = lock] {
-              auto const locker = copy.lock();
-              entered = true;
-          }) {}
-    ~Probe() { thread.join(); }
-    std::atomic<bool> entered{false};
-
-  private:
-    std::thread thread;
-};
+bool freeForOthers(KMutexLock const& mutex) {
+    bool could_lock = false;
+    std::thread([&could_lock, copy = mutex] { could_lock = copy.tryHold().owns_lock(); }).join();
+    return could_lock;
+}
 
 TEST(KMutexLock, OwningThreadMayLockAgain) {
     KMutexLock const mutex;
@@ -33,38 +24,36 @@ TEST(KMutexLock, OwningThreadMayLockAgain) {
 
 TEST(KMutexLock, StaysLockedUntilTheLastReferenceToTheLockerGoes) {
     KMutexLock const mutex;
+    EXPECT_TRUE(freeForOthers(mutex));
     auto first = mutex.lock();
     auto copy = first;
-    {
-        Probe const probe(mutex);
-        first.reset();
-        EXPECT_FALSE(probe.entered) << "the copy still holds the mutex";
-        copy.reset();
-    }  // the probe ends, so it got the mutex
+    EXPECT_FALSE(freeForOthers(mutex));
+    first.reset();
+    EXPECT_FALSE(freeForOthers(mutex)) << "the copy still holds the mutex";
+    copy.reset();
+    EXPECT_TRUE(freeForOthers(mutex));
 }
 
 TEST(KMutexLock, StaysLockedUntilEveryLockOfTheOwningThreadIsGone) {
     KMutexLock const mutex;
     auto outer = mutex.lock();
-    auto inner = mutex.lock();
     {
-        Probe const probe(mutex);
-        inner.reset();
-        EXPECT_FALSE(probe.entered);
-        outer.reset();
+        auto const inner = mutex.tryHold();
+        EXPECT_TRUE(inner.owns_lock()) << "its own thread may lock it again";
     }
+    EXPECT_FALSE(freeForOthers(mutex));
+    outer.reset();
+    EXPECT_TRUE(freeForOthers(mutex));
 }
 
 TEST(KMutexLock, MayBeHeldForAScope) {
     KMutexLock const mutex;
     auto outer = mutex.hold();
     auto inner = mutex.lock();
-    {
-        Probe const probe(mutex);
-        inner.reset();
-        EXPECT_FALSE(probe.entered);
-        outer.unlock();
-    }
+    inner.reset();
+    EXPECT_FALSE(freeForOthers(mutex));
+    outer.unlock();
+    EXPECT_TRUE(freeForOthers(mutex));
 }
 
 TEST(KMutexLock, LockerKeepsTheMutexAlive) {
