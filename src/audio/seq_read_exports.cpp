@@ -1,8 +1,6 @@
 // The exported functions of the sequential reader, and the finishing of open readers when the library ends.
 #include <kelvonclip/seq_read.h>
 
-#include <chrono>
-
 #include "audio/audio_track.h"
 #include "audio/hemlock_reader.h"
 #include "audio/stream_registry.h"
@@ -23,12 +21,12 @@ Readers& readers() {
 // When a process ends, the host may have terminated the pool's threads already. What they were reading never completes,
 // so the wait has a time limit. If it expires, the readers are leaked, because a thread may still be using them.
 void finishAllReaders() noexcept {
-    constexpr std::chrono::seconds TASK_TIMEOUT{5};
+    constexpr std::uint32_t TASK_TIMEOUT_MS = 5000;
     try {
         auto open = std::make_unique<std::vector<Readers::Pointer>>(readers().removeAll());
         for (auto const& reader : *open)
             reader->cancelReadAhead();
-        if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT)) (void)open.release();
+        if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT_MS)) (void)open.release();
     } catch (std::exception const&) {
         // Out of memory: the readers are leaked.
     }

@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <condition_variable>
 #include <exception>
 #include <mutex>
 
 #include "foundation/ksemaphore.h"
+#include "foundation/live_count.h"
 #include "foundation/locked.h"
-#include "platform/host.h"
 #include "platform/task_pool.h"
 #include "platform/transfer_memory.h"
 
@@ -17,37 +15,12 @@ namespace KelvonClip::hemlock {
 
 namespace {
 
-// Counts the tasks of all readers in the pool, so that the library is not unloaded while one runs. Never destroyed,
-// because a task may end after static objects are destroyed.
-class TaskCount {
-  public:
-    static TaskCount& process() {
-        static auto& count = *new TaskCount;
-        return count;
-    }
-    void begin() {
-        auto const lock = locked(mutex);
-        ++tasks;
-    }
-    void end() {
-        auto const lock = locked(mutex);
-        if (--tasks == 0) none_left.notify_all();
-    }
-    bool waitForNone(std::chrono::seconds at_most) {
-        if (platform::otherThreadsAreGone()) return false;  // their tasks never end
-        auto lock = locked(mutex);
-        return none_left.wait_for(lock, at_most, [this] { return tasks == 0; });
-    }
-    std::uint64_t count() {
-        auto const lock = locked(mutex);
-        return tasks;
-    }
-
-  private:
-    std::mutex mutex;
-    std::condition_variable none_left;
-    std::uint64_t tasks = 0;
-};
+// The tasks of all readers that the pool still holds; the library's code must not be unloaded under them.
+// Never destroyed: a task may end after everything else.
+LiveCount& tasks() {
+    static auto& count = *new LiveCount;
+    return count;
+}
 
 }  // namespace
 
@@ -130,7 +103,7 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
             if (held_by_task) return;
             held_by_task = shared_from_this();
         }
-        TaskCount::process().begin();
+        tasks().add();
         try {
             platform::runInBackground([this] { readAll(*this); });
         } catch (std::exception const&) {
@@ -139,7 +112,7 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
                 auto const lock = locked(mutex);
                 held_by_task.reset();
             }
-            TaskCount::process().end();
+            tasks().remove();
         }
     }
 
@@ -156,7 +129,7 @@ class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
         while (auto const run = queue.takeFirst(held))
             run->readInBackground();
         held.reset();
-        TaskCount::process().end();
+        tasks().remove();
     }
 
     // The next run for the task. If there is none, moves the task's reference to the queue into `held`; a run that is
@@ -271,8 +244,8 @@ std::shared_ptr<std::byte> UnitReadAhead::allocateRun() {
     return {memory, memory.get() + runs_left * run_size};
 }
 
-bool UnitReadAhead::waitForTasks(std::chrono::seconds at_most) { return TaskCount::process().waitForNone(at_most); }
+bool UnitReadAhead::waitForTasks(std::uint32_t timeout_ms) { return tasks().waitForNone(timeout_ms); }
 
-std::uint64_t UnitReadAhead::tasksInPool() { return TaskCount::process().count(); }
+std::uint64_t UnitReadAhead::tasksInPool() { return tasks().count(); }
 
 }  // namespace KelvonClip::hemlock

@@ -17,7 +17,6 @@
 // Threads: one caller at a time. Runs are read on pool threads.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -57,7 +56,7 @@ class UnitReadAhead {
     // Cancels queued runs, without waiting for the one being read. For the end of the library.
     void cancelQueued();
     // Waits until no task of any reader is left in the pool; false if `at_most` has passed.
-    static bool waitForTasks(std::chrono::seconds at_most);
+    static bool waitForTasks(std::uint32_t timeout_ms);
     // How many tasks of all readers the pool holds; for tests.
     static std::uint64_t tasksInPool();
 

@@ -1,14 +1,12 @@
 #include "clip/clip_directory.h"
 
-#include <atomic>
-#include <chrono>
 #include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
+#include "foundation/live_count.h"
 #include "platform/host.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
@@ -16,9 +14,6 @@
 namespace KelvonClip {
 
 namespace {
-
-// How long unloading waits for queries on other threads.
-constexpr std::chrono::seconds UNLOAD_PATIENCE{2};
 
 using Entry = std::shared_ptr<OpenFileEntry>;
 
@@ -56,22 +51,22 @@ KMutexLock& trackOpeningLock() {
     return lock;
 }
 
-// Entries that exist, registered or not.
-std::atomic<unsigned>& entryCount() {
-    static auto& count = *new std::atomic<unsigned>(0);
+// The entries that exist, registered or not.
+LiveCount& entries() {
+    static auto& count = *new LiveCount;
     return count;
 }
 
 // Closes the entry's containers, which does I/O: must not be called with the directory's lock held.
 void destroyEntry(OpenFileEntry* entry) {
     delete entry;
-    entryCount().fetch_sub(1);
+    entries().remove();
 }
 
 template <class... Arguments>
 Entry makeEntry(Arguments&&... arguments) {
     auto made = std::make_unique<OpenFileEntry>(std::forward<Arguments>(arguments)...);
-    entryCount().fetch_add(1);
+    entries().add();
     return Entry(made.release(), destroyEntry);
 }
 
@@ -245,7 +240,7 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     return found.track->writeUnit(unit, buffer, size);
 }
 
-void closeAllClips() {
+void closeAllClips(std::uint32_t patience_ms) {
     ClipDirectory closed;
     {
         auto item = directory().hold();
@@ -263,9 +258,7 @@ void closeAllClips() {
     closed = {};  // most entries go here
 
     // The others go with the last query that holds them.
-    auto const deadline = std::chrono::steady_clock::now() + UNLOAD_PATIENCE;
-    while (entryCount().load() > 0 && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    entries().waitForNone(patience_ms);
 }
 
 }  // namespace KelvonClip

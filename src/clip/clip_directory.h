@@ -87,7 +87,7 @@ FoundTrack findTrack(std::uint32_t handle);
 KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer);
 KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void const* buffer, std::uint32_t size);
 
-// Unregisters every clip and waits, within bounds, for the queries that still hold one. What unloading does.
-void closeAllClips();
+// Unregisters every clip and waits, for so long at the most, for the queries that still hold one. What unloading does.
+void closeAllClips(std::uint32_t patience_ms = 2000);
 
 }  // namespace KelvonClip

@@ -167,7 +167,7 @@ TEST(UnitReadAhead, WhatTheTaskHasNotBegunIsReadByTheOneWhoWaits) {
 // However many runs there are to read, the pool has one task of a reader's at most. The task is held up until the
 // reader has handed over all the runs that it may.
 TEST(UnitReadAhead, GivesThePoolOneTask) {
-    ASSERT_TRUE(UnitReadAhead::waitForTasks(std::chrono::seconds(60))) << "those of other cases";
+    ASSERT_TRUE(UnitReadAhead::waitForTasks(60000)) << "those of other cases";
     auto const track = numberedUnits(2000);
     std::atomic<bool> opened = false;
     test::Latch go_on(1);
@@ -203,7 +203,7 @@ TEST(UnitReadAhead, APoolThatIsBusyElsewhereCostsNoProgress) {
     }
     gate.count_down();
     all_ended.wait();
-    EXPECT_TRUE(UnitReadAhead::waitForTasks(std::chrono::seconds(60)));
+    EXPECT_TRUE(UnitReadAhead::waitForTasks(60000));
 }
 
 TEST(UnitReadAhead, AReaderWhoseReadsThrowGetsTheFaultAsAMessage) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -10,7 +9,9 @@
 #include <vector>
 
 #include "support/clip_image.h"
+#include "support/latch.h"
 #include "support/memory_file.h"
+#include "support/when_waiting.h"
 #include "vfile/vfilegrow.h"
 
 namespace KelvonClip {
@@ -389,18 +390,29 @@ TEST_F(ClipDirectoryTest, ClosingAllWaitsForTheQueryThatStillHoldsAClip) {
     unsigned handle = 0;
     ASSERT_EQ(openClip("clip", false, &handle, file), KString());
     auto held = findTrack(findClip(handle, OpenTracks::yes)->extra->tracks[0].handle.number());
-    std::atomic<bool> closing{false};
+    test::Latch closing(1);
     std::thread query([&closing, mine = std::move(held)]() mutable {
-        while (!closing)
-            std::this_thread::yield();
+        closing.wait();
         std::string const unit(UNIT, 'u');
         EXPECT_EQ(mine.track->writeUnit(0, unit.data(), UNIT), KString());
         mine = {};
     });
-    closing = true;
-    closeAllClips();
-    EXPECT_EQ(file.use_count(), 1);
+    {
+        test::WhenWaiting const waiting([&] { closing.count_down(); });
+        closeAllClips(KSemaphore::FOREVER);
+        EXPECT_EQ(file.use_count(), 1);
+    }
     query.join();
+}
+
+TEST_F(ClipDirectoryTest, ClosingAllGivesUpOnAQueryThatDoesNotReturn) {
+    unsigned handle = 0;
+    ASSERT_EQ(openClip("clip", false, &handle, clipWithGrowTrack()), KString());
+    auto held = findTrack(findClip(handle, OpenTracks::yes)->extra->tracks[0].handle.number());
+    closeAllClips(1);
+    EXPECT_EQ(findClip(handle), nullptr);
+    std::string const unit(UNIT, 'u');
+    EXPECT_EQ(held.track->writeUnit(0, unit.data(), UNIT), KString()) << "what it holds stays good";
 }
 
 TEST_F(ClipDirectoryTest, DamagedHeadersNeverCrash) {
