@@ -15,8 +15,8 @@ namespace KelvonClip::hemlock {
 
 namespace {
 
-// The tasks of all readers that the pool still holds; the library's code must not be unloaded under them.
-// Never destroyed: a task may end after everything else.
+// The number of tasks of all readers in the pool. The library must not be unloaded while one is running. Never
+// destroyed, because a task may end after static objects are destroyed.
 LiveCount& tasks() {
     static auto& count = *new LiveCount;
     return count;

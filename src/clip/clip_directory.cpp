@@ -51,7 +51,7 @@ KMutexLock& trackOpeningLock() {
     return lock;
 }
 
-// The entries that exist, registered or not.
+// The number of existing entries, registered or not.
 LiveCount& entries() {
     static auto& count = *new LiveCount;
     return count;

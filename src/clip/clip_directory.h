@@ -87,7 +87,8 @@ FoundTrack findTrack(std::uint32_t handle);
 KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer);
 KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void const* buffer, std::uint32_t size);
 
-// Unregisters every clip and waits, for so long at the most, for the queries that still hold one. What unloading does.
+// Unregisters all clips and waits up to `patience_ms` milliseconds for queries that still use one. Called when the
+// library is unloaded or the process ends.
 void closeAllClips(std::uint32_t patience_ms = 2000);
 
 }  // namespace KelvonClip

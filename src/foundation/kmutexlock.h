@@ -35,7 +35,7 @@ class KMutexLock {
     // The same for a scope. Allocates nothing, so destructors can use it. Does not keep the mutex alive.
     std::unique_lock<std::recursive_mutex> hold() const { return locked(*mutex); }
 
-    // Does not block: the result owns the mutex unless another thread does.
+    // Does not block. The result owns the mutex unless another thread does.
     std::unique_lock<std::recursive_mutex> tryHold() const { return std::unique_lock(*mutex, std::try_to_lock); }
 
   private:

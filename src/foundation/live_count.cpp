@@ -32,7 +32,7 @@ bool LiveCount::waitForNone(std::uint32_t timeout_ms) {
         waiting.push_back(&none_left);
     }
     bool const came_down = none_left.wait(1, timeout_ms);
-    // remove() posts under the lock: once this thread has it, nobody uses the semaphore any more.
+    // remove() posts under the lock. Once this thread holds it, no other thread uses the semaphore.
     auto const hold = locked(mutex);
     std::erase(waiting, &none_left);
     return came_down;

@@ -1,4 +1,4 @@
-// Counts what is still in use, so that whoever ends the library can wait for the last of it.
+// Counts objects or operations in progress, and waits until there are none.
 //
 // Threads: any.
 #pragma once
@@ -17,8 +17,8 @@ class LiveCount {
     void remove();
     std::uint64_t count();
 
-    // Waits alertably until the count is 0. False: the time passed first, or the host has ended the other threads, which
-    // take down nothing any more.
+    // Waits alertably until the count is 0. False if the time-out expires, or if the host has terminated the other
+    // threads, which will never decrement it.
     bool waitForNone(std::uint32_t timeout_ms);
 
   private:
