@@ -29,6 +29,7 @@
 #include "platform/host_file.h"
 #include "platform/linux/host_text.h"
 #include "support/buffer.h"
+#include "support/host_lacks.h"
 #include "support/probe_request.h"
 #include "support/scratch.h"
 
@@ -169,7 +170,7 @@ class MemoryFileTest : public LinuxFileTest {
   protected:
     void SetUp() override {
         LinuxFileTest::SetUp();
-        if (!std::filesystem::is_directory(PLACE)) GTEST_SKIP() << "this machine has no memory file system";
+        REQUIRE_OF_HOST(std::filesystem::is_directory(PLACE), "memory-files");
         memory_folder = std::make_unique<ScratchFolder>(PLACE);
         auto opened = HostFile::open(memory_folder->file("clip").toUtf16(), FileAccess::create);
         ASSERT_NE(opened.file, nullptr) << toText(opened.error);

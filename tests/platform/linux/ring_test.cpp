@@ -1,5 +1,5 @@
 // The life of a thread's ring: when it is made and closed, and what happens where the host refuses it, from the start or
-// later on.
+// later on. The engine that then does the work is tested beside it.
 #include "platform/linux/io_queue.h"
 
 #include <cerrno>
@@ -15,7 +15,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <liburing.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pthread.h>
@@ -26,8 +25,10 @@
 #include <unistd.h>
 
 #include "foundation/ksemaphore.h"
+#include "io_engines.h"
 #include "platform/host_file.h"
 #include "support/buffer.h"
+#include "support/host_lacks.h"
 #include "support/probe_request.h"
 #include "support/scratch.h"
 
@@ -49,7 +50,8 @@ std::size_t ringsOpen() {
     return count;
 }
 
-struct RingTest : testing::Test {
+// With the ring where the host gives one, otherwise without.
+struct IoQueueTest : testing::Test {
     void SetUp() override {
         useRings(true);
         test::makeFile(folder.path / "clip", 64 * BLOCK);
@@ -68,20 +70,47 @@ struct RingTest : testing::Test {
                std::memcmp(read.memory, content.memory + std::size_t{block} * BLOCK, BLOCK) == 0;
     }
 
-    // Whether this host gives rings at all; in a container it may not.
-    static bool hostHasRings() {
-        io_uring ring;
-        if (::io_uring_queue_init(2, &ring, 0) != 0) return false;
-        ::io_uring_queue_exit(&ring);
-        return true;
+    // Alertable waits of an outer and an inner level, whose units come in that order while the inner one sleeps.
+    void waitWithinACompletion() const {
+        for (int round = 0; round < 200; ++round) {
+            HostSemaphore outer(0, 1), inner(0, 1);
+            std::thread poster;
+            Buffer read(BLOCK, 1);
+            ProbeRequest request([&] {
+                poster = std::thread([&] {
+                    EXPECT_TRUE(outer.post(1));
+                    EXPECT_TRUE(inner.post(1));
+                });
+                EXPECT_EQ(inner.waitAlertable(WAIT_FOREVER), WaitResult::taken);
+            });
+            ASSERT_TRUE(file->startRead(0, BLOCK, read.memory, request));
+            while (outer.waitAlertable(WAIT_FOREVER) != WaitResult::taken) {
+            }
+            EXPECT_EQ(request.completions, 1);
+            poster.join();
+        }
     }
 
     ScratchFolder folder;
     std::unique_ptr<HostFile> file;
 };
 
+struct RingTest : IoQueueTest {
+    void SetUp() override {
+        REQUIRE_OF_HOST(test::hostHasRings(), "rings");
+        IoQueueTest::SetUp();
+    }
+};
+
+// The engine that hosts without rings get.
+struct PlainEngineTest : IoQueueTest {
+    void SetUp() override {
+        IoQueueTest::SetUp();
+        useRings(false);
+    }
+};
+
 TEST_F(RingTest, IsMadeAtTheFirstRequestAndClosedAtTheThreadsEnd) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     std::size_t const before = ringsOpen();
     std::thread([&] {
         EXPECT_EQ(ringsOpen(), before);
@@ -93,14 +122,7 @@ TEST_F(RingTest, IsMadeAtTheFirstRequestAndClosedAtTheThreadsEnd) {
     EXPECT_EQ(ringsOpen(), before);
 }
 
-TEST_F(RingTest, SwitchMakesThreadsGetByWithout) {
-    useRings(false);
-    std::size_t const before = ringsOpen();
-    EXPECT_TRUE(readsWell());
-    EXPECT_EQ(ringsOpen(), before);
-}
-
-TEST_F(RingTest, ThreadThatEndsCompletesItsPendingRequests) {
+TEST_F(IoQueueTest, ThreadThatEndsCompletesItsPendingRequests) {
     for (bool rings : {true, false}) {
         useRings(rings);
         Buffer read(64 * BLOCK, 8);
@@ -123,7 +145,7 @@ TEST_F(RingTest, ThreadThatEndsCompletesItsPendingRequests) {
     }
 }
 
-TEST_F(RingTest, RequestThatACompletionStartsAtTheThreadsEndCompletesToo) {
+TEST_F(IoQueueTest, RequestThatACompletionStartsAtTheThreadsEndCompletesToo) {
     Buffer read(BLOCK, 8);
     ProbeRequest second;
     ProbeRequest first([&] { EXPECT_TRUE(file->startRead(0, BLOCK, read.memory, second)); });
@@ -133,15 +155,15 @@ TEST_F(RingTest, RequestThatACompletionStartsAtTheThreadsEndCompletesToo) {
 }
 
 // Objects with thread storage end before or after the ring does, in an order that nobody chooses.
-TEST_F(RingTest, ThreadsLateDestructorsMayStillUseFiles) {
+TEST_F(IoQueueTest, ThreadsLateDestructorsMayStillUseFiles) {
     struct Late {
         ~Late() { good = test->readsWell(3); }
-        RingTest* test;
+        IoQueueTest* test;
         bool& good;
     };
     bool in_thread_storage = false, in_key = false;
     static pthread_key_t key;  // made after the library's own, so its destructor comes later
-    static RingTest* current;
+    static IoQueueTest* current;
     current = this;
     std::thread([&] {
         thread_local std::optional<Late> late;
@@ -155,7 +177,7 @@ TEST_F(RingTest, ThreadsLateDestructorsMayStillUseFiles) {
     EXPECT_TRUE(in_key);
 }
 
-TEST_F(RingTest, ManyThreadsComeAndGoWithoutLeavingAnything) {
+TEST_F(IoQueueTest, ManyThreadsComeAndGoWithoutLeavingAnything) {
     std::size_t const before = ringsOpen();
     for (int round = 0; round < 20; ++round) {
         std::vector<std::thread> threads;
@@ -226,7 +248,6 @@ struct PendingRead : PendingTransfer {
 };
 
 TEST_F(RingTest, PostFromAnotherThreadWakesAWaitWhoseRequestsStayPending) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingRead pending;
     for (int round = 0; round < 200; ++round) {
         HostSemaphore semaphore(0, 1);
@@ -238,7 +259,6 @@ TEST_F(RingTest, PostFromAnotherThreadWakesAWaitWhoseRequestsStayPending) {
 }
 
 TEST_F(RingTest, WaitTimesOutWhileItsRequestsStayPending) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingRead pending;
     HostSemaphore semaphore(0, 1);
     for (std::uint32_t timeout_ms : {0U, 1U, 20U})
@@ -249,7 +269,6 @@ TEST_F(RingTest, WaitTimesOutWhileItsRequestsStayPending) {
 }
 
 TEST_F(RingTest, WaitWithADeadlineLeavesItsWriteToTheRing) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingTransfer pending(true);
     HostSemaphore semaphore(0, 1);
     for (std::uint32_t timeout_ms : {0U, 1U, 20U})
@@ -267,14 +286,12 @@ TEST_F(RingTest, WaitWithADeadlineLeavesItsWriteToTheRing) {
 
 // A pipe tells the two apart: it takes a write from the ring, in its own time, and refuses a plain one at a position.
 TEST_F(RingTest, ALoneWriteIsMovedByTheThreadThatWaitsForIt) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingTransfer lone(true);
     waitFor(lone.request);
     EXPECT_TRUE(lone.request.failed);
 }
 
 TEST_F(RingTest, SeveralWritesAreLeftToTheRing) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingTransfer first(true), second(true);
     HostSemaphore semaphore(0, 1);
     std::thread poster([&semaphore] { EXPECT_TRUE(semaphore.post(1)); });
@@ -289,17 +306,53 @@ TEST_F(RingTest, SeveralWritesAreLeftToTheRing) {
 }
 
 TEST_F(RingTest, CompletionsGoOnBesideARequestThatStaysPending) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     PendingRead pending;
     for (std::uint32_t block = 0; block < 64; ++block)
         EXPECT_TRUE(readsWell(block));
     EXPECT_EQ(pending.request.completions, 0);
 }
 
+TEST_F(RingTest, WaitWithinACompletionLosesNoWakeOfTheOuterOne) {
+    PendingRead pending;
+    waitWithinACompletion();
+    EXPECT_EQ(pending.request.completions, 0);
+}
+
+TEST_F(PlainEngineTest, MakesNoRing) {
+    std::size_t const before = ringsOpen();
+    EXPECT_TRUE(readsWell());
+    std::thread([&] { EXPECT_TRUE(readsWell(1)); }).join();
+    EXPECT_EQ(ringsOpen(), before);
+}
+
+TEST_F(PlainEngineTest, PostFromAnotherThreadWakesAWait) {
+    for (int round = 0; round < 200; ++round) {
+        HostSemaphore semaphore(0, 1);
+        std::thread poster([&semaphore] { EXPECT_TRUE(semaphore.post(1)); });
+        EXPECT_EQ(semaphore.waitAlertable(WAIT_FOREVER), WaitResult::taken);
+        poster.join();
+    }
+}
+
+// One request a wait, in the order in which they were started, before anything is slept for.
+TEST_F(PlainEngineTest, WaitCompletesARequestHoweverLittleTimeItHas) {
+    Buffer read(BLOCK, 1);
+    ProbeRequest first, second;
+    for (ProbeRequest* request : {&first, &second})
+        ASSERT_TRUE(file->startRead(0, BLOCK, read.memory, *request));
+    HostSemaphore semaphore(0, 1);
+    EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::completed_io);
+    EXPECT_EQ(first.completions, 1);
+    EXPECT_EQ(second.completions, 0);
+    EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::completed_io);
+    EXPECT_EQ(second.completions, 1);
+    for (std::uint32_t timeout_ms : {0U, 1U, 20U})
+        EXPECT_EQ(semaphore.waitAlertable(timeout_ms), WaitResult::timed_out);
+}
+
 // KEEP: a completion begins the time-out anew. Without a ring each look at the semaphore completes one request, so a wait
 // that has no time at all goes on to the one that posts.
-TEST_F(RingTest, EveryCompletionBeginsTheTimeOutAnew) {
-    useRings(false);
+TEST_F(PlainEngineTest, EveryCompletionBeginsTheTimeOutAnew) {
     KSemaphore semaphore(0);
     Buffer read(BLOCK, 1);
     ProbeRequest first, second, third([&semaphore] { semaphore.post(); });
@@ -310,29 +363,16 @@ TEST_F(RingTest, EveryCompletionBeginsTheTimeOutAnew) {
     EXPECT_FALSE(semaphore.wait(1, 0));
 }
 
-// The wake that is meant for the outer wait comes while the inner one sleeps.
-TEST_F(RingTest, WaitWithinACompletionLosesNoWakeOfTheOuterOne) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
-    PendingRead pending;
-    for (int round = 0; round < 200; ++round) {
-        HostSemaphore outer(0, 1), inner(0, 1);
-        std::thread poster;
-        Buffer read(BLOCK, 1);
-        ProbeRequest request([&] {
-            poster = std::thread([&] {
-                EXPECT_TRUE(outer.post(1));
-                EXPECT_TRUE(inner.post(1));
-            });
-            EXPECT_EQ(inner.waitAlertable(WAIT_FOREVER), WaitResult::taken);
-        });
-        ASSERT_TRUE(file->startRead(0, BLOCK, read.memory, request));
-        while (outer.waitAlertable(WAIT_FOREVER) != WaitResult::taken) {
-        }
-        EXPECT_EQ(request.completions, 1);
-        poster.join();
-    }
-    EXPECT_EQ(pending.request.completions, 0);
+TEST_F(PlainEngineTest, WritesAreMovedByTheThreadThatWaitsForThem) {
+    PendingTransfer first(true), second(true);
+    HostSemaphore semaphore(0, 1);
+    EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::completed_io);
+    EXPECT_TRUE(first.request.failed);
+    waitFor(second.request);
+    EXPECT_TRUE(second.request.failed);
 }
+
+TEST_F(PlainEngineTest, WaitWithinACompletionLosesNoWakeOfTheOuterOne) { waitWithinACompletion(); }
 
 // Runs `body` in a child process and tells whether it gave true.
 template <class Body>
@@ -355,7 +395,7 @@ bool forbid(unsigned system_call, unsigned error) {
     return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-TEST_F(RingTest, HostThatRefusesRingsIsServedWithout) {
+TEST_F(IoQueueTest, HostThatRefusesRingsIsServedWithout) {
     for (unsigned error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
         EXPECT_TRUE(inChild([&] {
             return forbid(__NR_io_uring_setup, error) && readsWell() && ringsOpen() == 0 && readsWell(63);
@@ -363,7 +403,7 @@ TEST_F(RingTest, HostThatRefusesRingsIsServedWithout) {
     }
 }
 
-TEST_F(RingTest, DescriptorsThatRunOutAreNoReasonToFail) {
+TEST_F(IoQueueTest, DescriptorsThatRunOutAreNoReasonToFail) {
     EXPECT_TRUE(readsWell());  // sanitizers need a descriptor at the first call of a virtual function, and only then
     EXPECT_TRUE(inChild([&] {
         // The next free number is beyond the limit.
@@ -374,7 +414,7 @@ TEST_F(RingTest, DescriptorsThatRunOutAreNoReasonToFail) {
     }));
 }
 
-TEST_F(RingTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
+TEST_F(IoQueueTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
     for (unsigned error : {EPERM, ENOSYS}) {
         EXPECT_TRUE(inChild([&] {
             if (!readsWell()) return false;
@@ -405,7 +445,6 @@ TEST_F(RingTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
 }
 
 TEST_F(RingTest, PostsAndResultsStillReachAThreadWhoseRingIsBarred) {
-    if (!hostHasRings()) GTEST_SKIP() << "this host refuses rings";
     EXPECT_TRUE(inChild([&] {
         PendingRead pending;
         HostSemaphore timed(0, 1);
@@ -425,7 +464,7 @@ TEST_F(RingTest, PostsAndResultsStillReachAThreadWhoseRingIsBarred) {
     }));
 }
 
-TEST_F(RingTest, ChildProcessBeginsAfreshAndLeavesTheParentsRequestsAlone) {
+TEST_F(IoQueueTest, ChildProcessBeginsAfreshAndLeavesTheParentsRequestsAlone) {
     Buffer read(64 * BLOCK, 1);
     EXPECT_TRUE(readsWell());
     std::vector<std::unique_ptr<ProbeRequest>> requests;
