@@ -5,6 +5,7 @@
 #include "audio/hemlock_reader.h"
 #include "audio/stream_registry.h"
 #include "foundation/exported.h"
+#include "foundation/never_destroyed.h"
 
 namespace KelvonClip {
 
@@ -14,7 +15,7 @@ using Readers = StreamRegistry<HemlockReader>;
 
 // The registry is never destroyed, because another thread may still be in one of these functions when the process ends.
 Readers& readers() {
-    static auto& registry = *new Readers;
+    static auto& registry = neverDestroyed<Readers>();
     return registry;
 }
 

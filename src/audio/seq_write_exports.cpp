@@ -8,6 +8,7 @@
 #include "audio/stream_registry.h"
 #include "foundation/exported.h"
 #include "foundation/kprotect.h"
+#include "foundation/never_destroyed.h"
 #include "platform/host.h"
 
 namespace KelvonClip {
@@ -17,7 +18,7 @@ namespace {
 using Writers = StreamRegistry<HemlockWriter>;
 
 Writers& writers() {
-    static auto& registry = *new Writers;  // never destroyed, for the same reason as the readers' registry
+    static auto& registry = neverDestroyed<Writers>();  // never destroyed, for the same reason as the readers' registry
     return registry;
 }
 
@@ -40,8 +41,8 @@ void finishWritersAtEnd() {
 
 // One generator for all writers, so that different recordings of one process have different block words.
 std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
-    static auto& generator =
-        *new KProtect<std::mt19937>(std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
+    static auto& generator = neverDestroyed<KProtect<std::mt19937>>(
+        std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
     std::vector<std::uint32_t> words(count);
     auto item = generator.hold();
     for (auto& word : words)

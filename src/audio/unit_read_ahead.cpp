@@ -8,6 +8,7 @@
 #include "foundation/ksemaphore.h"
 #include "foundation/live_count.h"
 #include "foundation/locked.h"
+#include "foundation/never_destroyed.h"
 #include "platform/task_pool.h"
 #include "platform/transfer_memory.h"
 
@@ -18,7 +19,7 @@ namespace {
 // The number of tasks of all readers in the pool. The library must not be unloaded while one is running. Never
 // destroyed, because a task may end after static objects are destroyed.
 LiveCount& tasks() {
-    static auto& count = *new LiveCount;
+    static auto& count = neverDestroyed<LiveCount>();
     return count;
 }
 

@@ -89,8 +89,7 @@ XmlElement trackMeta(PlannedTrack const& track) {
     return meta;
 }
 
-// Puts empty containers for all tracks into the track data area. They are closed again at the end, which writes back
-// what they hold in memory.
+// Puts empty containers for all tracks into the track data area.
 KString createContainers(std::shared_ptr<VFileObject> const& area, ClipLayout const& layout) {
     if (KString error = VFileSparse2::create(area, layout.sparse_length); !error.empty()) return error;
     auto const sparse = VFileSparse2::open(area, false);
@@ -100,19 +99,7 @@ KString createContainers(std::shared_ptr<VFileObject> const& area, ClipLayout co
         if (!partition.error.empty()) return partition.error;
         if (KString error = VFileGrow::create(partition.file); !error.empty()) return error;
     }
-    return {};
-}
-
-// Closing has nobody to tell about a failing disk, so what it wrote is looked at once.
-KString checkContainers(std::shared_ptr<VFileObject> const& area, ClipLayout const& layout) {
-    auto const sparse = VFileSparse2::open(area, true);
-    if (!sparse.error.empty()) return sparse.error;
-    for (auto const& track : layout.tracks) {
-        auto const partition = buildPartition(sparse.file, track.start, track.length);
-        if (!partition.error.empty()) return partition.error;
-        if (auto const grow = VFileGrow::open(partition.file, true); !grow.error.empty()) return grow.error;
-    }
-    return {};
+    return sparse.file->writeBack(Durability::power_loss);
 }
 
 }  // namespace
@@ -182,8 +169,7 @@ KString writeNewClip(std::shared_ptr<VFileObject> const& host, ClipHeaderArea co
     if (KString error = host->writeSync(0, CLIP_HEADER_SIZE, header.bytes.data()); !error.empty()) return error;
     auto const area = VFileOffset::section(host, CLIP_HEADER_SIZE);
     if (!area.error.empty()) return area.error;
-    if (KString error = createContainers(area.file, layout); !error.empty()) return error;
-    return checkContainers(area.file, layout);
+    return createContainers(area.file, layout);
 }
 
 }  // namespace KelvonClip

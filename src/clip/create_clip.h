@@ -66,8 +66,7 @@ std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_
 // header text" when it is too long.
 HeaderText newClipHeader(ClipDescription const& description, ClipLayout const& layout);
 
-// Writes header and empty containers into the clip file; empty on success. What the containers keep in memory is
-// written back, and read again, before the call returns.
+// Writes header and empty containers into the clip file and flushes it; empty on success.
 KString writeNewClip(std::shared_ptr<VFileObject> const& host, ClipHeaderArea const& header, ClipLayout const& layout);
 
 }  // namespace KelvonClip

@@ -1,4 +1,5 @@
 #include "clip/handle.h"
+#include "foundation/never_destroyed.h"
 
 namespace KelvonClip {
 
@@ -14,7 +15,7 @@ std::uint32_t HandleSpace::allocate() {
 void HandleSpace::release(std::uint32_t number) { state.hold().value.in_use.erase(number); }
 
 HandleSpace& HandleSpace::process() {
-    static auto& space = *new HandleSpace;
+    static auto& space = neverDestroyed<HandleSpace>();
     return space;
 }
 

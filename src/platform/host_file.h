@@ -51,6 +51,11 @@ class HostFile {
     // Gets the length in bytes; false if the host reports an error.
     virtual bool size(std::uint64_t& bytes) const = 0;
     virtual bool resize(std::uint64_t bytes) = 0;
+
+    // Waits until everything written so far, and the length, is on the disk.
+    virtual bool flush() = 0;
+    // The same for the name of a file that was just made: afterwards a loss of power leaves the file in its folder.
+    virtual bool flushName() = 0;
 };
 
 }  // namespace KelvonClip::platform

@@ -1,5 +1,5 @@
-// Virtual files that a second opener shares with the first, by what identifies the thing that is open: for containers
-// the address of the host, for sections the address and the number that cuts the section out.
+// Virtual files that a second opener shares with the first, by what identifies the thing that is open: for host files
+// the name, for containers the address of the host, for sections the address and the number that cuts the section out.
 //
 // A key belongs to somebody from the start of an opening (or creation) until closing has written everything back. Who
 // asks for a key in the meantime gets the live object, or waits while there is none yet or none any more. So two openers
@@ -8,12 +8,13 @@
 // Invariants
 //   * An entry exists exactly as long as a Place does. The Place keeps the host alive, so the address in a key cannot
 //     come to mean another file while the entry exists.
-//   * The lock is held for look-ups only, never while a disk is waited for: opening one container does not hold up the
+//   * The lock is held for look-ups only, never while a disk is waited for: opening one file does not hold up the
 //     others, and the owner of a key needs no lock that a waiter could hold.
 // Threads: any. The waits are alertable. A completion routine may drop the last reference to a file and so close it; it
 // must not open files, because it may be running inside the very opening or closing that it would wait for.
 #pragma once
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,6 +23,7 @@
 
 #include "foundation/ksemaphore.h"
 #include "foundation/locked.h"
+#include "foundation/never_destroyed.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {
@@ -36,20 +38,27 @@ struct MadeFile {
 template <class Key, class Kind>
 class SharedFiles {
   public:
-    // The live file under `key`, or the one that `make` gives as a MadeFile. A failed `make` leaves nothing behind.
+    // The one registry of this kind of file.
+    static SharedFiles& ofProcess() {
+        static auto& files = neverDestroyed<SharedFiles>();
+        return files;
+    }
+
+    // The live file under `key`, or the one that `make_file` gives as a MadeFile. A failure leaves nothing behind.
     template <class Make>
-    Opened<Kind> open(Key const& key, std::shared_ptr<VFileObject> const& host, Make&& make) {
+    Opened<Kind> open(Key const& key, std::shared_ptr<VFileObject> const& host, Make&& make_file) {
         Claim claimed = claim(key, host);
         if (claimed.live) return {{}, std::move(claimed.live)};
-        MadeFile<Kind> made = std::forward<Make>(make)();
-        if (!made.file) return {std::move(made.error), nullptr};
-        // The last user's release destroys the file, which writes back what it holds, and only then gives up the key.
-        std::shared_ptr<Kind> shared(made.file.release(), [place = claimed.place](Kind* file) mutable {
-            delete file;
-            place.reset();
-        });
-        claimed.place->publish(shared);
-        return {{}, std::move(shared)};
+        return make(claimed.place, std::forward<Make>(make_file));
+    }
+
+    // As open, but for a file that nobody has open; `refusal` when somebody has.
+    template <class Make>
+    Opened<Kind> create(Key const& key, std::shared_ptr<VFileObject> const& host, char const* refusal,
+                        Make&& make_file) {
+        Claim claimed = claim(key, host);
+        if (claimed.live) return {refusal, nullptr};
+        return make(claimed.place, std::forward<Make>(make_file));
     }
 
     // Runs `work`, which gives a message, while nobody has the key's file open; `refusal` when somebody has.
@@ -58,6 +67,12 @@ class SharedFiles {
         Claim const claimed = claim(key, host);
         if (claimed.live) return refusal;
         return std::forward<Work>(work)();
+    }
+
+    // Whether somebody opens, has open or closes the file under `key` now.
+    bool isTaken(Key const& key) {
+        auto const hold = locked(mutex);
+        return entries.contains(key);
     }
 
   private:
@@ -90,6 +105,28 @@ class SharedFiles {
         std::shared_ptr<Kind> live;
         std::shared_ptr<Place> place;
     };
+
+    template <class Make>
+    Opened<Kind> make(std::shared_ptr<Place> const& place, Make&& make_file) {
+        MadeFile<Kind> made = std::forward<Make>(make_file)();
+        if (!made.file) return {std::move(made.error), nullptr};
+        // The last user's release closes the file and only then gives up the key.
+        std::shared_ptr<Kind> shared(made.file.release(), [kept = place](Kind* file) mutable {
+            closeAndDestroy(file);
+            kept.reset();
+        });
+        place->publish(shared);
+        return {{}, std::move(shared)};
+    }
+
+    static void closeAndDestroy(Kind* file) noexcept {
+        try {
+            (void)file->close();  // nobody is left to tell
+        } catch (std::exception const&) {
+            // Out of memory: as little to be done as about an error of the host.
+        }
+        delete file;
+    }
 
     Claim claim(Key const& key, std::shared_ptr<VFileObject> const& host) {
         auto place = std::make_shared<Place>(*this, key, host);

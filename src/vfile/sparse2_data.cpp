@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <utility>
 
 #include "foundation/kassert.h"
@@ -27,10 +28,23 @@ KString readBlock(VFileObject& host, BlockBufStruct& block) {
     return host.readSync(block.host_position, BLOCK_SIZE, block.bytes.data());
 }
 
-// Takes a map block that is no longer wanted out of the replay's sight.
+// Whether a replay that comes to this place ends there.
+bool endsReplay(VFileObject& host, std::uint64_t host_position) {
+    std::uint64_t const host_length = host.length();
+    if (host_length != 0 && host_position >= host_length) return true;
+    BlockBufStruct block;
+    block.host_position = host_position;
+    return readBlock(host, block).empty() && !hasMagic(block, map_block::MAGIC);
+}
+
+// Takes a map block that may be left from an older file out of the replay's sight, before the log comes to name its
+// place. It also claims the room that the block will need.
 KString wipeBlock(VFileObject& host, std::uint64_t host_position) {
+    bool const older_block = !endsReplay(host, host_position);
     AlignedBuffer const zeros(BLOCK_SIZE);
-    return host.writeSync(host_position, BLOCK_SIZE, zeros.data());
+    KString error = host.writeSync(host_position, BLOCK_SIZE, zeros.data());
+    if (error.empty() && older_block) error = host.flush();
+    return error;
 }
 
 constexpr std::size_t recordAt(std::uint32_t index) { return map_block::RECORDS_AT + index * ExtentRecord::SIZE; }
@@ -109,8 +123,10 @@ bool DataStruct::replayBlock(VFileObject& host) {
     record_count = 0;
     bool const goes_on = replayRecords();
     // What stands behind the records taken in must not come back when new ones are added.
-    std::size_t const unused = recordAt(record_count);
-    std::memset(current->bytes.data() + unused, 0, current->bytes.size() - unused);
+    std::span const unused(current->bytes.data() + recordAt(record_count), current->bytes.data() + BLOCK_SIZE);
+    stale_tail = std::ranges::any_of(unused, [](std::byte byte) { return byte != std::byte{0}; });
+    std::ranges::fill(unused, std::byte{0});
+    frozen_records = record_count;
     return goes_on;
 }
 
@@ -137,7 +153,7 @@ void DataStruct::forgetUnreachedRuns() {
     for (std::uint32_t run = next.index == 0 ? next.run : next.run + 1; run < super_block::MAX_RUNS; ++run) {
         if (runEntry(run) == 0) continue;
         setRunEntry(run, 0);
-        stale_runs = true;  // written with the first change, so that looking at a damaged file does not change it
+        stale_runs = true;
     }
 }
 
@@ -174,7 +190,7 @@ HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
 }
 
 bool DataStruct::lastRecordEndsAt(std::uint64_t position) const {
-    if (record_count == 0) return false;
+    if (record_count == frozen_records) return false;
     ExtentRecord const last = record(record_count - 1);
     return (last.start + last.length) * SECTOR_SIZE == position;
 }
@@ -198,7 +214,7 @@ bool DataStruct::addRecord(std::uint64_t position, std::uint64_t length) {
 
 // Whether a record may be added now: nothing it depends on is missing on disk, or that is being put right.
 bool DataStruct::hasRoom() const {
-    return current && record_count < map_block::MAX_RECORDS && (saving || (unsaved.empty() && !superblock->dirty));
+    return current && record_count < map_block::MAX_RECORDS && (somebodyUpTheStackSaves() || nothingToSaveFirst());
 }
 
 KString DataStruct::makeRoom(VFileObject& host) {
@@ -228,36 +244,65 @@ KString DataStruct::startBlock() {
     }
     current = std::move(next);
     ++block_count;
-    record_count = 0;
+    record_count = frozen_records = 0;
+    follower_wiped = stale_tail = false;
     return {};
 }
 
 // --- Writing back ---
 
+bool DataStruct::somebodyUpTheStackSaves() const { return saving || snapshot_writer == std::this_thread::get_id(); }
+
+bool DataStruct::nothingToSaveFirst() const {
+    return unsaved.empty() && !superblock->dirty && !stale_runs && !stale_tail;
+}
+
 // Brings to disk, in the log's order, what must be there before records may be added to the current block. After a
 // failure everything not yet written is kept; the next attempt goes on from there.
 KString DataStruct::saveFullBlocks(VFileObject& host) {
-    if (saving) return {};  // whoever is at it goes on until nothing is left
+    if (somebodyUpTheStackSaves()) return {};  // whoever is at it goes on until nothing is left
+    if (nothingToSaveFirst()) return {};
+    auto const alone = map_io.hold();
     struct Guard {
         bool& flag;
         explicit Guard(bool& set) : flag(set) { flag = true; }
         ~Guard() { flag = false; }
     } guard(saving);
-    while (!unsaved.empty() || superblock->dirty) {
+    if (KString error = removeWhatReplayLeft(host); !error.empty()) return error;
+    while (!nothingToSaveFirst()) {
         KString error = unsaved.empty() ? saveSuperblock(host) : saveOldest(host);
         if (!error.empty()) return error;
     }
     return {};
 }
 
+// What the replay did not take in must be gone from the disk before records are added: it would be taken for theirs.
+// Done with the first change, so that looking at a damaged file does not change it.
+KString DataStruct::removeWhatReplayLeft(VFileObject& host) {
+    if (!stale_runs && !stale_tail) return {};
+    if (stale_runs)
+        if (KString error = saveSuperblock(host); !error.empty()) return error;
+    if (stale_tail) {
+        std::shared_ptr<BlockBufStruct> const block = current;
+        KString error = host.writeSync(block->host_position, BLOCK_SIZE, block->bytes.data());
+        if (!error.empty()) return error;
+        stale_tail = false;
+    }
+    return host.flush();
+}
+
 KString DataStruct::saveOldest(VFileObject& host) {
     Unsaved const oldest = unsaved.front();  // a copy: the list may grow in the waits below
-    if (KString error = wipeBlock(host, oldest.next_block_at); !error.empty()) return error;
+    KString const refused = wipeBlock(host, oldest.next_block_at);
+    // On a full disk the follower finds no room. The records that have been accepted are saved all the same; no new ones
+    // are accepted until the follower has its place.
+    if (!refused.empty() && !endsReplay(host, oldest.next_block_at)) return refused;
     if (oldest.full && oldest.full->dirty) {
         KString error = host.writeSync(oldest.full->host_position, BLOCK_SIZE, oldest.full->bytes.data());
         if (!error.empty()) return error;
         oldest.full->dirty = false;
     }
+    if (!refused.empty()) return refused;
     unsaved.erase(unsaved.begin());
     return {};
 }
@@ -266,23 +311,49 @@ KString DataStruct::saveSuperblock(VFileObject& host) {
     AlignedBuffer const snapshot(superblock->bytes);  // the run table may change while this is being written
     superblock->dirty = false;
     KString error = host.writeSync(0, BLOCK_SIZE, snapshot.data());
-    if (!error.empty()) superblock->dirty = true;
+    if (!error.empty())
+        superblock->dirty = true;
+    else
+        stale_runs = false;  // the table in memory has none
     return error;
 }
 
-void DataStruct::close(VFileObject& host) {
-    if (record_count > 0) shortenToHost(host);
-    if (!saveFullBlocks(host).empty()) return;
-    if (!current || !current->dirty) return;
-    if (stale_runs) (void)saveSuperblock(host);  // as good as it goes: nobody is left to tell
-    // Where the follower's place cannot be written, it is most likely past the end of the host: no reason to lose the
-    // records as well.
-    if (auto const follower = followerInRun()) (void)wipeBlock(host, *follower);
-    if (host.writeSync(current->host_position, BLOCK_SIZE, current->bytes.data()).empty()) current->dirty = false;
+DataStruct::Snapshot DataStruct::beginSaving() {
+    if (!current || !current->dirty) return {};
+    frozen_records = record_count;
+    return {current, current->bytes, record_count, follower_wiped ? std::nullopt : followerInRun()};
 }
 
-// Takes out of the last record what was reserved and never written.
+DataStruct::Prepared DataStruct::prepareToSave(VFileObject& host, Snapshot const& snapshot) {
+    if (!snapshot.block && unsaved.empty() && !superblock->dirty) return {};
+    if (KString error = saveFullBlocks(host); !error.empty() && !everyRecordIsSaved()) return {std::move(error)};
+    return {{}, snapshot.block && snapshot.block == current};
+}
+
+KString DataStruct::save(VFileObject& host, Snapshot const& snapshot) {
+    // Where the follower's place cannot be written, it is most likely past the end of the host: no reason to lose the
+    // records as well.
+    if (snapshot.follower)
+        if (KString error = wipeBlock(host, *snapshot.follower);
+            !error.empty() && !endsReplay(host, *snapshot.follower))
+            return error;
+    return host.writeSync(snapshot.block->host_position, BLOCK_SIZE, snapshot.bytes->data());
+}
+
+void DataStruct::saved(Snapshot const& snapshot) {
+    if (snapshot.block != current) return;
+    follower_wiped = true;
+    // Frozen records do not change: with as many as there were, the block is as it was.
+    if (record_count == snapshot.record_count) current->dirty = false;
+}
+
+bool DataStruct::everyRecordIsSaved() const {
+    return record_count == 0 &&
+           std::ranges::none_of(unsaved, [](Unsaved const& block) { return block.full && block.full->dirty; });
+}
+
 void DataStruct::shortenToHost(VFileObject& host) {
+    if (record_count == 0) return;
     host.releaseAllocation();
     std::uint64_t const host_length = host.length();
     if (host_length >= next_free) return;

@@ -13,6 +13,8 @@
 //   * A block reaches the disk after all blocks before it. When it does, the block that will follow it in its run holds
 //     no map-block magic there, whatever the host held before: the replay would go on into it.
 //   * The superblock on disk names a run only after the blocks before that run are on disk.
+//   * A record that has been on its way to the disk is frozen: it is never lengthened. So a block that reaches the disk
+//     in part only, whichever sectors they are, is a beginning of the same list.
 //   * The memory is consistent whenever the disk is waited for: completion routines that run in such a wait may come
 //     back to this very log on the same thread.
 // Threads: none of its own; VFileSparse2 locks.
@@ -21,8 +23,10 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <vector>
 
+#include "foundation/kmutexlock.h"
 #include "vfile/aligned_buffer.h"
 #include "vfile/extent_map.h"
 #include "vfile/sparse2_format.h"
@@ -30,10 +34,10 @@
 
 namespace KelvonClip {
 
-// The superblock or a map block, and whether it differs from the host's copy.
+// The superblock or a map block.
 struct BlockBufStruct {
     AlignedBuffer bytes{sparse2::BLOCK_SIZE};
-    bool dirty = false;
+    bool dirty = false;  // differs from the host's copy
     std::uint64_t host_position = 0;
 };
 
@@ -62,9 +66,35 @@ struct DataStruct {
     // A length of 0 in the answer: the map and the request do not fit together.
     HostRange mapRange(VFileObject& host, std::uint64_t position, std::uint64_t length);
 
-    // Writes back everything, after shortening the last record to what the host really holds. As much as the host
-    // accepts: nothing is written that would need what was refused.
-    void close(VFileObject& host);
+    // What a write-back has to write for the records that are there when it begins.
+    struct Snapshot {
+        std::shared_ptr<BlockBufStruct> block;  // the current block then; null: nothing to write
+        std::optional<AlignedBuffer> bytes;
+        std::uint32_t record_count = 0;
+        std::optional<std::uint64_t> follower;  // host position of a block to wipe before `block` is written
+    };
+    // Takes the snapshot and freezes its records.
+    Snapshot beginSaving();
+    // Writes all that the snapshot's block needs on disk beside itself. False in `write_block` when the block need not be
+    // written any more: it has filled up in the meantime and been saved whole.
+    struct Prepared {
+        KString error;
+        bool write_block = false;
+    };
+    Prepared prepareToSave(VFileObject& host, Snapshot const& snapshot);
+    // Writes the snapshot. Needs `map_io` and nothing else: records may be added meanwhile.
+    static KString save(VFileObject& host, Snapshot const& snapshot);
+    // Takes note of a snapshot that has been written.
+    void saved(Snapshot const& snapshot);
+
+    // Takes out of the last record what was reserved and never written. Part of closing.
+    void shortenToHost(VFileObject& host);
+
+    // Held while map blocks are written, so that an older copy of a block never overwrites a newer one. Taken under the
+    // lock of the log and kept when that is let go.
+    KMutexLock map_io;
+    // The thread that writes a snapshot: what runs inside its waits leaves the disk to it.
+    std::thread::id snapshot_writer;
 
     // The bytes of an empty file of `length` bytes: superblock and first map block.
     static BlockBufStruct emptySuperblock(std::uint64_t length);
@@ -76,9 +106,12 @@ struct DataStruct {
         std::shared_ptr<BlockBufStruct> full;  // null before the first block of all
         std::uint64_t next_block_at;
     };
-    std::vector<Unsaved> unsaved;  // oldest first
-    bool saving = false;           // somewhere up this thread's stack
-    bool stale_runs = false;       // the run table on disk names runs that the replay did not reach
+    std::vector<Unsaved> unsaved;      // oldest first
+    bool saving = false;               // somewhere up this thread's stack
+    bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
+    bool stale_tail = false;           // the current block on disk goes on behind the records that the replay took
+    std::uint32_t frozen_records = 0;  // of the current block
+    bool follower_wiped = false;       // of the current block
 
     bool replayBlock(VFileObject& host);
     bool replayRecords();
@@ -98,10 +131,13 @@ struct DataStruct {
     bool extendLastRecord(std::uint64_t position, std::uint64_t length);
     bool addRecord(std::uint64_t position, std::uint64_t length);
 
+    bool somebodyUpTheStackSaves() const;
+    bool nothingToSaveFirst() const;
     KString saveFullBlocks(VFileObject& host);
     KString saveOldest(VFileObject& host);
     KString saveSuperblock(VFileObject& host);
-    void shortenToHost(VFileObject& host);
+    KString removeWhatReplayLeft(VFileObject& host);
+    bool everyRecordIsSaved() const;
     std::optional<std::uint64_t> followerInRun() const;
 };
 

@@ -2,19 +2,20 @@
 //
 // Invariants
 //   * One object for each open name: a second opener of a name shares the first one's object.
-//   * A name whose object has been destroyed can be opened and created again at once: an opener waits out the moment in
-//     which another thread destroys the object.
-//   * `reserved_length` is what the file will at least be long when its object is destroyed; 0 while nothing is reserved.
+//   * A name that nobody has open can be opened and created again at once: an opener waits out the moment in which
+//     another thread closes the file.
+//   * `reserved_length` is what the file will at least be long when it is closed; 0 while nothing is reserved.
+//   * `unflushed` is set whenever a write has completed since the last flush began.
 // Threads: any thread may call any operation.
 #pragma once
 
-#include <chrono>
-#include <future>
-#include <map>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
-#include "foundation/kprotect.h"
+#include "foundation/kstring.h"
 #include "platform/host_file.h"
+#include "vfile/shared_files.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {
@@ -29,9 +30,6 @@ class VFileFile : public VFileObject {
     // when it does. Errors: "Can't create file with same filename as file which is already open", else the host's text.
     static Opened<VFileFile> create(KString const& name);
 
-    // Makes an outstanding reservation real file length.
-    ~VFileFile() override;
-
     std::uint64_t length() override;  // a reservation counts; 0 when the host can't tell
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
@@ -42,6 +40,17 @@ class VFileFile : public VFileObject {
     void allocate(std::uint64_t position, std::uint32_t length) override;
     void releaseAllocation() override;
 
+    bool isContainer() const override { return false; }
+    using VFileObject::writeBack;
+    KString writeBack(WriteBackStep, Durability) override { return {}; }  // what is written is the host's at once
+    KMutexLock const& writeBackLock() override { return write_back_lock; }
+    // Errors: "Flush failed"; from then on for good, because what the host could not bring to the disk may be gone.
+    KString flush() override;
+    // Brings the name of a created file to the disk. Errors: "Flush failed".
+    KString flushName() { return handle->flushName() ? "" : "Flush failed"; }
+    // Makes an outstanding reservation real file length, and flushes.
+    KString close() override;
+
     // As read; but when `actual` is not null, a read that meets the end of the file is no error, and the number of bytes
     // that were there is stored through it. Nothing is stored when the read failed.
     virtual void readPartial(std::uint64_t position, std::uint32_t length, void* buffer, std::uint32_t* actual,
@@ -50,26 +59,20 @@ class VFileFile : public VFileObject {
   private:
     VFileFile(KString name, std::unique_ptr<platform::HostFile> opened, bool opened_read_only);
 
-    static Opened<VFileFile> openHost(KString const& name, platform::FileAccess access);
+    struct Request;
+
+    static MadeFile<VFileObject> openHost(KString const& name, platform::FileAccess access);
+    static Opened<VFileFile> checked(Opened<VFileObject> opened, bool read_only);
 
     KString const file_name;
     std::unique_ptr<platform::HostFile> handle;
     std::atomic<std::uint64_t> reserved_length{0};
+    std::atomic<bool> unflushed{false}, flush_failed{false};
     bool const read_only;
-    std::promise<void> closed;  // kept when the host file is closed
+    KMutexLock const write_back_lock;
 };
 
 // The host files that are open, by the name that the opener gave.
-struct OpenHostFile {
-    std::weak_ptr<VFileObject> file;
-    std::shared_future<void> closed;  // without a state: nothing to wait for
-
-    // No object any more, and its host file is closed too.
-    bool gone() const {
-        using namespace std::chrono_literals;
-        return file.expired() && (!closed.valid() || closed.wait_for(0s) == std::future_status::ready);
-    }
-};
-KProtect<std::map<KString, OpenHostFile>>& openHostFiles();
+SharedFiles<KString, VFileObject>& openHostFiles();
 
 }  // namespace KelvonClip

@@ -1,8 +1,8 @@
 #include "vfile/vfilegrow.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <exception>
 #include <limits>
 #include <utility>
 
@@ -25,20 +25,16 @@ constexpr std::uint64_t GREATEST_LENGTH = std::numeric_limits<std::uint64_t>::ma
 
 using Registry = SharedFiles<VFileObject const*, VFileGrow>;
 
-// Made on first use and never destroyed: files may still be closing when the library's statics go.
-Registry& registry() {
-    static Registry& files = *new Registry;
-    return files;
-}
+std::uint64_t lengthIn(AlignedBuffer const& header_block) { return loadBE64(header_block.data() + header::LENGTH_AT); }
 
 }  // namespace
 
 VFileGrow::VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes)
-    : host(std::move(host_file)), header_block(std::move(header_bytes)),
-      length_bytes(loadBE64(header_block.data() + header::LENGTH_AT)) {}
+    : VFileHosted(std::move(host_file)), length_bytes(lengthIn(header_bytes)), header_block(std::move(header_bytes)),
+      length_to_promise(length_bytes) {}
 
 Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
-    return registry().open(host.get(), host, [&]() -> MadeFile<VFileGrow> {
+    return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileGrow> {
         AlignedBuffer block(header::SIZE);
         if (KString error = host->readSync(0, header::SIZE, block.data()); !error.empty())
             return {std::move(error), nullptr};
@@ -50,24 +46,27 @@ Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read
 
 KString VFileGrow::create(std::shared_ptr<VFileObject> const& host) {
     char const* const refusal = "Cannot create grow-block while same block is already open";
-    return registry().whileClosed(host.get(), host, refusal, [&] {
+    return Registry::ofProcess().whileClosed(host.get(), host, refusal, [&] {
         AlignedBuffer block(header::SIZE);
         std::memcpy(block.data(), header::MAGIC.data(), header::MAGIC.size());
         return host->writeSync(0, header::SIZE, block.data());
     });
 }
 
-VFileGrow::~VFileGrow() {
-    if (!header_dirty) return;
-    try {
-        storeBE64(header_block.data() + header::LENGTH_AT, length_bytes);
-        (void)host->writeSync(0, header::SIZE, header_block.data());  // nobody is left to tell
-    } catch (std::exception const&) {
-        // Out of memory: as little to be done as about an error of the host.
-    }
+KString VFileGrow::writeBack(WriteBackStep step, Durability durability) {
+    if (step == WriteBackStep::begin) length_to_promise = length_bytes;
+    KString error = host->writeBack(step, durability);
+    if (error.empty() && step == WriteBackStep::lengths) error = writeHeader();
+    return error;
 }
 
-std::uint64_t VFileGrow::length() { return length_bytes; }
+KString VFileGrow::writeHeader() {
+    if (lengthIn(header_block) == length_to_promise && !header_unsure) return {};
+    storeBE64(header_block.data() + header::LENGTH_AT, length_to_promise);
+    KString error = host->writeSync(0, header::SIZE, header_block.data());
+    header_unsure = !error.empty();
+    return error;
+}
 
 void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer, std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes) || !rangeWithin(position, length, GREATEST_LENGTH))
@@ -83,14 +82,13 @@ void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* 
     std::uint64_t const end = position + length;
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
 
+    auto const alone = extending.hold();
+    if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
     if (KString const error = host->writeSync(position + DATA_AT, length, buffer); !error.empty())
         return done->setError(error);
-    // KEEP: also when a write to a larger end has landed meanwhile; extending writes come from one writer, rising.
-    length_bytes = end;
-    header_dirty = true;
+    // What ran on this thread while it waited may have gone further.
+    length_bytes = std::max(length_bytes.load(), end);
 }
-
-KString VFileGrow::name() { return host->name(); }
 
 std::uint64_t VFileGrow::allocatedFrom(std::uint64_t position) {
     return position <= GREATEST_LENGTH ? host->allocatedFrom(position + DATA_AT) : 0;
@@ -99,7 +97,5 @@ std::uint64_t VFileGrow::allocatedFrom(std::uint64_t position) {
 void VFileGrow::allocate(std::uint64_t position, std::uint32_t length) {
     if (rangeWithin(position, length, GREATEST_LENGTH)) host->allocate(position + DATA_AT, length);
 }
-
-void VFileGrow::releaseAllocation() { host->releaseAllocation(); }
 
 }  // namespace KelvonClip

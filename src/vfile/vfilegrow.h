@@ -5,19 +5,19 @@
 //
 // Invariants
 //   * The length never covers a byte whose write has not landed: it rises after the extending write completes.
-//   * The header on disk lags behind the length until the last user lets go; closing writes it. Nobody opens the same
-//     host again before that write is done.
-// Threads: reads and inner writes from any thread; extending writes from one thread, in rising order.
+//   * The header on disk lags behind the length until it is written back: at a write-back, or when the last user lets go.
+//     It is written after everything below it, so that it never promises bytes that the host cannot find.
+// Threads: any. Writes that extend the file are done one after the other.
 #pragma once
 
 #include <atomic>
 
 #include "vfile/aligned_buffer.h"
-#include "vfile/vfileobject.h"
+#include "vfile/vfilehosted.h"
 
 namespace KelvonClip {
 
-class VFileGrow : public VFileObject {
+class VFileGrow : public VFileHosted {
   public:
     // The grow file inside `host`, shared by all who open it. Errors: the host's, when the header cannot be read;
     // "Bad grow header magic number".
@@ -27,26 +27,31 @@ class VFileGrow : public VFileObject {
     // same block is already open"; the host's.
     static KString create(std::shared_ptr<VFileObject> const& host);
 
-    ~VFileGrow() override;
-
-    std::uint64_t length() override;
+    std::uint64_t length() override { return length_bytes; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     // A write that ends past the length extends the file and is done when the call returns.
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override;
-    KString name() override;
     std::uint64_t allocatedFrom(std::uint64_t position) override;
     void allocate(std::uint64_t position, std::uint32_t length) override;
-    void releaseAllocation() override;
+    bool isContainer() const override { return true; }
+    using VFileObject::writeBack;
+    KString writeBack(WriteBackStep step, Durability durability) override;
+    KString close() override { return writeBack(Durability::power_loss); }
 
   private:
     VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes);
 
-    std::shared_ptr<VFileObject> const host;
-    AlignedBuffer header_block;  // as it is on disk, the length field apart
-    std::atomic<std::uint64_t> length_bytes;
-    std::atomic<bool> header_dirty{false};  // the length on disk is behind `length_bytes`
+    KString writeHeader();
+
+    std::atomic<std::uint64_t> length_bytes;  // never falls
+    KMutexLock extending;                     // held by the write that makes the file longer
+
+    // Guarded by the write-back lock.
+    AlignedBuffer header_block;       // as it is on disk, or as the write that failed last would have left it
+    bool header_unsure = false;       // that write may have got through or not
+    std::uint64_t length_to_promise;  // of the write-back that is under way
 };
 
 }  // namespace KelvonClip

@@ -1,5 +1,10 @@
 #include "vfile/vfileobject.h"
 
+#include <algorithm>
+#include <functional>
+#include <mutex>
+#include <vector>
+
 namespace KelvonClip {
 
 namespace CIO {
@@ -60,6 +65,57 @@ KString VFileObject::readSync(std::uint64_t position, std::uint32_t length, void
 
 KString VFileObject::writeSync(std::uint64_t position, std::uint32_t length, void const* buffer) {
     return CIO::runSync([&](auto done) { write(position, length, buffer, std::move(done)); });
+}
+
+namespace {
+
+using Hold = std::unique_lock<std::recursive_mutex>;
+
+// In the order of their addresses, so that two write-backs of the same files never wait for each other.
+std::vector<Hold> lockWriteBacks(std::span<VFileObject* const> files) {
+    std::vector<KMutexLock const*> locks;
+    for (VFileObject* file : files)
+        locks.push_back(&file->writeBackLock());
+    std::ranges::sort(locks, std::less<>());
+    locks.erase(std::unique(locks.begin(), locks.end()), locks.end());
+    std::vector<Hold> held;
+    held.reserve(locks.size());
+    for (KMutexLock const* lock : locks)
+        held.push_back(lock->hold());
+    return held;
+}
+
+// A file whose step fails becomes null and is not taken any further. Gives the first message.
+KString runSteps(std::span<VFileObject*> files, Durability durability) {
+    KString first_error;
+    auto const forEach = [&](auto&& work) {
+        for (VFileObject*& file : files) {
+            if (file == nullptr) continue;
+            KString error = work(*file);
+            if (error.empty()) continue;
+            file = nullptr;
+            if (first_error.empty()) first_error = std::move(error);
+        }
+    };
+    for (auto const step : {WriteBackStep::begin, WriteBackStep::maps, WriteBackStep::lengths}) {
+        forEach([&](VFileObject& file) { return file.writeBack(step, durability); });
+        if (durability == Durability::power_loss) forEach([](VFileObject& file) { return file.flush(); });
+    }
+    return first_error;
+}
+
+}  // namespace
+
+KString VFileObject::writeBack(Durability durability) {
+    Hold const alone = writeBackLock().hold();
+    VFileObject* self[] = {this};
+    return runSteps(self, durability);
+}
+
+KString writeBackAll(std::span<VFileObject* const> files, Durability durability) {
+    std::vector<Hold> const alone = lockWriteBacks(files);
+    std::vector<VFileObject*> in_work(files.begin(), files.end());
+    return runSteps(in_work, durability);
 }
 
 }  // namespace KelvonClip

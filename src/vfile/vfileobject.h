@@ -14,8 +14,10 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <span>
 #include <utility>
 
+#include "foundation/kmutexlock.h"
 #include "foundation/ksemaphore.h"
 #include "foundation/kstring.h"
 #include "platform/recycled_memory.h"
@@ -105,6 +107,20 @@ KString runSync(Start&& start) {
 
 }  // namespace CIO
 
+// What a write-back has to survive.
+enum class Durability {
+    process_end,  // the process is killed: enough when the host's system has the bytes
+    power_loss,   // the system stops too: the bytes are flushed to the disk
+};
+
+// The steps in which stacks are written back, so that no reader ever sees a length that the map does not cover. Between
+// two steps everything written so far is flushed where the loss of power is to be survived.
+enum class WriteBackStep {
+    begin,    // keep maps and lengths as they are now: they are what this write-back will promise
+    maps,     // write where the data lies
+    lengths,  // write how much there is
+};
+
 class VFileObject : public std::enable_shared_from_this<VFileObject> {
   public:
     VFileObject() = default;
@@ -132,10 +148,32 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // Drops an outstanding reservation.
     virtual void releaseAllocation() = 0;
 
+    // One step of a write-back, which brings what this file and those below it hold in memory to the host file. Empty on
+    // success. What could not be written is kept for the next write-back. The caller holds `writeBackLock` from the first
+    // step to the last.
+    virtual KString writeBack(WriteBackStep step, Durability durability) = 0;
+    // Whether this file, or one below it, keeps a map or a length of its own.
+    virtual bool isContainer() const = 0;
+    // One write-back at a time: the lock is that of the host file at the bottom of the stack.
+    virtual KMutexLock const& writeBackLock() = 0;
+    // Brings what has been written to the host file onto the disk. Empty on success.
+    virtual KString flush() = 0;
+    // All steps, for this stack alone. Empty on success: whatever was written before the call survives what `durability`
+    // names.
+    KString writeBack(Durability durability);
+
+    // Called once, by the registry of shared files, when the last user has let go: writes back what the file itself still
+    // holds. What cannot be written now is lost, so whoever needs the message writes back before. Empty on success.
+    virtual KString close() { return {}; }
+
     // The same transfers, waited for; empty on success. The wait is alertable.
     KString readSync(std::uint64_t position, std::uint32_t length, void* buffer);
     KString writeSync(std::uint64_t position, std::uint32_t length, void const* buffer);
 };
+
+// Writes several stacks back together, with one flush a step for all that stand on one host file. A stack that fails is
+// not taken any further; the others go on. Gives the first message.
+KString writeBackAll(std::span<VFileObject* const> files, Durability durability);
 
 // What opening or making a virtual file gives: an error text, or the object.
 template <class Kind>

@@ -11,52 +11,42 @@ namespace {
 
 using Registry = SharedFiles<std::pair<VFileObject const*, std::uint64_t>, VFileOffset>;
 
-// Made on first use and never destroyed: files may still be closing when the library's statics go.
-Registry& registry() {
-    static Registry& files = *new Registry;
-    return files;
-}
-
 }  // namespace
 
-Opened<VFileOffset> VFileOffset::section(std::shared_ptr<VFileObject> file, std::uint64_t offset) {
-    return registry().open({file.get(), offset}, file, [&]() -> MadeFile<VFileOffset> {
-        return {{}, std::make_unique<VFileOffset>(file, offset)};
+Opened<VFileOffset> VFileOffset::section(std::shared_ptr<VFileObject> host, std::uint64_t offset) {
+    return Registry::ofProcess().open({host.get(), offset}, host, [&]() -> MadeFile<VFileOffset> {
+        return {{}, std::make_unique<VFileOffset>(host, offset)};
     });
 }
 
-// Whether the range has 64-bit positions in the file below.
+// Whether the range has 64-bit positions in the host.
 bool VFileOffset::reaches(std::uint64_t position, std::uint64_t length) const {
     return rangeWithin(position, length, std::numeric_limits<std::uint64_t>::max() - offset);
 }
 
 std::uint64_t VFileOffset::length() {
-    std::uint64_t const below = file->length();
-    return below > offset ? below - offset : 0;
+    std::uint64_t const host_length = host->length();
+    return host_length > offset ? host_length - offset : 0;
 }
 
 void VFileOffset::read(std::uint64_t position, std::uint32_t length, void* buffer,
                        std::shared_ptr<CIO::CIOObject> done) {
     if (!reaches(position, length)) return done->setError("Attempt to read past end of file section");
-    file->read(position + offset, length, buffer, std::move(done));
+    host->read(position + offset, length, buffer, std::move(done));
 }
 
 void VFileOffset::write(std::uint64_t position, std::uint32_t length, void const* buffer,
                         std::shared_ptr<CIO::CIOObject> done) {
     if (!reaches(position, length)) return done->setError("Attempt to write past end of file section");
-    file->write(position + offset, length, buffer, std::move(done));
+    host->write(position + offset, length, buffer, std::move(done));
 }
 
-KString VFileOffset::name() { return file->name(); }
-
 std::uint64_t VFileOffset::allocatedFrom(std::uint64_t position) {
-    return reaches(position, 0) ? file->allocatedFrom(position + offset) : 0;
+    return reaches(position, 0) ? host->allocatedFrom(position + offset) : 0;
 }
 
 void VFileOffset::allocate(std::uint64_t position, std::uint32_t length) {
-    if (reaches(position, length)) file->allocate(position + offset, length);
+    if (reaches(position, length)) host->allocate(position + offset, length);
 }
-
-void VFileOffset::releaseAllocation() { file->releaseAllocation(); }
 
 }  // namespace KelvonClip

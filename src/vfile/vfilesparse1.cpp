@@ -26,12 +26,6 @@ static_assert(RECORDS_AT + MAX_RECORDS * ExtentRecord::SIZE + 8 == SIZE, "8 byte
 
 using Registry = SharedFiles<VFileObject const*, VFileSparse1>;
 
-// Made on first use and never destroyed: files may still be closing when the library's statics go.
-Registry& registry() {
-    static Registry& files = *new Registry;
-    return files;
-}
-
 // One 16384-byte map block.
 struct BlockBufStruct1 {
     AlignedBuffer bytes{map_block::SIZE};
@@ -84,10 +78,10 @@ struct ChainWalk {
 }  // namespace
 
 VFileSparse1::VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents)
-    : host(std::move(host_file)), length_bytes(file_length), map(std::move(extents)) {}
+    : VFileHosted(std::move(host_file)), length_bytes(file_length), map(std::move(extents)) {}
 
 Opened<VFileSparse1> VFileSparse1::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
-    return registry().open(host.get(), host, [&]() -> MadeFile<VFileSparse1> {
+    return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileSparse1> {
         ChainWalk walk;
         if (KString error = walk.run(*host); !error.empty()) return {std::move(error), nullptr};
         return {{}, std::unique_ptr<VFileSparse1>(new VFileSparse1(host, walk.length, std::move(walk.map)))};
@@ -105,10 +99,5 @@ void VFileSparse1::read(std::uint64_t position, std::uint32_t length, void* buff
 void VFileSparse1::write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject> done) {
     done->setError("Not implemented");
 }
-
-KString VFileSparse1::name() { return host->name(); }
-std::uint64_t VFileSparse1::allocatedFrom(std::uint64_t) { return 4294967295; }
-void VFileSparse1::allocate(std::uint64_t, std::uint32_t) {}
-void VFileSparse1::releaseAllocation() {}
 
 }  // namespace KelvonClip

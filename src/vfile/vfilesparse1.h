@@ -10,11 +10,11 @@
 
 #include "foundation/kprotect.h"
 #include "vfile/extent_map.h"
-#include "vfile/vfileobject.h"
+#include "vfile/vfilehosted.h"
 
 namespace KelvonClip {
 
-class VFileSparse1 : public VFileObject {
+class VFileSparse1 : public VFileHosted {
   public:
     // The sparse file inside `host`, shared by all who open it. Errors: the host's, when the first map block cannot be
     // read; "Bad sparse header magic number". Whatever is wrong further on only ends the map.
@@ -25,15 +25,14 @@ class VFileSparse1 : public VFileObject {
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override;  // always "Not implemented"
-    KString name() override;
-    std::uint64_t allocatedFrom(std::uint64_t position) override;          // always 4294967295
-    void allocate(std::uint64_t position, std::uint32_t length) override;  // nothing
-    void releaseAllocation() override;                                     // nothing
+    std::uint64_t allocatedFrom(std::uint64_t) override { return 4294967295; }
+    void allocate(std::uint64_t, std::uint32_t) override {}
+    void releaseAllocation() override {}
+    bool isContainer() const override { return true; }
 
   private:
     VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents);
 
-    std::shared_ptr<VFileObject> const host;
     std::uint64_t const length_bytes;
     KProtect<ExtentMap> map;
 };

@@ -1,10 +1,10 @@
 #include "vfile/vfilesparse2.h"
 
 #include <algorithm>
-#include <exception>
 #include <limits>
 #include <utility>
 
+#include "foundation/exported.h"
 #include "foundation/kassert.h"
 #include "vfile/shared_files.h"
 #include "vfile/sparse_read.h"
@@ -15,20 +15,14 @@ namespace {
 
 using Registry = SharedFiles<VFileObject const*, VFileSparse2>;
 
-// Made on first use and never destroyed: files may still be closing when the library's statics go.
-Registry& registry() {
-    static Registry& files = *new Registry;
-    return files;
-}
-
 }  // namespace
 
 VFileSparse2::VFileSparse2(std::shared_ptr<VFileObject> host_file, DataStruct replayed, bool opened_read_only)
-    : host(std::move(host_file)), read_only(opened_read_only), length_bytes(replayed.fileLength()),
+    : VFileHosted(std::move(host_file)), read_only(opened_read_only), length_bytes(replayed.fileLength()),
       data(std::move(replayed)) {}
 
 Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool read_only) {
-    return registry().open(host.get(), host, [&]() -> MadeFile<VFileSparse2> {
+    return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileSparse2> {
         DataStruct log;
         if (KString error = log.replay(*host); !error.empty()) return {std::move(error), nullptr};
         return {{}, std::unique_ptr<VFileSparse2>(new VFileSparse2(host, std::move(log), read_only))};
@@ -37,7 +31,7 @@ Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool 
 
 KString VFileSparse2::create(std::shared_ptr<VFileObject> const& host, std::uint64_t length) {
     char const* const refusal = "Cannot create Sparse while same Sparse file is open";
-    return registry().whileClosed(host.get(), host, refusal, [&]() -> KString {
+    return Registry::ofProcess().whileClosed(host.get(), host, refusal, [&]() -> KString {
         // The superblock last: with it the file is there.
         BlockBufStruct const map_block = DataStruct::emptyMapBlock(sparse2::BLOCK_SIZE);
         BlockBufStruct const superblock = DataStruct::emptySuperblock(length);
@@ -49,14 +43,40 @@ KString VFileSparse2::create(std::shared_ptr<VFileObject> const& host, std::uint
     });
 }
 
-VFileSparse2::~VFileSparse2() {
-    if (read_only) return;
-    try {
-        auto locked = data.hold();
-        locked.value.close(*host);
-    } catch (std::exception const&) {
-        // Out of memory while writing back: nobody is left to tell, as with an error of the host.
+KString VFileSparse2::writeBack(WriteBackStep step, Durability durability) {
+    if (read_only) return {};
+    if (step == WriteBackStep::begin) {
+        to_save = data.hold().value.beginSaving();
+        return {};
     }
+    // A container below has to be able to find what this map is about to name, and then the map itself.
+    if (host->isContainer())
+        if (KString error = host->writeBack(durability); !error.empty()) return error;
+    return step == WriteBackStep::maps ? writeMap() : KString();
+}
+
+KString VFileSparse2::writeMap() {
+    DataStruct::Snapshot const snapshot = std::exchange(to_save, {});
+    std::unique_lock<std::recursive_mutex> alone;
+    {
+        auto locked = data.hold();
+        auto prepared = locked.value.prepareToSave(*host, snapshot);
+        if (!prepared.write_block) return std::move(prepared.error);
+        alone = locked.value.map_io.hold();
+        locked.value.snapshot_writer = std::this_thread::get_id();
+    }
+    KString error = guarded([&] { return DataStruct::save(*host, snapshot); });
+    alone.unlock();
+    auto locked = data.hold();
+    locked.value.snapshot_writer = {};
+    if (error.empty()) locked.value.saved(snapshot);
+    return error;
+}
+
+KString VFileSparse2::close() {
+    if (read_only) return {};
+    data.hold().value.shortenToHost(*host);
+    return VFileObject::writeBack(Durability::power_loss);
 }
 
 void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buffer,
@@ -87,8 +107,6 @@ void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void cons
         from += step;
     }
 }
-
-KString VFileSparse2::name() { return host->name(); }
 
 std::uint64_t VFileSparse2::allocatedFrom(std::uint64_t position) {
     auto locked = data.hold();

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "foundation/kassert.h"
+#include "foundation/never_destroyed.h"
 
 namespace KelvonClip {
 
@@ -92,7 +93,7 @@ XmlElement XmlElement::none() {
 }
 
 XmlElement const& XmlElement::child(KString const& child_name) const {
-    static XmlElement const& nothing = *new XmlElement(none());  // never destroyed, because callers keep references
+    static XmlElement const& nothing = neverDestroyed<XmlElement>(none());  // callers keep references
     auto const found = std::find_if(children.begin(), children.end(),
                                     [&](XmlElement const& candidate) { return candidate.name == child_name; });
     return found == children.end() ? nothing : *found;

@@ -278,7 +278,7 @@ class GatedFile : public test::WrappedFile {
         }
         inner->read(position, length, buffer, std::move(done));
     }
-    void close() {
+    void holdBack() {
         std::lock_guard lock(mutex);
         closed = true;
     }
@@ -311,7 +311,7 @@ TEST_F(ClipDirectoryTest, ClipClosedWhileItsTracksOpenDoesNotComeBack) {
     auto const gated = std::make_shared<GatedFile>(clipWithGrowTrack());
     unsigned handle = 0;
     ASSERT_EQ(open("clip", &handle, gated), KString());
-    gated->close();
+    gated->holdBack();
     std::uint32_t track_handle = 0;
     std::thread query([&] {
         auto const entry = findClip(handle, OpenTracks::yes);
@@ -333,7 +333,7 @@ TEST_F(ClipDirectoryTest, LookUpsDoNotWaitForTrackOpening) {
     ASSERT_EQ(open("slow", &slow, gated), KString());
     ASSERT_EQ(open("quick", &quick, clipWithTracks(1)), KString());
     auto const track = findClip(quick, OpenTracks::yes)->extra->tracks[0].handle.number();
-    gated->close();
+    gated->holdBack();
     std::thread query([&] { findClip(slow, OpenTracks::yes); });
     gated->awaitReader();
     // All of this happens while the other thread waits for the disk.

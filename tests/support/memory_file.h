@@ -57,6 +57,11 @@ class MemoryFile : public VFileObject {
         std::lock_guard hold(mutex);
         reserved = 0;
     }
+    using VFileObject::writeBack;
+    KString writeBack(WriteBackStep, Durability) override { return {}; }
+    bool isContainer() const override { return false; }
+    KMutexLock const& writeBackLock() override { return write_back_lock; }
+    KString flush() override { return {}; }
 
     // Direct access to the bytes, not through the interface under test. Bytes past the end read as zeros.
     std::vector<std::byte> bytes(std::uint64_t position, std::uint64_t length) {
@@ -118,6 +123,7 @@ class MemoryFile : public VFileObject {
     }
 
     std::mutex mutex;
+    KMutexLock const write_back_lock;
     KString own_name;
     std::map<std::uint64_t, std::vector<std::byte>> pages;
     std::uint64_t size = 0;
@@ -142,6 +148,11 @@ class WrappedFile : public VFileObject {
     std::uint64_t allocatedFrom(std::uint64_t position) override { return inner->allocatedFrom(position); }
     void allocate(std::uint64_t position, std::uint32_t length) override { inner->allocate(position, length); }
     void releaseAllocation() override { inner->releaseAllocation(); }
+    using VFileObject::writeBack;
+    KString writeBack(WriteBackStep step, Durability durability) override { return inner->writeBack(step, durability); }
+    bool isContainer() const override { return inner->isContainer(); }
+    KMutexLock const& writeBackLock() override { return inner->writeBackLock(); }
+    KString flush() override { return inner->flush(); }
 
   protected:
     std::shared_ptr<VFileObject> const inner;

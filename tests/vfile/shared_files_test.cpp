@@ -27,6 +27,7 @@ struct Thing {
     ~Thing() {
         if (closing) closing();
     }
+    KString close() { return {}; }
     std::function<void()> closing;
 };
 using Things = SharedFiles<int, Thing>;

@@ -12,6 +12,7 @@
 
 #include "io_engines.h"
 #include "support/buffer.h"
+#include "support/memory_file.h"
 #include "support/scratch.h"
 
 namespace KelvonClip {
@@ -123,47 +124,23 @@ TEST_P(VFileFileTest, CreatingKeepsWhatIsInTheFile) {
 }
 
 TEST_P(VFileFileTest, RegistryEntryOfAnotherKindIsAnInternalError) {
-    struct Stranger : VFileObject {
-        std::uint64_t length() override { return 0; }
-        void read(std::uint64_t, std::uint32_t, void*, std::shared_ptr<CIO::CIOObject>) override {}
-        void write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject>) override {}
-        KString name() override { return {}; }
-        std::uint64_t allocatedFrom(std::uint64_t) override { return 0; }
-        void allocate(std::uint64_t, std::uint32_t) override {}
-        void releaseAllocation() override {}
-    };
-    auto const stranger = std::make_shared<Stranger>();
-    openHostFiles().lock().value[clip()] = {stranger, {}};
+    auto const stranger = openHostFiles().open(clip(), nullptr, []() -> MadeFile<VFileObject> {
+        return {{}, std::make_unique<test::MemoryFile>()};
+    });
     testing::internal::CaptureStderr();
     auto const opened = VFileFile::open(clip(), true);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "vfilefile:118: Assertion failed: 'vfilefile != nullptr'\n");
     EXPECT_EQ(opened.file, nullptr);
     EXPECT_EQ(opened.error, KString("Internal error"));
-    openHostFiles().lock().value.erase(clip());
 }
 
-TEST_P(VFileFileTest, EveryTwoHundredthCallForgetsNamesThatNobodyHasOpen) {
-    auto const known = [](KString const& name) { return openHostFiles().lock().value.count(name) == 1; };
+TEST_P(VFileFileTest, NamesThatNobodyHasOpenAreForgotten) {
     auto const kept = VFileFile::create(folder.file("kept"));
     ASSERT_NE(VFileFile::create(clip()).file, nullptr);
-    EXPECT_TRUE(known(clip())) << "an expired entry stays until the next purge";
-
-    // Opening a name that does not exist counts as a call and leaves no entry.
-    int calls = 0;
-    while (known(clip()) && calls < 200) {
-        EXPECT_EQ(VFileFile::open(folder.file("missing"), true).file, nullptr);
-        ++calls;
-    }
-    EXPECT_FALSE(known(clip())) << "after 200 calls at the latest";
-    EXPECT_TRUE(known(folder.file("kept"))) << "what is open stays";
-
-    // The counter goes round: from one purge to the next it takes 200 calls, of which this create is the first.
-    ASSERT_NE(VFileFile::create(clip()).file, nullptr);
-    for (int call = 2; call < 200; ++call)
-        (void)VFileFile::open(folder.file("missing"), true);
-    EXPECT_TRUE(known(clip()));
-    (void)VFileFile::open(folder.file("missing"), true);
-    EXPECT_FALSE(known(clip()));
+    EXPECT_EQ(VFileFile::open(folder.file("missing"), true).file, nullptr);
+    EXPECT_TRUE(openHostFiles().isTaken(folder.file("kept")));
+    EXPECT_FALSE(openHostFiles().isTaken(clip()));
+    EXPECT_FALSE(openHostFiles().isTaken(folder.file("missing")));
 }
 
 TEST_P(VFileFileTest, ReadThatCrossesTheEndFails) {
@@ -310,11 +287,11 @@ TEST_P(VFileFileTest, RequestKeepsTheFileOpenUntilItCompletes) {
     EXPECT_EQ(CIO::runSync([&](auto done) {
                   opened.file->read(0, BLOCK, read.memory, std::move(done));
                   opened.file.reset();
-                  EXPECT_FALSE(openHostFiles().lock().value.at(clip()).file.expired());
+                  EXPECT_TRUE(openHostFiles().isTaken(clip()));
               }),
               KString());
     EXPECT_EQ(read, Buffer(BLOCK));
-    EXPECT_TRUE(openHostFiles().lock().value.at(clip()).file.expired());
+    EXPECT_FALSE(openHostFiles().isTaken(clip()));
 }
 
 TEST_P(VFileFileTest, NullBufferIsAFailureLikeAnyOther) {

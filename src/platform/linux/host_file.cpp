@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <limits>
 #include <new>
 #include <string_view>
@@ -56,11 +57,19 @@ class Descriptor {
     int number;
 };
 
+// Makes a system call until no signal interrupts it; whether it succeeded.
+template <class Call>
+bool repeated(Call&& call) {
+    int result = 0;
+    do
+        result = call();
+    while (result < 0 && errno == EINTR);
+    return result >= 0;
+}
+
 Descriptor openDescriptor(std::string const& path, int flags) {
     int number = -1;
-    do
-        number = ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, NEW_FILE_MODE);
-    while (number < 0 && errno == EINTR);
+    repeated([&] { return number = ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, NEW_FILE_MODE); });
     return Descriptor(number);
 }
 
@@ -77,8 +86,9 @@ bool isOnMemoryFileSystem(int descriptor) {
 
 class LinuxFile : public HostFile {
   public:
-    LinuxFile(Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
-        : buffered(std::move(buffered_fd)), direct(std::move(direct_fd)), read_only(reading_only) {
+    LinuxFile(std::string name, Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
+        : path(std::move(name)), buffered(std::move(buffered_fd)), direct(std::move(direct_fd)),
+          read_only(reading_only) {
         descriptors.buffered = buffered.get();
         descriptors.direct = direct.get();
         descriptors.in_memory = isOnMemoryFileSystem(buffered.get());
@@ -104,11 +114,22 @@ class LinuxFile : public HostFile {
 
     bool resize(std::uint64_t bytes) override {
         if (bytes > MAX_POSITION) return false;
-        int result = 0;
-        do
-            result = ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes));
-        while (result != 0 && errno == EINTR);
-        return result == 0;
+        return repeated([&] { return ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes)); });
+    }
+
+    bool flush() override {
+        return repeated([&] { return ::fdatasync(descriptors.buffered); });
+    }
+
+    // A name is kept by its folder. Where that may not be opened, the whole file system is flushed.
+    bool flushName() override {
+        std::unique_ptr<char, decltype(&std::free)> const real(::realpath(path.c_str(), nullptr), &std::free);
+        if (real != nullptr) {
+            std::string const folder(real.get(), std::string_view(real.get()).rfind('/') + 1);
+            Descriptor const opened = openDescriptor(folder, O_RDONLY | O_DIRECTORY);
+            if (opened.valid() && repeated([&] { return ::fsync(opened.get()); })) return true;
+        }
+        return repeated([&] { return ::syncfs(descriptors.buffered); });
     }
 
   private:
@@ -142,6 +163,7 @@ class LinuxFile : public HostFile {
         descriptors.position_alignment = told.stx_dio_offset_align;
     }
 
+    std::string const path;
     Descriptor buffered;
     Descriptor direct;
     Descriptors descriptors;
@@ -163,11 +185,9 @@ constexpr std::array<AccessFlags, 3> ACCESS = {{
 
 // Empty if the lock was acquired or the file system has no locks; otherwise the error text.
 std::u16string takeLock(int descriptor, AccessFlags const& access) {
-    int result = 0;
-    do
-        result = ::flock(descriptor, access.lock | LOCK_NB);
-    while (result != 0 && errno == EINTR);
-    if (result == 0 || errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS) return {};
+    if (repeated([&] { return ::flock(descriptor, access.lock | LOCK_NB); }) || errno == ENOLCK ||
+        errno == EOPNOTSUPP || errno == ENOSYS)
+        return {};
     return errno == EWOULDBLOCK ? access.conflict : hostErrorText(errno);
 }
 
@@ -199,7 +219,8 @@ HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
 
     Descriptor direct = openDirect(path, access.open_flags, found);
-    return {{}, std::make_unique<LinuxFile>(std::move(buffered), std::move(direct), wanted == FileAccess::read_only)};
+    bool const read_only = wanted == FileAccess::read_only;
+    return {{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct), read_only)};
 }
 
 }  // namespace KelvonClip::platform

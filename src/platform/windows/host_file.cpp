@@ -81,6 +81,10 @@ class WindowsFile final : public HostFile {
                setEnd(roundUp<std::uint64_t>(bytes, DIRECT_ALIGNMENT));
     }
 
+    bool flush() override { return FlushFileBuffers(handle) != FALSE; }
+    // The file system keeps a log of names, which flushing the file brings to the disk.
+    bool flushName() override { return flush(); }
+
   private:
     bool setEnd(std::uint64_t bytes) {
         LARGE_INTEGER end;
