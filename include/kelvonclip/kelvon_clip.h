@@ -36,11 +36,31 @@ KELVONCLIP_API wchar_t const* clip_open(wchar_t const* file_name, unsigned int* 
 /// that write would spoil each other's containers.
 KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle);
 
-/// Takes back one opening of a clip. The last one ends the clip's handle and those of its tracks; what the containers
-/// in the file hold in memory is written back when the last query that is still running has returned. The clip header
-/// is not changed. An unknown handle is ignored. A failure to write back is not reported.
+/// Takes back one opening of a clip. The last one ends the clip's handle and those of its tracks, and brings what was
+/// written to the disk: afterwards it survives the loss of power. The clip header is not changed. An unknown handle is
+/// ignored. A failure to write back is not reported.
 /// Unloading the library, or leaving the process, writes clips back that are still open.
 KELVONCLIP_API void clip_close(unsigned int clip);
+
+/// Brings everything written to the clip's tracks before the call to the disk, while recording goes on: a process that is
+/// killed, a system that crashes or a power supply that fails afterwards takes none of it. Units become readable for
+/// those who open the file later, in this order: the data, the map that finds it, the length that shows it.
+/// Any thread may call it; recording threads are not held up. A clip opened read-only has nothing to bring.
+/// @param clip  the clip's handle
+/// @return null on success; "invalid clip handle", or the message of the write that failed. After a failure what was not
+///     written stays in memory, and the next checkpoint or clip_close tries again.
+KELVONCLIP_API wchar_t const* clip_checkpoint(unsigned int clip);
+
+/// Sets how often a clip is written back by itself while it is recorded: by the thread that writes a unit, after that
+/// unit, when `milliseconds` have passed since the last time; 0 turns this off. Without a call it happens every 2000
+/// milliseconds and is not durable.
+/// @param clip          the clip's handle
+/// @param milliseconds  the interval; 0: never
+/// @param durable       true: as clip_checkpoint. false: in the same order but without waiting for the disk, which is enough
+///     for whoever survives the end of the process, not of the system.
+/// @return null on success; "invalid clip handle". A checkpoint that fails is tried again after the same time, and does not
+///     fail the call that writes the unit; clip_checkpoint gives the message.
+KELVONCLIP_API wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int milliseconds, bool durable);
 
 /// Whether the file is a child clip: its header names a parent clip and lists no tracks.
 /// @return true also for an unknown handle

@@ -7,6 +7,7 @@
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
 #include "foundation/live_count.h"
+#include "foundation/never_destroyed.h"
 #include "platform/host.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
@@ -37,23 +38,23 @@ struct AtUnload {
 };
 
 KProtect<ClipDirectory>& directory() {
-    static auto& open_clips = *new KProtect<ClipDirectory>;
+    static auto& open_clips = neverDestroyed<KProtect<ClipDirectory>>();
     return open_clips;
 }
 
 KMutexLock& openLock() {
-    static auto& lock = *new KMutexLock;
+    static auto& lock = neverDestroyed<KMutexLock>();
     return lock;
 }
 
 KMutexLock& trackOpeningLock() {
-    static auto& lock = *new KMutexLock;
+    static auto& lock = neverDestroyed<KMutexLock>();
     return lock;
 }
 
 // The number of existing entries, registered or not.
 LiveCount& entries() {
-    static auto& count = *new LiveCount;
+    static auto& count = neverDestroyed<LiveCount>();
     return count;
 }
 
@@ -117,9 +118,9 @@ OpenedClip buildClip(std::shared_ptr<VFileObject> const& file, bool read_only) {
     return {{}, std::make_shared<Clip>(settings, std::move(area.file), read_only), header.meta};
 }
 
-bool tracksAreOpen(OpenFileEntry const& entry) {
+std::shared_ptr<OpenFileEntry::Extra const> openTracksNow(OpenFileEntry const& entry) {
     auto const item = directory().hold();
-    return entry.extra != nullptr;
+    return entry.extra;
 }
 
 // A track that cannot be opened, for any reason, is left out without a report.
@@ -137,9 +138,9 @@ std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& m
 }
 
 void openTracks(Entry const& entry) {
-    if (tracksAreOpen(*entry)) return;
+    if (openTracksNow(*entry)) return;
     auto const opening = trackOpeningLock().hold();
-    if (tracksAreOpen(*entry)) return;
+    if (openTracksNow(*entry)) return;
 
     auto tracks = openTracksOf(*entry->clip, *entry->meta);
     auto extra = std::make_shared<OpenFileEntry::Extra>();
@@ -156,6 +157,17 @@ void openTracks(Entry const& entry) {
     // If the clip was closed meanwhile, its track handles are not registered: this query still gets its result, but the
     // handles are unknown.
     if (item.value.holds(*entry)) item.value.by_track_handle.merge(by_track_handle);
+}
+
+// Without opened tracks there are no containers that could hold anything.
+KString writeBack(OpenFileEntry const& entry, Durability durability) {
+    if (entry.read_only) return {};
+    auto const extra = openTracksNow(entry);
+    if (!extra) return {};
+    std::vector<VFileObject*> files;
+    for (auto const& open_track : extra->tracks)
+        files.push_back(&open_track.track.units());
+    return writeBackAll(files, durability);
 }
 
 }  // namespace
@@ -191,14 +203,23 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
     return {};
 }
 
-void closeClip(std::uint32_t handle) {
-    // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
+KString closeClip(std::uint32_t handle) {
+    // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
-    if (!entry) return;
-    if (entry->open_count == 1) unregisterEntry(*entry);
-    --entry->open_count;
+    if (!entry || --entry->open_count > 0) return {};
+    unregisterEntry(*entry);
+    return writeBack(*entry, Durability::power_loss);
 }
+
+KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability) {
+    Entry const entry = findClip(handle);
+    if (!entry) return unknown;
+    entry->checkpoints.restart();
+    return writeBack(*entry, durability);
+}
+
+std::unique_lock<std::recursive_mutex> lockOpening() { return openLock().hold(); }
 
 bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, name) != nullptr; }
 
@@ -237,7 +258,11 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     auto const found = findTrack(track_handle);
     if (!found) return "Bad Handle";
     if (found.entry->read_only) return "Clip was opened in read-only mode";
-    return found.track->writeUnit(unit, buffer, size);
+    KString error = found.track->writeUnit(unit, buffer, size);
+    // A checkpoint that fails is made up for by the next one; whether it does is told by those that ask for one.
+    if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
+        (void)guarded([&] { return writeBack(*found.entry, *durability); });
+    return error;
 }
 
 void closeAllClips(std::uint32_t patience_ms) {
@@ -255,6 +280,9 @@ void closeAllClips(std::uint32_t patience_ms) {
         }
         return;
     }
+    // Queries may go on for as long as they like: what the clips hold by now is written back before they are waited for.
+    for (auto const& [number, entry] : closed.by_clip_handle)
+        (void)guarded([&] { return writeBack(*entry, Durability::power_loss); });
     closed = {};  // most entries go here
 
     // The others go with the last query that holds them.

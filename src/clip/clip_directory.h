@@ -25,6 +25,7 @@
 #include <map>
 #include <memory>
 
+#include "clip/checkpoint_timer.h"
 #include "clip/clip.h"
 #include "clip/clip_header.h"
 #include "clip/handle.h"
@@ -53,6 +54,7 @@ struct OpenFileEntry {
     std::shared_ptr<VFileObject> file;
     std::shared_ptr<Clip> clip;
     std::shared_ptr<MetaObject const> meta;
+    CheckpointTimer checkpoints;
     // Empty until the tracks are first needed, then set once, under the directory lock.
     std::shared_ptr<Extra const> extra;
 
@@ -65,10 +67,19 @@ struct OpenFileEntry {
 // nothing is registered.
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file = {});
 
-// Undoes one openClip; the last one unregisters the clip. An unknown handle is ignored.
-void closeClip(std::uint32_t handle);
+// Takes back one opening; the last one unregisters the clip and writes back what its containers hold. Empty on success,
+// and for an unknown handle. The clip is closed whatever the message says.
+KString closeClip(std::uint32_t handle);
+
+// Writes back what the containers of an open clip hold, while the clip stays in use. Empty on success. Gives `unknown`
+// for an unknown handle.
+KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability);
 
 bool isClipOpen(KString const& name);
+
+// Keeps clips from being opened and closed by other threads. Creation holds it, so that nobody opens a clip whose file is
+// not written yet.
+std::unique_lock<std::recursive_mutex> lockOpening();
 
 enum class OpenTracks { no, yes };
 // The entry behind a clip handle, or null. With OpenTracks::yes its tracks have been opened (`extra` is set).

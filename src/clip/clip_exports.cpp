@@ -10,6 +10,8 @@ namespace KelvonClip {
 
 namespace {
 
+constexpr char const* UNKNOWN_CLIP = "invalid clip handle";  // KEEP: lower-case, unlike the message of clip_open
+
 // Runs a query on an open clip; the neutral value for an unknown handle. The clip stays alive during the query.
 template <class Result, class Question>
 Result queryClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Question&& question) noexcept {
@@ -57,6 +59,19 @@ void clip_close(unsigned int clip) {
     exportedQuery(false, [&] { return closeClip(clip), true; });
 }
 
+wchar_t const* clip_checkpoint(unsigned int clip) {
+    return exported([&] { return checkpointClip(clip, UNKNOWN_CLIP, Durability::power_loss); });
+}
+
+wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int milliseconds, bool durable) {
+    return exported([&]() -> KString {
+        auto const entry = findClip(clip);
+        if (!entry) return UNKNOWN_CLIP;
+        entry->checkpoints.setInterval(milliseconds, durable ? Durability::power_loss : Durability::process_end);
+        return {};
+    });
+}
+
 // KEEP: an unknown clip counts as a child clip.
 bool clip_get_is_child_clip(unsigned int clip) { return metaValue(clip, true, &MetaObject::child_clip); }
 
@@ -88,7 +103,7 @@ unsigned int clip_get_length(unsigned int clip) {
 wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool* drop_frame) {
     return exported([&]() -> KString {
         auto const entry = findClip(clip);
-        if (!entry) return "invalid clip handle";  // KEEP: lower-case, unlike the message of clip_open
+        if (!entry) return UNKNOWN_CLIP;
         return clipTimecode(*entry->meta, timecode, drop_frame);
     });
 }

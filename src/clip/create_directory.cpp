@@ -8,6 +8,7 @@
 #include "clip/clip_directory.h"
 #include "clip/handle.h"
 #include "foundation/kprotect.h"
+#include "foundation/never_destroyed.h"
 #include "vfile/vfilefile.h"
 
 namespace KelvonClip {
@@ -27,7 +28,7 @@ struct CreateDirectory {
 };
 
 KProtect<CreateDirectory>& creations() {
-    static auto& directory = *new KProtect<CreateDirectory>;
+    static auto& directory = neverDestroyed<KProtect<CreateDirectory>>();
     return directory;
 }
 
@@ -62,6 +63,7 @@ KString createAndOpen(ClipDescription const& description, unsigned int* clip) {
     // If the host refuses without an error code, there is neither a text nor a file.
     if (!created.file) return "Internal error";
     if (KString error = writeNewClip(created.file, *header.area, layout); !error.empty()) return error;
+    if (KString error = created.file->flushName(); !error.empty()) return error;
     return openClip(description.file_name, false, clip, created.file);
 }
 
@@ -101,6 +103,7 @@ KString finishCreation(std::uint32_t handle, unsigned int* clip) {
     if (!description) return "Bad Handle";
 
     if (KString error = checkDescription(*description); !error.empty()) return error;
+    auto const opening = lockOpening();
     if (isClipOpen(description->file_name)) return "Can't create on top of file which is already open";
     if (clip == nullptr) return "Invalid clip handle";
     if (KString error = createAndOpen(*description, clip); !error.empty()) return error;
