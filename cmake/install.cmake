@@ -9,9 +9,20 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kelvonclip)
 install(EXPORT kelvonclip-targets NAMESPACE kelvonclip:: DESTINATION ${package_dir} FILE kelvonclip-targets.cmake)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/kelvonclip-config.cmake.in
                               ${PROJECT_BINARY_DIR}/kelvonclip-config.cmake INSTALL_DESTINATION ${package_dir})
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelvonclip-config-version.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelvonclip-config-version.cmake
+                                 COMPATIBILITY ${package_compatibility})
 install(FILES ${PROJECT_BINARY_DIR}/kelvonclip-config.cmake ${PROJECT_BINARY_DIR}/kelvonclip-config-version.cmake
         DESTINATION ${package_dir})
 
+# The pkg-config file finds the prefix from where it lies itself, so that an installed tree can be moved. It cannot where
+# the library's folder was given as an absolute path.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  cmake_path(APPEND pkgconfig_prefix "\${pcfiledir}" ${up})
+endif()
+cmake_path(APPEND pkgconfig_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})  # an absolute path replaces what it is appended to
+cmake_path(APPEND pkgconfig_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kelvonclip.pc.in ${PROJECT_BINARY_DIR}/kelvonclip.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kelvonclip.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <new>
 
 namespace KelvonClip::platform {
 
@@ -31,7 +30,7 @@ class HostSemaphore {
 
   private:
     struct State;
-    State& state() { return *std::launder(reinterpret_cast<State*>(host_state)); }
+    State& state();  // the host's sources know what it is
 
     alignas(8) std::byte
         host_state[128];  // the host's own State, in place: every operation that is waited for makes one

@@ -191,11 +191,10 @@ TEST_F(ClipDirectoryTest, EveryReadOfTrackOpeningMayFail) {
     // Two tracks in grow containers: one read each.
     auto const memory = image("", 0);
     std::string tracks;
-    for (int n = 0; n < 2; ++n) {
-        std::string const start = std::to_string(n * 65536);
+    for (unsigned n = 0; n < 2; ++n) {
         tracks += test::trackMeta(
             "auk", test::element("VFile", test::element("Grow", test::element("MinLength", "0") +
-                                                                    test::rangeOfThisFile(n * 65536u, 65536))));
+                                                                    test::rangeOfThisFile(n * 65536, 65536))));
         std::string const grow_header = std::string("KLVNGROW") + std::string(4088, '\0');
         memory->put(32768 + static_cast<std::uint64_t>(n) * 65536, grow_header.data(), grow_header.size());
     }

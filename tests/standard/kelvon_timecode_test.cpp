@@ -708,7 +708,8 @@ TEST(TimecodeArithmetic, OperatorsWrapUpwardsAndStopAtZero) {
     EXPECT_EQ(labelOf(timecode), (Label{0, 0, 0, 0, 0, true}));
     timecode += timecode;
     EXPECT_EQ(timecode.get_nfields(), 2u);
-    timecode -= timecode;
+    KTimecode const& itself = timecode;
+    timecode -= itself;
     EXPECT_EQ(timecode.get_nfields(), 0u);
 }
 

@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <new>
 
 #include <sys/eventfd.h>
 
@@ -63,6 +64,8 @@ struct HostSemaphore::State {
     std::uint32_t max;
     Waiter* first = nullptr;
 };
+
+inline HostSemaphore::State& HostSemaphore::state() { return *std::launder(reinterpret_cast<State*>(host_state)); }
 
 HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) {
     static_assert(sizeof(State) <= sizeof host_state && alignof(State) <= 8);

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <new>
 #include <system_error>
 
 namespace KelvonClip::platform {
@@ -12,6 +13,8 @@ static_assert(WAIT_FOREVER == INFINITE);
 struct HostSemaphore::State {
     HANDLE handle;
 };
+
+inline HostSemaphore::State& HostSemaphore::state() { return *std::launder(reinterpret_cast<State*>(host_state)); }
 
 HostSemaphore::HostSemaphore(std::uint32_t initial, std::uint32_t max) {
     static_assert(sizeof(State) <= sizeof host_state);

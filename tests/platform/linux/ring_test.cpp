@@ -384,11 +384,11 @@ bool inChild(Body body) {
 }
 
 // From here on the kernel answers one system call of this process with an error, as a container's filter does.
-bool forbid(unsigned system_call, unsigned error) {
+bool forbid(unsigned system_call, int error) {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, system_call, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     sock_fprog const filter{sizeof program / sizeof program[0], program};
@@ -396,7 +396,7 @@ bool forbid(unsigned system_call, unsigned error) {
 }
 
 TEST_F(IoQueueTest, HostThatRefusesRingsIsServedWithout) {
-    for (unsigned error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
+    for (int error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
         EXPECT_TRUE(inChild([&] {
             return forbid(__NR_io_uring_setup, error) && readsWell() && ringsOpen() == 0 && readsWell(63);
         })) << error;
@@ -415,7 +415,7 @@ TEST_F(IoQueueTest, DescriptorsThatRunOutAreNoReasonToFail) {
 }
 
 TEST_F(IoQueueTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
-    for (unsigned error : {EPERM, ENOSYS}) {
+    for (int error : {EPERM, ENOSYS}) {
         EXPECT_TRUE(inChild([&] {
             if (!readsWell()) return false;
             Buffer read(64 * BLOCK, 1);
