@@ -25,7 +25,7 @@ class AlignedBuffer {
     std::size_t size() const { return length; }
     void clear() { std::memset(data(), 0, length); }
 
-    // `Count` bytes from `at` on; the caller's offsets are constants that lie inside the buffer.
+    // `Count` bytes from `at` on. Not checked: callers use constant offsets inside the buffer.
     template <std::size_t Count>
     std::span<std::byte, Count> field(std::size_t at) {
         return std::span<std::byte, Count>(data() + at, Count);

@@ -1,17 +1,18 @@
-// Virtual files that a second opener shares with the first, by what identifies the thing that is open: for host files
-// the name, for containers the address of the host, for sections the address and the number that cuts the section out.
+// The registry of shared virtual files: a second opener of the same file shares the first one's object. The key is the
+// name for host files, the address of the host for containers, and the address of the host and a number (offset or
+// limit) for sections.
 //
-// A key belongs to somebody from the start of an opening (or creation) until closing has written everything back. Who
-// asks for a key in the meantime gets the live object, or waits while there is none yet or none any more. So two openers
-// never build two objects, and nobody reads blocks that a closing container is still writing.
+// A key is taken from the start of opening or creating until closing has written everything. Whoever asks for the key
+// meanwhile gets the open object, or waits while it is being opened or closed. So there are never two objects for one
+// key, and nobody reads blocks that a closing container is still writing.
 //
 // Invariants
-//   * An entry exists exactly as long as a Place does. The Place keeps the host alive, so the address in a key cannot
-//     come to mean another file while the entry exists.
-//   * The lock is held for look-ups only, never while a disk is waited for: opening one file does not hold up the
-//     others, and the owner of a key needs no lock that a waiter could hold.
-// Threads: any. The waits are alertable. A completion routine may drop the last reference to a file and so close it; it
-// must not open files, because it may be running inside the very opening or closing that it would wait for.
+//   * An entry exists exactly as long as a Place owns its key. The Place keeps the host alive, so the address in a key
+//     cannot be reused for another file while the entry exists.
+//   * The lock is held for look-ups only, never during I/O. So opening one file does not delay others, and the owner of
+//     a key never needs a lock that a waiter holds.
+// Threads: any. Waits are alertable. A completion routine may release the last reference to a file, which closes it. It
+// must not open files, because it may be running inside the opening or closing that it would wait for.
 #pragma once
 
 #include <exception>
@@ -28,7 +29,7 @@
 
 namespace KelvonClip {
 
-// What a file is before it is shared: an error text, or the object.
+// A file before it is shared: an error text, or the object.
 template <class Kind>
 struct MadeFile {
     KString error;
@@ -44,7 +45,7 @@ class SharedFiles {
         return files;
     }
 
-    // The live file under `key`, or the one that `make_file` gives as a MadeFile. A failure leaves nothing behind.
+    // The open file of `key`, or else the one that `make_file` returns as a MadeFile. A failure leaves nothing behind.
     template <class Make>
     Opened<Kind> open(Key const& key, std::shared_ptr<VFileObject> const& host, Make&& make_file) {
         Claim claimed = claim(key, host);
@@ -52,7 +53,7 @@ class SharedFiles {
         return make(claimed.place, std::forward<Make>(make_file));
     }
 
-    // As open, but for a file that nobody has open; `refusal` when somebody has.
+    // Like open, but returns the error `refusal` if the file of `key` is open.
     template <class Make>
     Opened<Kind> create(Key const& key, std::shared_ptr<VFileObject> const& host, char const* refusal,
                         Make&& make_file) {
@@ -61,7 +62,7 @@ class SharedFiles {
         return make(claimed.place, std::forward<Make>(make_file));
     }
 
-    // Runs `work`, which gives a message, while nobody has the key's file open; `refusal` when somebody has.
+    // Runs `work` while the file of `key` is closed, and returns its message; `refusal` if the file is open.
     template <class Work>
     KString whileClosed(Key const& key, std::shared_ptr<VFileObject> const& host, char const* refusal, Work&& work) {
         Claim const claimed = claim(key, host);
@@ -69,7 +70,7 @@ class SharedFiles {
         return std::forward<Work>(work)();
     }
 
-    // Whether somebody opens, has open or closes the file under `key` now.
+    // True if the file of `key` is open, being opened or being closed.
     bool isTaken(Key const& key) {
         auto const hold = locked(mutex);
         return entries.contains(key);
@@ -77,7 +78,7 @@ class SharedFiles {
 
   private:
     struct Entry {
-        std::weak_ptr<Kind> object;  // locks while the file is open; otherwise it is being opened, created or closed
+        std::weak_ptr<Kind> object;  // expired or empty: the file is being opened, created or closed
         std::vector<std::shared_ptr<KSemaphore>> waiting;
     };
 
@@ -110,7 +111,7 @@ class SharedFiles {
     Opened<Kind> make(std::shared_ptr<Place> const& place, Make&& make_file) {
         MadeFile<Kind> made = std::forward<Make>(make_file)();
         if (!made.file) return {std::move(made.error), nullptr};
-        // The last user's release closes the file and only then gives up the key.
+        // Releasing the last reference closes the file and then releases the key.
         std::shared_ptr<Kind> shared(made.file.release(), [kept = place](Kind* file) mutable {
             closeAndDestroy(file);
             kept.reset();
@@ -121,9 +122,9 @@ class SharedFiles {
 
     static void closeAndDestroy(Kind* file) noexcept {
         try {
-            (void)file->close();  // nobody is left to tell
+            (void)file->close();  // there is nobody to report an error to
         } catch (std::exception const&) {
-            // Out of memory: as little to be done as about an error of the host.
+            // Out of memory: the same as an error of the host.
         }
         delete file;
     }
@@ -160,7 +161,7 @@ class SharedFiles {
         entries.erase(entry);
     }
 
-    // Each waiter looks again.
+    // Wakes all waiters, which then look up the key again.
     static void wake(Entry& entry) {
         for (auto const& waiter : entry.waiting)
             waiter->post();

@@ -9,7 +9,7 @@
 
 namespace KelvonClip {
 
-// One read or write that the host has under way. It belongs to the host from its start to its completion.
+// One read or write in progress on the host. The host owns it from start to completion.
 struct VFileFile::Request : platform::HostRequest {
     Request(std::shared_ptr<VFileFile> target, std::shared_ptr<CIO::CIOObject> operation, std::uint32_t requested,
             std::uint32_t* actual_length, bool is_write)
@@ -19,7 +19,7 @@ struct VFileFile::Request : platform::HostRequest {
     static void* operator new(std::size_t bytes) { return platform::takeRecycled(bytes); }
     static void operator delete(void* memory, std::size_t bytes) { platform::giveRecycled(memory, bytes); }
 
-    // Hands the request to the host: `start` says whether the host took it.
+    // Passes the request to the host. `start` returns whether the host has accepted it.
     template <class Start>
     static void submit(std::unique_ptr<Request> request, Start&& start) {
         if (start(*request)) {
@@ -74,7 +74,7 @@ MadeFile<VFileObject> VFileFile::openHost(KString const& name, platform::FileAcc
     return {{}, std::unique_ptr<VFileObject>(new VFileFile(name, std::move(opened.file), read_only))};
 }
 
-// What the registry holds under a name, if it is a host file in the wanted mode.
+// Checks that the file from the registry is a host file in the right mode.
 Opened<VFileFile> VFileFile::checked(Opened<VFileObject> opened, bool read_only) {
     if (!opened.file) return {std::move(opened.error), nullptr};
     auto vfilefile = std::dynamic_pointer_cast<VFileFile>(opened.file);

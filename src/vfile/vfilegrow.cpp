@@ -19,7 +19,7 @@ constexpr std::array<unsigned char, 8> MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x47, 0x52,
 constexpr std::size_t LENGTH_AT = 8;  // bytes of data
 }  // namespace header
 
-// Host byte of the file's byte 0, and the greatest length whose bytes all have a 64-bit host position.
+// The position of the file's byte 0 in the host, and the maximum length for which all host positions fit into 64 bits.
 constexpr std::uint64_t DATA_AT = header::SIZE;
 constexpr std::uint64_t GREATEST_LENGTH = std::numeric_limits<std::uint64_t>::max() - DATA_AT;
 
@@ -86,7 +86,7 @@ void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* 
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
     if (KString const error = host->writeSync(position + DATA_AT, length, buffer); !error.empty())
         return done->setError(error);
-    // What ran on this thread while it waited may have gone further.
+    // A completion routine that ran on this thread during the wait may have extended the file further.
     length_bytes = std::max(length_bytes.load(), end);
 }
 

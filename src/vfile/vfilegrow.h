@@ -1,13 +1,13 @@
-// vfilegrow: a virtual file that remembers its own length, for data that is appended.
+// vfilegrow: a virtual file that stores its own length, for data that is appended.
 //
 // Stands on any other VFileObject, its host. Byte p of the file is host byte p + 4096; the bytes before that are the
 // header (docs/format.md, "Grow container").
 //
 // Invariants
-//   * The length never covers a byte whose write has not landed: it rises after the extending write completes.
-//   * The header on disk lags behind the length until it is written back: at a write-back, or when the last user lets go.
-//     It is written after everything below it, so that it never promises bytes that the host cannot find.
-// Threads: any. Writes that extend the file are done one after the other.
+//   * The length never includes a byte that has not been written: it increases after the extending write is complete.
+//   * The header on disk is out of date until a write-back, or until the last user closes the file. It is written after
+//     everything below it, so it never includes bytes that the host cannot find.
+// Threads: any. Writes that extend the file are serialised.
 #pragma once
 
 #include <atomic>
@@ -19,7 +19,7 @@ namespace KelvonClip {
 
 class VFileGrow : public VFileHosted {
   public:
-    // The grow file inside `host`, shared by all who open it. Errors: the host's, when the header cannot be read;
+    // Opens the grow file in `host`; all openers share one object. Errors: the host's, if the header cannot be read;
     // "Bad grow header magic number".
     static Opened<VFileGrow> open(std::shared_ptr<VFileObject> host, bool read_only);
 
@@ -30,7 +30,7 @@ class VFileGrow : public VFileHosted {
     std::uint64_t length() override { return length_bytes; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
-    // A write that ends past the length extends the file and is done when the call returns.
+    // A write that ends past the length extends the file and is complete when the call returns.
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override;
     std::uint64_t allocatedFrom(std::uint64_t position) override;
@@ -45,13 +45,13 @@ class VFileGrow : public VFileHosted {
 
     KString writeHeader();
 
-    std::atomic<std::uint64_t> length_bytes;  // never falls
-    KMutexLock extending;                     // held by the write that makes the file longer
+    std::atomic<std::uint64_t> length_bytes;  // never decreases
+    KMutexLock extending;                     // held by the write that extends the file
 
     // Guarded by the write-back lock.
-    AlignedBuffer header_block;       // as it is on disk, or as the write that failed last would have left it
-    bool header_unsure = false;       // that write may have got through or not
-    std::uint64_t length_to_promise;  // of the write-back that is under way
+    AlignedBuffer header_block;       // as last written, successfully or not
+    bool header_unsure = false;       // the last write failed, so the header on disk may be the old or the new one
+    std::uint64_t length_to_promise;  // the length that the current write-back writes
 };
 
 }  // namespace KelvonClip

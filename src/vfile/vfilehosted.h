@@ -1,5 +1,5 @@
-// vfilehosted: what all virtual files that stand on another one have in common. Every operation goes to the host as it
-// is; a kind overrides those in which it differs.
+// vfilehosted: the common base of all virtual files that stand on another one, their host. Forwards every operation to
+// the host; derived classes override those that differ.
 #pragma once
 
 #include <utility>

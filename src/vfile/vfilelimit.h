@@ -1,8 +1,8 @@
-// vfilelimit: the first `limit` bytes of another virtual file, its host, at most.
+// vfilelimit: at most the first `limit` bytes of another virtual file, its host.
 //
-// Positions are those of the host. A read or write may end exactly at the limit; one that passes it is refused
-// whole, and nothing is issued.
-// Threads: any; the section keeps no state beside its constant fields.
+// Positions are those of the host. A read or write may end exactly at the limit. One that ends past it is refused
+// completely; nothing is issued.
+// Threads: any; the section has no mutable state.
 #pragma once
 
 #include "vfile/vfilehosted.h"
@@ -17,7 +17,7 @@ class VFileLimit : public VFileHosted {
     VFileLimit(std::shared_ptr<VFileObject> host_file, std::uint64_t limit_bytes)
         : VFileHosted(std::move(host_file)), limit(limit_bytes) {}
 
-    std::uint64_t length() override;  // the shorter of the limit and the host
+    std::uint64_t length() override;  // the smaller of the limit and the host's length
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,

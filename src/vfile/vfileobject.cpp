@@ -71,7 +71,7 @@ namespace {
 
 using Hold = std::unique_lock<std::recursive_mutex>;
 
-// In the order of their addresses, so that two write-backs of the same files never wait for each other.
+// Takes the locks in the order of their addresses, so that two write-backs of the same files cannot deadlock.
 std::vector<Hold> lockWriteBacks(std::span<VFileObject* const> files) {
     std::vector<KMutexLock const*> locks;
     for (VFileObject* file : files)
@@ -85,7 +85,7 @@ std::vector<Hold> lockWriteBacks(std::span<VFileObject* const> files) {
     return held;
 }
 
-// A file whose step fails becomes null and is not taken any further. Gives the first message.
+// A file whose step fails is set to null; its remaining steps are left out. Returns the first message.
 KString runSteps(std::span<VFileObject*> files, Durability durability) {
     KString first_error;
     auto const forEach = [&](auto&& work) {

@@ -1,12 +1,12 @@
-// The virtual file: the one interface through which every byte of track data and of the clip header is read and
-// written.
+// The virtual file: the interface through which all track data and clip headers are read and written.
 //
-// Kinds stack: a container or a section stands on another VFileObject, its host, and at the bottom of every stack is a
-// host file (VFileFile). All I/O is asynchronous: an operation hands one completion object down the stack, each request
-// that it becomes holds a reference, and the operation is complete when the last reference goes.
+// Virtual files are stacked: a container or section stands on another VFileObject, its host; at the bottom of every
+// stack is a host file (VFileFile). All I/O is asynchronous. An operation passes one completion object down the stack,
+// every request that it issues holds a reference to it, and the operation is complete when the last reference is
+// released.
 //
 // Threads: any thread may call any operation. Requests complete on the thread that issued them, during its alertable
-// waits (KSemaphore); a thread that issues requests and never waits never sees them complete.
+// waits (KSemaphore). The requests of a thread that never waits never complete.
 #pragma once
 
 #include <atomic>
@@ -26,8 +26,8 @@ namespace KelvonClip {
 
 namespace CIO {
 
-// The completion object of one operation: keeps the first error text and is told when the last request has let go.
-// Made only by makeCompletion, which turns the release of the last reference into the call of `complete`.
+// The completion object of one operation. Stores the first error text. Created by makeCompletion only, which arranges
+// that `complete` is called when the last reference is released.
 class CIOObject {
   public:
     CIOObject() = default;
@@ -38,25 +38,25 @@ class CIOObject {
     // Called exactly once, on the thread that released the last reference.
     virtual void complete() = 0;
 
-    // The first error wins; later ones are dropped. A text for which there is no memory becomes setOutOfMemory.
+    // Stores an error text, unless there is one already. If there is no memory for it, the same as setOutOfMemory.
     // Threads: any.
     void setError(char const* text) noexcept;
     void setError(KString const& text) noexcept;
-    // Memory has run out: an error that needs none for a text.
+    // Stores the error "out of memory", which needs no memory for a text.
     void setOutOfMemory() noexcept;
 
-    // The first error text, or null while all went well. Empty when memory has run out.
+    // The first error text, or null if there is no error. Empty after setOutOfMemory.
     KString const* error() const noexcept { return first_error.load(std::memory_order_acquire); }
     bool outOfMemory() const noexcept { return error() == &NO_TEXT; }
 
   protected:
-    // For `complete`: the text taken out, empty without one.
+    // For `complete`: moves the error text out; empty if there is none.
     KString takeError() noexcept;
-    // For `complete`: what went wrong here goes wrong there.
+    // For `complete`: copies the error, if any, to another operation.
     void handErrorTo(CIOObject& other) const noexcept;
 
   private:
-    static KString NO_TEXT;  // its address stands for the error that has no text
+    static KString NO_TEXT;  // its address marks the error without a text
     std::atomic<KString*> first_error{nullptr};
 };
 
@@ -69,10 +69,10 @@ std::shared_ptr<Kind> makeCompletion(Arguments&&... arguments) {
     return std::allocate_shared<Completing>(platform::Recycling<Completing>(), std::forward<Arguments>(arguments)...);
 }
 
-// Wakes a caller that waits: hands over what went wrong, then releases the semaphore by one.
+// The completion object for a waiting caller: passes the error on, then posts the semaphore.
 class CIOSyncHelper : public CIOObject {
   public:
-    // All are the waiting caller's and outlive the operation.
+    // All three belong to the waiting caller and outlive the operation.
     CIOSyncHelper(KSemaphore& done, KString& error_text, bool& memory_ran_out)
         : semaphore(done), caller_error(error_text), caller_out_of_memory(memory_ran_out) {}
     void complete() override;
@@ -83,9 +83,9 @@ class CIOSyncHelper : public CIOObject {
     bool& caller_out_of_memory;
 };
 
-// Runs an asynchronous operation and waits for it: `start` is called with the completion object and hands it to the
-// requests that it issues. Gives the operation's first error text; empty on success. What `start` throws is thrown on,
-// but only after the requests that it had already issued are complete. Throws std::bad_alloc when memory has run out.
+// Runs an asynchronous operation and waits for it. `start` receives the completion object and passes it to the requests
+// that it issues. Returns the first error text, empty on success. An exception of `start` is rethrown after the
+// requests that it has already issued are complete. Throws std::bad_alloc if the operation ran out of memory.
 template <class Start>
 KString runSync(Start&& start) {
     KSemaphore done(0);
@@ -94,7 +94,7 @@ KString runSync(Start&& start) {
     auto helper = makeCompletion<CIOSyncHelper>(done, error, out_of_memory);
     std::exception_ptr fault;
     try {
-        // From here the helper lives exactly as long as some request holds it.
+        // From here on the helper is kept alive by the requests only.
         std::forward<Start>(start)(std::shared_ptr<CIOObject>(std::move(helper)));
     } catch (...) {
         fault = std::current_exception();
@@ -107,18 +107,18 @@ KString runSync(Start&& start) {
 
 }  // namespace CIO
 
-// What a write-back has to survive.
+// What the data must survive after a write-back.
 enum class Durability {
-    process_end,  // the process is killed: enough when the host's system has the bytes
-    power_loss,   // the system stops too: the bytes are flushed to the disk
+    process_end,  // a killed process: it is enough that the operating system has the data
+    power_loss,   // a system crash or power failure: the data is flushed to the disk
 };
 
-// The steps in which stacks are written back, so that no reader ever sees a length that the map does not cover. Between
-// two steps everything written so far is flushed where the loss of power is to be survived.
+// The steps of a write-back. Their order makes sure that a reader never sees a length that the map does not cover. For
+// Durability::power_loss, everything is flushed after each step.
 enum class WriteBackStep {
-    begin,    // keep maps and lengths as they are now: they are what this write-back will promise
-    maps,     // write where the data lies
-    lengths,  // write how much there is
+    begin,    // remember the current maps and lengths, which this write-back will write
+    maps,     // write the maps
+    lengths,  // write the lengths
 };
 
 class VFileObject : public std::enable_shared_from_this<VFileObject> {
@@ -131,58 +131,58 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // The current logical length in bytes.
     virtual std::uint64_t length() = 0;
 
-    // Start the transfer of exactly `length` bytes. The buffer stays the caller's and must live until the operation is
-    // complete. Every failure is reported as an error text on `done`.
+    // Start a transfer of `length` bytes. The buffer must stay valid until the operation is complete. All failures are
+    // reported as an error text on `done`.
     virtual void read(std::uint64_t position, std::uint32_t length, void* buffer,
                       std::shared_ptr<CIO::CIOObject> done) = 0;
     virtual void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                        std::shared_ptr<CIO::CIOObject> done) = 0;
 
-    // The host file name at the bottom of the stack.
+    // The name of the host file at the bottom of the stack.
     virtual KString name() = 0;
 
-    // How many bytes from `position` on already have storage reserved.
+    // The number of bytes from `position` on that already have storage.
     virtual std::uint64_t allocatedFrom(std::uint64_t position) = 0;
-    // Reserves storage for the range, so that later writes into it need no growth.
+    // Reserves storage for the range, so that later writes into it do not make the file grow.
     virtual void allocate(std::uint64_t position, std::uint32_t length) = 0;
     // Drops an outstanding reservation.
     virtual void releaseAllocation() = 0;
 
-    // One step of a write-back, which brings what this file and those below it hold in memory to the host file. Empty on
-    // success. What could not be written is kept for the next write-back. The caller holds `writeBackLock` from the first
-    // step to the last.
+    // One step of a write-back, which writes what this file and those below it keep in memory to the host file. Empty
+    // on success. What could not be written is kept for the next write-back. The caller holds `writeBackLock` from the
+    // first step to the last.
     virtual KString writeBack(WriteBackStep step, Durability durability) = 0;
-    // Whether this file, or one below it, keeps a map or a length of its own.
+    // True if this file or one below it has a map or a length of its own.
     virtual bool isContainer() const = 0;
-    // One write-back at a time: the lock is that of the host file at the bottom of the stack.
+    // Serialises write-backs: the lock of the host file at the bottom of the stack.
     virtual KMutexLock const& writeBackLock() = 0;
-    // Brings what has been written to the host file onto the disk. Empty on success.
+    // Flushes what was written to the host file to the disk. Empty on success.
     virtual KString flush() = 0;
-    // All steps, for this stack alone. Empty on success: whatever was written before the call survives what `durability`
-    // names.
+    // All steps for this stack. Empty on success: everything written before the call then has the given durability.
     KString writeBack(Durability durability);
 
-    // Called once, by the registry of shared files, when the last user has let go: writes back what the file itself still
-    // holds. What cannot be written now is lost, so whoever needs the message writes back before. Empty on success.
+    // Called once, by the registry of shared files, when the last reference is released: writes what the file itself
+    // still keeps in memory. What cannot be written now is lost; callers who need the message use writeBack before.
+    // Empty on success.
     virtual KString close() { return {}; }
 
-    // The same transfers, waited for; empty on success. The wait is alertable.
+    // The same transfers, but wait (alertably) until they are complete; empty on success.
     KString readSync(std::uint64_t position, std::uint32_t length, void* buffer);
     KString writeSync(std::uint64_t position, std::uint32_t length, void const* buffer);
 };
 
-// Writes several stacks back together, with one flush a step for all that stand on one host file. A stack that fails is
-// not taken any further; the others go on. Gives the first message.
+// Writes back several stacks together, with one flush per step for all stacks on the same host file. If a stack fails,
+// its remaining steps are left out; the others continue. Returns the first message.
 KString writeBackAll(std::span<VFileObject* const> files, Durability durability);
 
-// What opening or making a virtual file gives: an error text, or the object.
+// The result of opening or creating a virtual file: an error text, or the object.
 template <class Kind>
 struct Opened {
     KString error;
     std::shared_ptr<Kind> file;
 };
 
-// Whether [position, position + length) lies inside [0, limit), written so that no sum can wrap.
+// True if [position, position + length) is inside [0, limit). Does not overflow.
 constexpr bool rangeWithin(std::uint64_t position, std::uint64_t length, std::uint64_t limit) {
     return position <= limit && length <= limit - position;
 }

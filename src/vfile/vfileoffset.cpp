@@ -19,7 +19,7 @@ Opened<VFileOffset> VFileOffset::section(std::shared_ptr<VFileObject> host, std:
     });
 }
 
-// Whether the range has 64-bit positions in the host.
+// True if all host positions of the range fit into 64 bits.
 bool VFileOffset::reaches(std::uint64_t position, std::uint64_t length) const {
     return rangeWithin(position, length, std::numeric_limits<std::uint64_t>::max() - offset);
 }

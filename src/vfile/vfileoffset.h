@@ -1,8 +1,7 @@
-// vfileoffset: the part of another virtual file, its host, that begins at a fixed byte.
+// vfileoffset: the part of another virtual file, its host, that starts at a fixed position.
 //
-// Byte p of the section is host byte p + offset. The section makes no range check of its own: bounds come from a
-// VFileLimit above or below it. Only a position that has no 64-bit counterpart in the host is refused.
-// Threads: any; the section keeps no state beside its constant fields.
+// Byte p of the section is host byte p + offset. The section does not check ranges; a VFileLimit above or below it
+// does. Only positions that exceed 64 bits in the host are refused. Threads: any; the section has no mutable state.
 #pragma once
 
 #include "vfile/vfilehosted.h"
@@ -11,13 +10,13 @@ namespace KelvonClip {
 
 class VFileOffset : public VFileHosted {
   public:
-    // The section of `host` that begins at byte `offset`. Openers of the same section share one object.
+    // The section of `host` that starts at byte `offset`. Openers of the same section share one object.
     static Opened<VFileOffset> section(std::shared_ptr<VFileObject> host, std::uint64_t offset);
 
     VFileOffset(std::shared_ptr<VFileObject> host_file, std::uint64_t offset_bytes)
         : VFileHosted(std::move(host_file)), offset(offset_bytes) {}
 
-    std::uint64_t length() override;  // 0 when the host ends before the section begins
+    std::uint64_t length() override;  // 0 if the host ends before the section starts
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,

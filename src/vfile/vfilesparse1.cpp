@@ -17,8 +17,8 @@ namespace {
 namespace map_block {  // big-endian; docs/format.md, "Sparse format 1"
 constexpr std::uint32_t SIZE = 16384;
 constexpr std::array<unsigned char, 8> MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x50, 0x52, 0x53, 0x45};
-constexpr std::size_t NEXT_AT = 8;     // host sector of the next block; meaningful when this one is full
-constexpr std::size_t LENGTH_AT = 16;  // of the sparse file, bytes; in the first block
+constexpr std::size_t NEXT_AT = 8;     // host sector of the next block; only used if this one is full
+constexpr std::size_t LENGTH_AT = 16;  // of the sparse file, bytes; only used in the first block
 constexpr std::size_t RECORDS_AT = 24;
 constexpr std::size_t MAX_RECORDS = 1022;
 static_assert(RECORDS_AT + MAX_RECORDS * ExtentRecord::SIZE + 8 == SIZE, "8 bytes are left behind the records");
@@ -38,13 +38,13 @@ struct BlockBufStruct1 {
     }
 };
 
-// The walk along the chain of map blocks. Each block lies where the data of the one before it ends, so the walk only
-// ever goes forward and the host's end is the end of it.
+// Follows the chain of map blocks. Each block starts where the data of the previous one ends, so positions only
+// increase and the chain ends at the end of the host at the latest.
 struct ChainWalk {
     std::uint64_t length = 0;
     ExtentMap map;
 
-    // Empty on success, though the map may have ended early.
+    // Empty on success, even if damage ends the map early.
     KString run(VFileObject& host) {
         BlockBufStruct1 block;
         if (KString error = host.readSync(0, map_block::SIZE, block.bytes.data()); !error.empty()) return error;
@@ -59,7 +59,8 @@ struct ChainWalk {
         return {};
     }
 
-    // Enters the records of the block at `position`; gives where the next block lies, or nothing where the map ends.
+    // Adds the records of the block at `position` to the map. Returns the position of the next block, or nothing if the
+    // map ends.
     std::optional<std::uint64_t> takeIn(BlockBufStruct1 const& block, std::uint64_t position) {
         if (!rangeWithin(position, map_block::SIZE, std::numeric_limits<std::uint64_t>::max())) return std::nullopt;
         std::uint64_t data_at = position + map_block::SIZE;

@@ -1,10 +1,10 @@
 // vfilesparse1: the older sparse format, read only.
 //
-// Stands on any other VFileObject, its host, and stores only the ranges that were written; the others read as zeros.
-// The host is a chain of map blocks, each followed by the data that its records describe (docs/format.md, "Sparse
-// format 1"). The whole chain is read when the file is opened.
+// Stands on any other VFileObject, its host, which stores only the ranges that were written; the others read as zeros.
+// The host is a chain of map blocks, each followed by the data of its records (docs/format.md, "Sparse format 1"). The
+// whole chain is read when the file is opened.
 //
-// Invariants: the map never changes after opening; extents never overlap, an earlier record wins.
+// Invariants: the map never changes after opening; extents never overlap.
 // Threads: any.
 #pragma once
 
@@ -16,8 +16,8 @@ namespace KelvonClip {
 
 class VFileSparse1 : public VFileHosted {
   public:
-    // The sparse file inside `host`, shared by all who open it. Errors: the host's, when the first map block cannot be
-    // read; "Bad sparse header magic number". Whatever is wrong further on only ends the map.
+    // Opens the sparse file in `host`; all openers share one object. Errors: the host's, if the first map block cannot
+    // be read; "Bad sparse header magic number". Later damage only ends the map.
     static Opened<VFileSparse1> open(std::shared_ptr<VFileObject> host, bool read_only);
 
     std::uint64_t length() override { return length_bytes; }

@@ -32,7 +32,7 @@ Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool 
 KString VFileSparse2::create(std::shared_ptr<VFileObject> const& host, std::uint64_t length) {
     char const* const refusal = "Cannot create Sparse while same Sparse file is open";
     return Registry::ofProcess().whileClosed(host.get(), host, refusal, [&]() -> KString {
-        // The superblock last: with it the file is there.
+        // The superblock comes last: without it the file does not exist.
         BlockBufStruct const map_block = DataStruct::emptyMapBlock(sparse2::BLOCK_SIZE);
         BlockBufStruct const superblock = DataStruct::emptySuperblock(length);
         for (BlockBufStruct const* block : {&map_block, &superblock}) {
@@ -49,7 +49,7 @@ KString VFileSparse2::writeBack(WriteBackStep step, Durability durability) {
         to_save = data.hold().value.beginSaving();
         return {};
     }
-    // A container below has to be able to find what this map is about to name, and then the map itself.
+    // A container below must be able to find the data before this map refers to it, and then the map itself.
     if (host->isContainer())
         if (KString error = host->writeBack(durability); !error.empty()) return error;
     return step == WriteBackStep::maps ? writeMap() : KString();
@@ -90,7 +90,7 @@ void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buff
 void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void const* buffer,
                          std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Write beyond end of sparse file");
-    // Before the map is touched: what is read-only is not written back either.
+    // Checked before the map changes: the map of a read-only file is never written.
     if (read_only) return done->setError("Write failed");
     auto locked = data.hold();
     auto const* from = static_cast<std::byte const*>(buffer);
@@ -120,7 +120,7 @@ void VFileSparse2::allocate(std::uint64_t position, std::uint32_t length) {
         auto const extent = locked.value.filemap.atOrAfter(position);
         bool const stored = extent && extent->start <= position;
         HostRange const piece = locked.value.mapRange(*host, position, length);
-        // A failure is not reported here; the write that follows meets it again.
+        // A failure is not reported here; the following write will report it.
         if (!piece.error.empty() || piece.length == 0) return;
         if (!kassert(piece.length <= length, "vfilesparse2", __LINE__, "actual_length <= len")) return;
         auto const step = static_cast<std::uint32_t>(piece.length);

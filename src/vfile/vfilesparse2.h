@@ -1,15 +1,15 @@
-// vfilesparse2: a large, mostly empty virtual file that occupies only what was written.
+// vfilesparse2: a large, mostly empty virtual file that uses space only for ranges that were written.
 //
 // Stands on any other VFileObject, its host, which it uses as a log: superblock, then extents of data and runs of map
-// blocks in the order in which they were allocated. Unwritten ranges read as zeros and cost no I/O. The log itself and
-// its bytes on disk are DataStruct (sparse2_data.h, docs/format.md, "Sparse format 2").
+// blocks in the order in which they were allocated. Unwritten ranges read as zeros without I/O. The log and its format
+// on disk are in DataStruct (sparse2_data.h; docs/format.md, "Sparse format 2").
 //
 // Invariants
-//   * The superblock and the current map block on disk lag behind the memory until they are written back: at a
-//     write-back, or when the last user lets go.
-// Threads: any. Every operation holds the one lock of the file while it consults or changes the map, and issues its
-// host requests under it; waits for the disk under it happen only when a map block is full. A write-back holds it for
-// the moment in which it copies the current block.
+//   * The superblock and the current map block on disk are out of date until a write-back, or until the last user
+//     closes the file.
+// Threads: any. Every operation holds the lock of the file while it reads or changes the map and issues its host
+// requests. It waits for the disk with the lock held only when a map block is full. A write-back holds the lock only
+// while it copies the current block.
 #pragma once
 
 #include "foundation/kprotect.h"
@@ -20,8 +20,8 @@ namespace KelvonClip {
 
 class VFileSparse2 : public VFileHosted {
   public:
-    // The sparse file inside `host`, shared by all who open it. Errors: the host's, when the superblock cannot be read;
-    // "Bad superblock". Whatever is wrong further on only ends the map.
+    // Opens the sparse file in `host`; all openers share one object. Errors: the host's, if the superblock cannot be
+    // read; "Bad superblock". Later damage only ends the map.
     static Opened<VFileSparse2> open(std::shared_ptr<VFileObject> host, bool read_only);
 
     // Writes an empty sparse file of `length` bytes into `host`; empty on success. Errors: "Cannot create Sparse while
@@ -33,10 +33,10 @@ class VFileSparse2 : public VFileHosted {
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override;
-    // As far as stored ranges follow each other without a gap.
+    // Up to the first gap between stored ranges.
     std::uint64_t allocatedFrom(std::uint64_t position) override;
-    // Gives the unstored pieces of the range places in the log and reserves them in the host; nothing for a range that
-    // passes the length.
+    // Allocates space in the log for the unstored pieces of the range and reserves them in the host. Does nothing for a
+    // range that exceeds the length.
     void allocate(std::uint64_t position, std::uint32_t length) override;
     void releaseAllocation() override {}
     bool isContainer() const override { return true; }
