@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "platform/task_pool.h"
+#include "support/windows/process_resources.h"
 
 namespace KelvonClip::platform {
 namespace {
@@ -58,12 +59,10 @@ TEST(WindowsSemaphore, ASemaphoreWithoutUnitsTakesAndGivesNone) {
 }
 
 TEST(WindowsSemaphore, HandlesAreGivenBack) {
-    DWORD before = 0, after = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &before);
+    std::size_t const before = test::handleCount();
     for (int i = 0; i < 1000; ++i)
         HostSemaphore semaphore(0, 1);
-    GetProcessHandleCount(GetCurrentProcess(), &after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(test::handleCount(), before);
 }
 
 TEST(WindowsTaskPool, TasksMayAllWaitForEachOther) {

@@ -8,9 +8,13 @@
 #include <thread>
 #include <vector>
 
+#include <kelvonclip/seq_read.h>
+#include <kelvonclip/seq_write.h>
+
 #include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
+#include "support/windows/process_resources.h"
 #include "support/windows/windows_rules.h"
 
 namespace KelvonClip {
@@ -129,12 +133,6 @@ TEST(LoadedLibrary, ThreadsThatUsedItMayEndAfterItIsUnloaded) {
     }
 }
 
-DWORD handleCount() {
-    DWORD count = 0;
-    EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &count));
-    return count;
-}
-
 void useClip(std::wstring const& name, std::string const& expected) {
     unsigned int clip = 0;
     ASSERT_OK(clip_open(name.c_str(), &clip));
@@ -163,7 +161,7 @@ TEST(LibraryResources, AHundredThreadsThatOpenAndCloseLeaveNoHandleBehind) {
             });
     };
     hundredThreads();  // what is made once, on first use, is there now
-    DWORD const before = handleCount();
+    std::size_t const before = handleCount();
     hundredThreads();
     // The C++ library keeps a few handles of ended threads for reuse; a leak for each clip would be hundreds.
     EXPECT_LE(handleCount(), before + 20);
@@ -183,10 +181,60 @@ TEST(LibraryResources, ClipsLeaveNoHandleBehind) {
         clip_close(createClip(folder.name(("new" + std::to_string(number)).c_str()), AUDIO_CLIP));
     };
     round(0);
-    DWORD const before = handleCount();
+    std::size_t const before = handleCount();
     for (int number = 1; number <= 30; ++number)
         round(number);
     EXPECT_EQ(handleCount(), before);
+}
+
+// Records and plays `units` units of both subchannels.
+void useAudio(std::wstring const& name, unsigned int units) {
+    constexpr unsigned int SAMPLES = 960;
+    std::vector<std::int32_t> left(SAMPLES, 1 << 20), right(SAMPLES, -(1 << 20));
+    unsigned int const made = createClip(name, AUDIO_CLIP);
+    unsigned int writer = 0, reader = 0;
+    ASSERT_OK(seqwrite_begin(clip_get_track(made, 0), &writer));
+    std::int32_t const* const from[] = {left.data(), right.data()};
+    for (unsigned int unit = 0; unit < units; ++unit)
+        ASSERT_OK(seqwrite_write(writer, from, SAMPLES));
+    ASSERT_OK(seqwrite_finish(writer));
+    ASSERT_OK(seqread_begin(clip_get_track(made, 0), &reader));
+    std::int32_t* const to[] = {left.data(), right.data()};
+    for (unsigned int unit = 0; unit < units; ++unit)
+        ASSERT_OK(seqread_read(reader, to, SAMPLES));
+    seqread_finish(reader);
+    clip_close(made);
+}
+
+// What is held is counted once everything that is made on first use is there, and again after many more rounds.
+template <class Round>
+void expectNothingLeftBehind(int rounds, Round&& round) {
+    constexpr int FIRST_ROUNDS = 20;
+    for (int number = 0; number < FIRST_ROUNDS; ++number)
+        round();
+    std::size_t const handles = handleCount(), blocks = heapBlockCount();
+    for (int number = 0; number < rounds; ++number)
+        round();
+    // The task pool and the C++ library may start and end a thread meanwhile.
+    constexpr std::size_t THREADS_OF_OTHERS = 10;
+    EXPECT_LE(handleCount(), handles + THREADS_OF_OTHERS);
+    EXPECT_LE(heapBlockCount(), blocks + THREADS_OF_OTHERS);
+}
+
+TEST(LibraryResources, ReadingClipsLeavesNoHandleAndNoMemoryBehind) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    std::string const unit = patternBytes(UNIT, 2);
+    unsigned int const made = createClip(name, AUDIO_CLIP);
+    ASSERT_OK(track_write(clip_get_track(made, 0), 0, unit.data(), UNIT));
+    clip_close(made);
+    expectNothingLeftBehind(1000, [&] { useClip(name, unit); });
+}
+
+TEST(LibraryResources, RecordingAndPlayingAudioLeavesNoHandleAndNoMemoryBehind) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    expectNothingLeftBehind(100, [&] { useAudio(name, 40); });
 }
 
 TEST(PublicNames, ClipsMayHaveNamesOutsideTheBasicPlane) {
