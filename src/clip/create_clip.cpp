@@ -18,7 +18,6 @@ namespace KelvonClip {
 
 namespace {
 
-constexpr std::uint32_t PAGE = 4096;
 constexpr std::uint32_t TEN_MINUTES_PER_DAY = 144;
 
 // No header holds more tracks than this: already their outermost tags would not fit.
@@ -122,7 +121,7 @@ std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_
     std::uint32_t const dropped = toVideoFrequency(standard) == VideoFrequency::f59_94 ? 4 : 0;
     std::uint32_t const ten_minutes = (fields_per_second * 60 - dropped) * 10 + dropped;
     std::uint32_t const units = ten_minutes * TEN_MINUTES_PER_DAY / fields_per_unit;
-    return std::uint64_t{units} * stored_unit_size + PAGE;
+    return VFileGrow::HEADER_SIZE + std::uint64_t{units} * stored_unit_size;
 }
 
 ClipLayout layOutClip(ClipDescription const& clip) {

@@ -59,7 +59,7 @@ KString checkDescription(ClipDescription const& description);
 // the clip's standard; "Error creating header text" when no header can hold that many tracks.
 ClipLayout layOutClip(ClipDescription const& description);
 
-// Bytes of a track's partition: 24 hours of units and one page.
+// Bytes of a track's partition: a grow file with room for 24 hours of units.
 std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_size, std::uint32_t fields_per_unit);
 
 // The header of the clip. Errors: "Error creating XML header" when the host has no identifier for it, "Error creating

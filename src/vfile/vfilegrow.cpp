@@ -14,13 +14,12 @@ namespace KelvonClip {
 namespace {
 
 namespace header {  // big-endian; docs/format.md, "Grow container"
-constexpr std::uint32_t SIZE = 4096;
 constexpr std::array<unsigned char, 8> MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x47, 0x52, 0x4F, 0x57};
 constexpr std::size_t LENGTH_AT = 8;  // bytes of data
 }  // namespace header
 
 // The position of the file's byte 0 in the host, and the maximum length for which all host positions fit into 64 bits.
-constexpr std::uint64_t DATA_AT = header::SIZE;
+constexpr std::uint64_t DATA_AT = VFileGrow::HEADER_SIZE;
 constexpr std::uint64_t GREATEST_LENGTH = std::numeric_limits<std::uint64_t>::max() - DATA_AT;
 
 using Registry = SharedFiles<VFileObject const*, VFileGrow>;
@@ -35,8 +34,8 @@ VFileGrow::VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer heade
 
 Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileGrow> {
-        AlignedBuffer block(header::SIZE);
-        if (KString error = host->readSync(0, header::SIZE, block.data()); !error.empty())
+        AlignedBuffer block(HEADER_SIZE);
+        if (KString error = host->readSync(0, HEADER_SIZE, block.data()); !error.empty())
             return {std::move(error), nullptr};
         if (std::memcmp(block.data(), header::MAGIC.data(), header::MAGIC.size()) != 0)
             return {u"Bad grow header magic number", nullptr};
@@ -47,9 +46,9 @@ Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read
 KString VFileGrow::create(std::shared_ptr<VFileObject> const& host) {
     char const* const refusal = "Cannot create grow-block while same block is already open";
     return Registry::ofProcess().whileClosed(host.get(), host, refusal, [&] {
-        AlignedBuffer block(header::SIZE);
+        AlignedBuffer block(HEADER_SIZE);
         std::memcpy(block.data(), header::MAGIC.data(), header::MAGIC.size());
-        return host->writeSync(0, header::SIZE, block.data());
+        return host->writeSync(0, HEADER_SIZE, block.data());
     });
 }
 
@@ -63,7 +62,7 @@ KString VFileGrow::writeBack(WriteBackStep step, Durability durability) {
 KString VFileGrow::writeHeader() {
     if (lengthIn(header_block) == length_to_promise && !header_unsure) return {};
     storeBE64(header_block.data() + header::LENGTH_AT, length_to_promise);
-    KString error = host->writeSync(0, header::SIZE, header_block.data());
+    KString error = host->writeSync(0, HEADER_SIZE, header_block.data());
     header_unsure = !error.empty();
     return error;
 }

@@ -1,7 +1,7 @@
 // vfilegrow: a virtual file that stores its own length, for data that is appended.
 //
-// Stands on any other VFileObject, its host. Byte p of the file is host byte p + 4096; the bytes before that are the
-// header (docs/format.md, "Grow container").
+// Stands on any other VFileObject, its host. Byte p of the file is host byte HEADER_SIZE + p; the bytes before that are
+// the header (docs/format.md, "Grow container").
 //
 // Invariants
 //   * The length never includes a byte that has not been written: it increases after the extending write is complete.
@@ -19,6 +19,8 @@ namespace KelvonClip {
 
 class VFileGrow : public VFileHosted {
   public:
+    static constexpr std::uint32_t HEADER_SIZE = 4096;  // bytes in the host before byte 0 of the file
+
     // Opens the grow file in `host`; all openers share one object. Errors: the host's, if the header cannot be read;
     // "Bad grow header magic number".
     static Opened<VFileGrow> open(std::shared_ptr<VFileObject> host, bool read_only);
