@@ -1,6 +1,6 @@
-// When a clip that is being recorded is to be written back without being told to.
+// Decides when a clip that is being recorded is written back automatically.
 //
-// Threads: any; of several threads that ask when the time has come, one is told to write back.
+// Threads: any. If several threads ask when a checkpoint is due, only one of them gets it.
 #pragma once
 
 #include <atomic>
@@ -16,21 +16,20 @@ class CheckpointTimer {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // A killed process loses what it recorded since the last checkpoint: two seconds at most, unless told otherwise.
+    // A killed process loses what it has recorded since the last checkpoint: by default two seconds at most.
     static constexpr std::uint32_t DEFAULT_INTERVAL_MS = 2000;
 
-    // An interval of 0 turns checkpoints off. Begins the time anew.
+    // An interval of 0 turns checkpoints off. Restarts the timer.
     void setInterval(std::uint32_t milliseconds, Durability durability) {
         survives = durability;
         interval_ms = milliseconds;
         restart();
     }
 
-    // Somebody else writes back now: the time begins with the next unit that is written.
+    // Called when the clip is written back for another reason: the timer starts again with the next unit.
     void restart() { next = NOT_BEGUN; }
 
-    // To be asked after each unit that was written: what the checkpoint has to survive when one is due, which begins the
-    // time anew.
+    // Called after each unit that was written. If a checkpoint is due, returns its durability and restarts the timer.
     std::optional<Durability> due(Clock::time_point now = Clock::now()) {
         std::uint32_t const interval = interval_ms;
         if (interval == 0) return std::nullopt;

@@ -159,7 +159,7 @@ void openTracks(Entry const& entry) {
     if (item.value.holds(*entry)) item.value.by_track_handle.merge(by_track_handle);
 }
 
-// Without opened tracks there are no containers that could hold anything.
+// Writes back all tracks of an entry. If its tracks have not been opened, there is nothing to write.
 KString writeBack(OpenFileEntry const& entry, Durability durability) {
     if (entry.read_only) return {};
     auto const extra = openTracksNow(entry);
@@ -259,7 +259,7 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     if (!found) return "Bad Handle";
     if (found.entry->read_only) return "Clip was opened in read-only mode";
     KString error = found.track->writeUnit(unit, buffer, size);
-    // A checkpoint that fails is made up for by the next one; whether it does is told by those that ask for one.
+    // The next checkpoint tries again what this one could not write. clip_checkpoint and clip_close report errors.
     if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
         (void)guarded([&] { return writeBack(*found.entry, *durability); });
     return error;
@@ -280,7 +280,8 @@ void closeAllClips(std::uint32_t patience_ms) {
         }
         return;
     }
-    // Queries may go on for as long as they like: what the clips hold by now is written back before they are waited for.
+    // Queries may go on for as long as they like: what the clips hold by now is written back before they are waited
+    // for.
     for (auto const& [number, entry] : closed.by_clip_handle)
         (void)guarded([&] { return writeBack(*entry, Durability::power_loss); });
     closed = {};  // most entries go here

@@ -67,18 +67,17 @@ struct OpenFileEntry {
 // nothing is registered.
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file = {});
 
-// Takes back one opening; the last one unregisters the clip and writes back what its containers hold. Empty on success,
-// and for an unknown handle. The clip is closed whatever the message says.
+// Undoes one openClip. The last one unregisters the clip and writes back its containers. Empty on success and for an
+// unknown handle. The clip is closed even if there is a message.
 KString closeClip(std::uint32_t handle);
 
-// Writes back what the containers of an open clip hold, while the clip stays in use. Empty on success. Gives `unknown`
-// for an unknown handle.
+// Writes back the containers of an open clip. Empty on success; `unknown` for an unknown handle.
 KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability);
 
 bool isClipOpen(KString const& name);
 
-// Keeps clips from being opened and closed by other threads. Creation holds it, so that nobody opens a clip whose file is
-// not written yet.
+// Prevents other threads from opening and closing clips. Creation holds it, so that nobody opens a clip whose file is
+// incomplete.
 std::unique_lock<std::recursive_mutex> lockOpening();
 
 enum class OpenTracks { no, yes };

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint32_t TEN_MINUTES_PER_DAY = 144;
 
-// No header holds more tracks than this: already their outermost tags would not fit.
+// An upper bound of the number of tracks: more would not fit into a header even without contents.
 constexpr std::string_view SHORTEST_TRACK_META = "<TrackMeta><TrackType></TrackType><VFile></VFile></TrackMeta>";
 constexpr std::uint64_t MAX_TRACK_COUNT = CLIP_HEADER_SIZE / SHORTEST_TRACK_META.size();
 
@@ -43,13 +43,13 @@ std::optional<CreationFormat> pictureFormat(ClipDescription const& clip, bool ke
     return std::nullopt;
 }
 
-// Equal tracks that follow each other.
+// Consecutive tracks of the same format.
 struct TrackGroup {
     std::uint32_t count;
     std::optional<CreationFormat> format;
 };
 
-// The groups in header order. Only formats that some track needs are looked up.
+// The groups in header order. Formats of empty groups are not looked up.
 std::array<TrackGroup, 4> trackGroups(ClipDescription const& clip) {
     auto const group = [](std::uint32_t count, auto&& look_up) {
         return TrackGroup{count, count == 0 ? std::nullopt : std::optional<CreationFormat>(look_up())};
@@ -60,7 +60,7 @@ std::array<TrackGroup, 4> trackGroups(ClipDescription const& clip) {
             group(clip.timecode_track ? 1 : 0, [] { return timecodeForCreation(); })};
 }
 
-// <VFile><`kind`>...</`kind`></VFile>, the nested element handed in last so that it stands behind the kind's numbers.
+// <VFile><`kind`>...</`kind`></VFile>. The nested VFile is the last element of `content`, after the kind's numbers.
 XmlElement vfileElement(char const* kind, std::vector<XmlElement> content) {
     XmlElement vfile("VFile");
     vfile.add(XmlElement(kind)).children = std::move(content);
@@ -88,7 +88,7 @@ XmlElement trackMeta(PlannedTrack const& track) {
     return meta;
 }
 
-// Puts empty containers for all tracks into the track data area.
+// Creates empty containers for all tracks in the track data area.
 KString createContainers(std::shared_ptr<VFileObject> const& area, ClipLayout const& layout) {
     if (KString error = VFileSparse2::create(area, layout.sparse_length); !error.empty()) return error;
     auto const sparse = VFileSparse2::open(area, false);
@@ -117,7 +117,7 @@ KString checkDescription(ClipDescription const& clip) {
 
 std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_size, std::uint32_t fields_per_unit) {
     std::uint32_t const fields_per_second = RoughFieldsPerSecond(standard);
-    // KEEP: only 59.94 is corrected for the labels that drop-frame skips; 29.97, 47.95 and 23.98 are counted in full.
+    // KEEP: only 59.94Hz is corrected for drop-frame; 29.97, 47.95 and 23.98Hz count as 30, 48 and 24.
     std::uint32_t const dropped = toVideoFrequency(standard) == VideoFrequency::f59_94 ? 4 : 0;
     std::uint32_t const ten_minutes = (fields_per_second * 60 - dropped) * 10 + dropped;
     std::uint32_t const units = ten_minutes * TEN_MINUTES_PER_DAY / fields_per_unit;

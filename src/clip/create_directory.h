@@ -4,9 +4,10 @@
 // nothing.
 //
 // Locks, outermost first: the finishing lock of one clip under creation (held for the whole create_finish, including
-// I/O and the opening of the new clip), then those of the clip directory: the open lock is held from the check that
-// nobody has the file open until the new clip is open. The registry's lock is held for look-ups and
-// changes only; inside it only the handle space's lock is taken. Threads: any.
+// I/O and the opening of the new clip), then those of the clip directory. The open lock is held from the check that
+// nobody has the file open until the new clip is open. The registry's lock is held for look-ups and changes only;
+// inside it only the handle space's lock is taken.
+// Threads: any.
 #pragma once
 
 #include <cstdint>

@@ -40,7 +40,7 @@ class Track {
     Track& operator=(Track const&) = delete;
 
     TrackFormat const& format() const { return track_format; }
-    VFileObject& units() const { return *file; }                       // of the stored size each
+    VFileObject& units() const { return *file; }                       // the virtual file that holds the units
     std::uint32_t unitSize() const { return track_format.unit_size; }  // bytes
     std::uint32_t fieldsPerUnit() const { return track_format.fields_per_unit; }
     VideoStandard videoStandard() const;

@@ -1,12 +1,12 @@
-// Objects that live as long as the process.
+// Objects that are never destroyed.
 #pragma once
 
 #include <utility>
 
 namespace KelvonClip {
 
-// An object for a static reference, made on first use and never destroyed: registries and locks may still be used while
-// the process, or the library, takes its static objects down.
+// Creates an object for a static reference. It is never destroyed, because registries and locks may still be used while
+// static objects of the process or the library are destroyed.
 //
 //     static auto& names = neverDestroyed<Names>();
 template <class T, class... Arguments>

@@ -52,9 +52,9 @@ class HostFile {
     virtual bool size(std::uint64_t& bytes) const = 0;
     virtual bool resize(std::uint64_t bytes) = 0;
 
-    // Waits until everything written so far, and the length, is on the disk.
+    // Waits until everything written so far, including the length of the file, is on the disk.
     virtual bool flush() = 0;
-    // The same for the name of a file that was just made: afterwards a loss of power leaves the file in its folder.
+    // The same for the directory entry of a new file, so that the file still exists after a power failure.
     virtual bool flushName() = 0;
 };
 

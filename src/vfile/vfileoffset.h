@@ -1,7 +1,8 @@
 // vfileoffset: the part of another virtual file, its host, that starts at a fixed position.
 //
 // Byte p of the section is host byte p + offset. The section does not check ranges; a VFileLimit above or below it
-// does. Only positions that exceed 64 bits in the host are refused. Threads: any; the section has no mutable state.
+// does. Only positions that exceed 64 bits in the host are refused.
+// Threads: any; the section has no mutable state.
 #pragma once
 
 #include "vfile/vfilehosted.h"

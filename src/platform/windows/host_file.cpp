@@ -82,7 +82,7 @@ class WindowsFile final : public HostFile {
     }
 
     bool flush() override { return FlushFileBuffers(handle) != FALSE; }
-    // The file system keeps a log of names, which flushing the file brings to the disk.
+    // The file system journals directory entries; flushing the file flushes its journal.
     bool flushName() override { return flush(); }
 
   private:
