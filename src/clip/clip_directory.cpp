@@ -259,7 +259,7 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     if (!found) return "Bad Handle";
     if (found.entry->read_only) return "Clip was opened in read-only mode";
     KString error = found.track->writeUnit(unit, buffer, size);
-    // The next checkpoint tries again what this one could not write. clip_checkpoint and clip_close report errors.
+    // The next checkpoint tries again what this one could not write. clip_checkpoint reports errors.
     if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
         (void)guarded([&] { return writeBack(*found.entry, *durability); });
     return error;
