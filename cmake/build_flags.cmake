@@ -20,9 +20,9 @@ endif()
 target_link_libraries(kelvonclip_build_flags INTERFACE kelvonclip_sanitizers)
 
 if(WIN32)
-  # GCC 12's C++ library for this host makes every std::recursive_mutex from a static initialiser and never destroys it,
-  # which leaks memory and, after contention, an event handle. With this switch of the C++ library the constructor and
-  # the destructor call the thread library, as they do for std::mutex.
+  # GCC 12's C++ library for this host initialises std::recursive_mutex statically and never destroys it, which leaks
+  # memory and, after contention, an event handle. This macro of the C++ library makes the constructor and destructor call
+  # the thread library, as for std::mutex.
   target_compile_definitions(kelvonclip_build_flags INTERFACE _GTHREAD_USE_RECURSIVE_MUTEX_INIT_FUNC=1)
   target_compile_definitions(kelvonclip_build_flags INTERFACE _WIN32_WINNT=0x0601 NTDDI_VERSION=0x06010000 UNICODE
                                                               _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)

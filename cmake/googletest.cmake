@@ -1,7 +1,7 @@
 # Finds GoogleTest: the target GTest::gmock_main, from the installed package or else built from its source.
 #
-# A build with sanitizers needs the source, because they have to be in GoogleTest too; so does a cross build without a
-# package of its own. KELVONCLIP_TESTS says what happens where there is neither.
+# A build with sanitizers needs the source, because GoogleTest must be built with them too. So does a cross build, unless
+# there is a package for the target. KELVONCLIP_TESTS says what happens if there is neither.
 set(KELVONCLIP_GOOGLETEST_SOURCE /usr/src/googletest CACHE PATH "Source of GoogleTest, for want of an installed package")
 
 if(NOT KELVONCLIP_SANITIZE)

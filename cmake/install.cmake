@@ -14,8 +14,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelvonclip-config-version
 install(FILES ${PROJECT_BINARY_DIR}/kelvonclip-config.cmake ${PROJECT_BINARY_DIR}/kelvonclip-config-version.cmake
         DESTINATION ${package_dir})
 
-# The pkg-config file finds the prefix from where it lies itself, so that an installed tree can be moved. It cannot where
-# the library's folder was given as an absolute path.
+# The pkg-config file derives the prefix from its own location, so that an installed tree can be moved. This is not
+# possible if the library's folder is an absolute path.
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
 else()
