@@ -34,6 +34,7 @@ class HemlockWriter {
     KString finish();
 
     std::uint32_t handle() const { return handle_object.number(); }
+    bool belongsToThisProcess() const { return handle_object.belongsToThisProcess(); }
     std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(cutters.size()); }
     std::uint32_t samplesWaiting() const { return cutters.empty() ? 0 : cutters.front().samples().count(); }
 

@@ -25,8 +25,13 @@ Writers& writers() {
 void finishAllWriters() noexcept {
     exportedQuery(false, [] {
         // A failure of one writer does not affect the others.
-        for (auto const& writer : writers().removeAll())
-            guarded([&] { return writer->finish(); });
+        for (auto const& writer : writers().removeAll()) {
+            // In a forked child the parent's recordings go on without it.
+            if (writer->belongsToThisProcess())
+                guarded([&] { return writer->finish(); });
+            else
+                (void)neverDestroyed<std::shared_ptr<HemlockWriter>>(writer);
+        }
         return true;
     });
 }

@@ -170,6 +170,17 @@ KString writeBack(OpenFileEntry const& entry, Durability durability) {
     return writeBackAll(files, durability);
 }
 
+// In a forked child the parent's clips are neither written back nor destroyed: locks that other threads of the parent held
+// are never released here.
+void leaveToTheParent(ClipDirectory& clips) {
+    auto const isTheParents = [](auto const& row) { return !row.second->handle.belongsToThisProcess(); };
+    for (auto const& row : clips.by_clip_handle)
+        if (isTheParents(row)) (void)neverDestroyed<Entry>(row.second);
+    std::erase_if(clips.by_name, isTheParents);
+    std::erase_if(clips.by_clip_handle, isTheParents);
+    std::erase_if(clips.by_track_handle, isTheParents);
+}
+
 }  // namespace
 
 OpenFileEntry::OpenFileEntry(KString name, bool opened_read_only, std::shared_ptr<VFileObject> clip_file,
@@ -280,14 +291,15 @@ void closeAllClips(std::uint32_t patience_ms) {
         }
         return;
     }
+    leaveToTheParent(closed);
     // Queries may go on for as long as they like: what the clips hold by now is written back before they are waited
     // for.
     for (auto const& [number, entry] : closed.by_clip_handle)
         (void)guarded([&] { return writeBack(*entry, Durability::power_loss); });
     closed = {};  // most entries go here
 
-    // The others go with the last query that holds them.
-    entries().waitForNone(patience_ms);
+    // The others go with the last query that holds them. In a forked child the parent's never go.
+    if (platform::forkCount() == 0) entries().waitForNone(patience_ms);
 }
 
 }  // namespace KelvonClip

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "foundation/kprotect.h"
+#include "platform/host.h"
 
 namespace KelvonClip {
 
@@ -41,9 +42,12 @@ class HandleObject {
     HandleObject& operator=(HandleObject const&) = delete;
 
     std::uint32_t number() const { return value; }
+    // False in a forked child for what the parent had open.
+    bool belongsToThisProcess() const { return forks_before == platform::forkCount(); }
 
   private:
     std::uint32_t value;
+    std::uint32_t forks_before = platform::forkCount();
 };
 
 }  // namespace KelvonClip

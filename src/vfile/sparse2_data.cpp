@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
 constexpr char const* FULL = "Sparse file is full";
+constexpr char const* UNREADABLE = "Sparse map is unreadable";
 
 bool hasMagic(BlockBufStruct const& block, Magic const& magic) {
     return std::memcmp(block.bytes.data(), magic.data(), magic.size()) == 0;
@@ -114,7 +115,13 @@ bool DataStruct::replayBlock(VFileObject& host) {
 
     auto block = std::make_shared<BlockBufStruct>();
     block->host_position = position;
-    if (!readBlock(host, *block).empty() || !hasMagic(*block, map_block::MAGIC)) return false;
+    if (!readBlock(host, *block).empty()) {
+        // A block that is there and cannot be read now may be read another time: what it records must not be recorded
+        // over. One that the host has not got ends the log.
+        unreadable = rangeWithin(position, BLOCK_SIZE, host.length());
+        return false;
+    }
+    if (!hasMagic(*block, map_block::MAGIC)) return false;
 
     // Only now does a new run count: one whose first block is not there can be begun again at the same place.
     if (begins_run) next_free += run_bytes;
@@ -166,6 +173,7 @@ HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::u
             std::uint64_t const offset = position - extent->start;
             return {{}, extent->host + offset, std::min(length, extent->length - offset)};
         }
+        if (unreadable) return {UNREADABLE};
         if (lastRecordEndsAt(position) || hasRoom()) return allocate(position, length);
         if (KString error = makeRoom(host); !error.empty()) return {std::move(error)};
     }
@@ -181,7 +189,8 @@ HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
         if (!kassert(next->start > position, "vfilesparse2", __LINE__, "it->first > pos")) return {};
         length = std::min(length, next->start - position);
     }
-    if (!rangeWithin(next_free, length, GREATEST)) return {FULL};
+    // What a replay would not take in is not accepted.
+    if (!rangeWithin(next_free, length, fileLength())) return {FULL};
 
     HostRange const place{{}, next_free, length};
     if (!extendLastRecord(position, length) && !addRecord(position, length)) return {};
@@ -226,13 +235,14 @@ KString DataStruct::makeRoom(VFileObject& host) {
 // Makes the next map block the current one, in memory; what that leaves to write is in `unsaved` and the superblock.
 KString DataStruct::startBlock() {
     BlockPlace const place = placeOf(block_count);
-    if (place.run >= super_block::MAX_RUNS) return FULL;
+    if (block_count >= MAX_REPLAYED_BLOCKS) return FULL;
     bool const begins_run = place.index == 0;
     std::uint64_t const run_bytes = std::uint64_t{runSize(place.run)} * BLOCK_SIZE;
     if (begins_run && !rangeWithin(next_free, run_bytes, GREATEST)) return FULL;
 
     std::uint64_t const run_start = begins_run ? next_free : runEntry(place.run) * SECTOR_SIZE;
     std::uint64_t const position = run_start + std::uint64_t{place.index} * BLOCK_SIZE;
+    if (!rangeWithin(position, BLOCK_SIZE, fileLength())) return FULL;
     auto next = std::make_shared<BlockBufStruct>(emptyMapBlock(position));
     unsaved.push_back({current, position});
 
@@ -353,7 +363,7 @@ bool DataStruct::everyRecordIsSaved() const {
 }
 
 void DataStruct::shortenToHost(VFileObject& host) {
-    if (record_count == 0) return;
+    if (record_count == 0 || unreadable) return;
     host.releaseAllocation();
     std::uint64_t const host_length = host.length();
     if (host_length >= next_free) return;

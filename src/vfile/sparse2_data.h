@@ -109,6 +109,7 @@ struct DataStruct {
     std::vector<Unsaved> unsaved;      // oldest first
     bool saving = false;               // somewhere up this thread's stack
     bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
+    bool unreadable = false;           // the replay ended at a block that could not be read
     bool stale_tail = false;           // the current block on disk goes on behind the records that the replay took
     std::uint32_t frozen_records = 0;  // of the current block
     bool follower_wiped = false;       // of the current block

@@ -1,15 +1,19 @@
 #include "platform/host.h"
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
 #include <sys/random.h>
 
+#include "platform/linux/fork_count.h"
 #include "platform/linux/host_text.h"
 
 namespace KelvonClip::platform {
 
 namespace {
+
+constinit std::atomic<std::uint32_t> fork_count{0};
 
 // Random identifiers, version 4 of RFC 4122.
 constexpr std::uint16_t VERSION_MASK = 0xF000, VERSION_RANDOM = 0x4000;
@@ -47,5 +51,9 @@ std::u32string fileBesideHeader(std::u32string const& header_path, std::u32strin
 }
 
 bool otherThreadsAreGone() { return false; }
+
+std::uint32_t forkCount() { return fork_count.load(std::memory_order_relaxed); }
+
+void countFork() { fork_count.fetch_add(1, std::memory_order_relaxed); }
 
 }  // namespace KelvonClip::platform

@@ -22,6 +22,7 @@
 #include <sys/statfs.h>
 #include <unistd.h>
 
+#include "platform/host.h"
 #include "platform/linux/host_text.h"
 #include "platform/linux/io_queue.h"
 #include "platform/linux/transfer.h"
@@ -100,7 +101,7 @@ class LinuxFile : public HostFile {
     }
 
     bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) override {
-        if (read_only) return false;
+        if (read_only || isTheParents()) return false;
         // A write never changes the buffer; Transfer has one pointer type for both directions.
         return start(true, position, length, static_cast<std::byte*>(const_cast<void*>(buffer)), request);
     }
@@ -113,7 +114,7 @@ class LinuxFile : public HostFile {
     }
 
     bool resize(std::uint64_t bytes) override {
-        if (bytes > MAX_POSITION) return false;
+        if (bytes > MAX_POSITION || isTheParents()) return false;
         return repeated([&] { return ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes)); });
     }
 
@@ -163,6 +164,10 @@ class LinuxFile : public HostFile {
         descriptors.position_alignment = told.stx_dio_offset_align;
     }
 
+    // In a forked child nothing writes what the parent has open: the child's maps and lengths are out of date.
+    bool isTheParents() const { return forks_before != forkCount(); }
+
+    std::uint32_t const forks_before = forkCount();
     std::string const path;
     Descriptor buffered;
     Descriptor direct;

@@ -5,6 +5,7 @@
 // unloaded.
 #include <pthread.h>
 
+#include "platform/linux/fork_count.h"
 #include "platform/linux/io_queue.h"
 #include "platform/linux/task_pool.h"
 
@@ -26,6 +27,7 @@ constexpr int HIGHEST_PRIORITY = 101;  // its constructors run first, its destru
             unlockTaskPoolAfterFork(false);
         },
         [] {
+            countFork();
             unlockIoQueuesAfterFork(true);
             unlockTaskPoolAfterFork(true);
         });

@@ -43,6 +43,8 @@ std::u32string fileBesideHeader(std::u32string const&, std::u32string const& tex
 
 bool otherThreadsAreGone() { return process_is_ending; }
 
+std::uint32_t forkCount() { return 0; }
+
 }  // namespace KelvonClip::platform
 
 // Windows terminates all threads but one before it tells DLLs that the process is ending. The C++ run-time library
