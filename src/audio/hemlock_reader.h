@@ -29,8 +29,8 @@ class HemlockReader {
     HemlockReader(AudioTrackShape const& track, std::shared_ptr<TrackUnits> units);
 
     // Copies the next n samples of subchannel i to buffers[i], or drops them if that is null. Empty on success. On an
-    // error the samples before the failed unit have been copied and consumed, samplesRemaining is unchanged, and the next
-    // call tries that unit again.
+    // error the samples before the failed unit have been copied and consumed, samplesRemaining is unchanged, and the
+    // next call tries that unit again.
     KString read(std::int32_t* const* buffers, std::uint32_t n);
 
     std::uint32_t handle() const { return handle_object.number(); }

@@ -26,7 +26,7 @@ void finishAllWriters() noexcept {
     exportedQuery(false, [] {
         // A failure of one writer does not affect the others.
         for (auto const& writer : writers().removeAll()) {
-            // In a forked child the parent's recordings go on without it.
+            // A forked child does not finish the parent's recordings.
             if (writer->belongsToThisProcess())
                 guarded([&] { return writer->finish(); });
             else

@@ -170,8 +170,8 @@ KString writeBack(OpenFileEntry const& entry, Durability durability) {
     return writeBackAll(files, durability);
 }
 
-// In a forked child the parent's clips are neither written back nor destroyed: locks that other threads of the parent held
-// are never released here.
+// In a forked child, leaks the parent's clips. They must not be written back, and destroying them might wait for locks
+// that other threads of the parent held at the fork.
 void leaveToTheParent(ClipDirectory& clips) {
     auto const isTheParents = [](auto const& row) { return !row.second->handle.belongsToThisProcess(); };
     for (auto const& row : clips.by_clip_handle)
@@ -215,7 +215,7 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
 }
 
 KString closeClip(std::uint32_t handle) {
-    // Held until the entry has gone, so that an opener in another mode finds the file open or closed, never closing.
+    // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
     if (!entry || --entry->open_count > 0) return {};
@@ -283,7 +283,7 @@ void closeAllClips(std::uint32_t patience_ms) {
         std::swap(closed, item.value);
     }
     if (platform::otherThreadsAreGone()) {
-        // Queries that were cut short hold their entries for ever; what the clips hold is written back all the same.
+        // Terminated queries keep their entries for ever. Write back the clips all the same.
         for (auto const& [number, entry] : closed.by_clip_handle) {
             entry->extra.reset();
             entry->clip.reset();
@@ -292,13 +292,12 @@ void closeAllClips(std::uint32_t patience_ms) {
         return;
     }
     leaveToTheParent(closed);
-    // Queries may go on for as long as they like: what the clips hold by now is written back before they are waited
-    // for.
+    // Queries may take any time, so the clips are written back before waiting for them.
     for (auto const& [number, entry] : closed.by_clip_handle)
         (void)guarded([&] { return writeBack(*entry, Durability::power_loss); });
-    closed = {};  // most entries go here
+    closed = {};  // destroys entries without running queries
 
-    // The others go with the last query that holds them. In a forked child the parent's never go.
+    // The last query destroys the others. In a forked child the parent's entries are never destroyed.
     if (platform::forkCount() == 0) entries().waitForNone(patience_ms);
 }
 

@@ -42,7 +42,7 @@ class HandleObject {
     HandleObject& operator=(HandleObject const&) = delete;
 
     std::uint32_t number() const { return value; }
-    // False in a forked child for what the parent had open.
+    // False in a forked child if the parent created the handle.
     bool belongsToThisProcess() const { return forks_before == platform::forkCount(); }
 
   private:

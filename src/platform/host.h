@@ -32,8 +32,8 @@ std::u32string fileBesideHeader(std::u32string const& header_path, std::u32strin
 // running while static objects are destroyed.
 bool otherThreadsAreGone();
 
-// How many forks lie between the process that loaded the library and this one. What was opened with another count is the
-// parent's: the child's copies are out of date from the moment of the fork. Always 0 on Windows.
+// The number of forks between the process that loaded the library and this one; always 0 on Windows. An object that was
+// created with another count belongs to a parent process. The child's copy of it is out of date since the fork.
 std::uint32_t forkCount();
 
 }  // namespace KelvonClip::platform

@@ -29,7 +29,7 @@ KString readBlock(VFileObject& host, BlockBufStruct& block) {
     return host.readSync(block.host_position, BLOCK_SIZE, block.bytes.data());
 }
 
-// Whether a replay that comes to this place ends there.
+// True if a replay that reaches this position ends there.
 bool endsReplay(VFileObject& host, std::uint64_t host_position) {
     std::uint64_t const host_length = host.length();
     if (host_length != 0 && host_position >= host_length) return true;
@@ -38,8 +38,8 @@ bool endsReplay(VFileObject& host, std::uint64_t host_position) {
     return readBlock(host, block).empty() && !hasMagic(block, map_block::MAGIC);
 }
 
-// Takes a map block that may be left from an older file out of the replay's sight, before the log comes to name its
-// place. It also claims the room that the block will need.
+// Overwrites a map block that may be left from an older file, before the log refers to its position. This also
+// allocates the disk space that the new block will need.
 KString wipeBlock(VFileObject& host, std::uint64_t host_position) {
     bool const older_block = !endsReplay(host, host_position);
     AlignedBuffer const zeros(BLOCK_SIZE);
@@ -100,9 +100,9 @@ KString DataStruct::replay(VFileObject& host) {
     return {};
 }
 
-// Takes in the next map block and its records; false where the log ends.
+// Replays the next map block and its records; false where the log ends.
 bool DataStruct::replayBlock(VFileObject& host) {
-    // KEEP: host positions are held against the logical length, here and for the records.
+    // KEEP: host positions are compared with the logical length, here and for the records.
     BlockPlace const place = placeOf(block_count);
     auto const run_start = sectorsToBytes(runEntry(place.run));
     if (!run_start || *run_start == 0) return false;
@@ -116,20 +116,20 @@ bool DataStruct::replayBlock(VFileObject& host) {
     auto block = std::make_shared<BlockBufStruct>();
     block->host_position = position;
     if (!readBlock(host, *block).empty()) {
-        // A block that is there and cannot be read now may be read another time: what it records must not be recorded
-        // over. One that the host has not got ends the log.
+        // A block inside the host that cannot be read now may be readable later, so its records must not be
+        // overwritten. A block past the end of the host ends the log.
         unreadable = rangeWithin(position, BLOCK_SIZE, host.length());
         return false;
     }
     if (!hasMagic(*block, map_block::MAGIC)) return false;
 
-    // Only now does a new run count: one whose first block is not there can be begun again at the same place.
+    // A new run counts only now: if its first block is missing, the run can be started again at the same position.
     if (begins_run) next_free += run_bytes;
     current = std::move(block);
     ++block_count;
     record_count = 0;
     bool const goes_on = replayRecords();
-    // What stands behind the records taken in must not come back when new ones are added.
+    // Data after the replayed records must not become valid when new records are added.
     std::span const unused(current->bytes.data() + recordAt(record_count), current->bytes.data() + BLOCK_SIZE);
     stale_tail = std::ranges::any_of(unused, [](std::byte byte) { return byte != std::byte{0}; });
     std::ranges::fill(unused, std::byte{0});
@@ -154,7 +154,7 @@ bool DataStruct::replayRecord(ExtentRecord const& record) {
     return true;
 }
 
-// Runs behind the replayed ones would be found again once the log has grown up to them.
+// Removes the runs after the replayed ones: they would be found again once the log has grown up to them.
 void DataStruct::forgetUnreachedRuns() {
     BlockPlace const next = placeOf(block_count);
     for (std::uint32_t run = next.index == 0 ? next.run : next.run + 1; run < super_block::MAX_RUNS; ++run) {
@@ -167,7 +167,7 @@ void DataStruct::forgetUnreachedRuns() {
 // --- Allocation ---
 
 HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::uint64_t length) {
-    // Making room may wait for the disk, and whoever ran meanwhile may have mapped the range: look again.
+    // makeRoom may wait for the disk. A completion routine that ran meanwhile may have mapped the range: look again.
     for (;;) {
         if (auto const extent = filemap.atOrAfter(position); extent && extent->start <= position) {
             std::uint64_t const offset = position - extent->start;
@@ -179,7 +179,7 @@ HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::u
     }
 }
 
-// Gives an unmapped range a place at the end of the log, up to where the next extent begins.
+// Allocates space for an unmapped range at the end of the log, up to the start of the next extent.
 HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
     bool const aligned_position =
         kassert(position % SECTOR_SIZE == 0, "vfilesparse2", __LINE__, "pos % SECTOR_SIZE == 0");
@@ -189,7 +189,7 @@ HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
         if (!kassert(next->start > position, "vfilesparse2", __LINE__, "it->first > pos")) return {};
         length = std::min(length, next->start - position);
     }
-    // What a replay would not take in is not accepted.
+    // Refuse what a later replay would not accept.
     if (!rangeWithin(next_free, length, fileLength())) return {FULL};
 
     HostRange const place{{}, next_free, length};
@@ -221,7 +221,7 @@ bool DataStruct::addRecord(std::uint64_t position, std::uint64_t length) {
     return true;
 }
 
-// Whether a record may be added now: nothing it depends on is missing on disk, or that is being put right.
+// True if a record may be added now: everything that it depends on is on disk or is being written.
 bool DataStruct::hasRoom() const {
     return current && record_count < map_block::MAX_RECORDS && (somebodyUpTheStackSaves() || nothingToSaveFirst());
 }
@@ -232,7 +232,7 @@ KString DataStruct::makeRoom(VFileObject& host) {
     return saveFullBlocks(host);
 }
 
-// Makes the next map block the current one, in memory; what that leaves to write is in `unsaved` and the superblock.
+// Makes the next map block the current one, in memory. What must then be written is in `unsaved` and the superblock.
 KString DataStruct::startBlock() {
     BlockPlace const place = placeOf(block_count);
     if (block_count >= MAX_REPLAYED_BLOCKS) return FULL;
@@ -267,10 +267,10 @@ bool DataStruct::nothingToSaveFirst() const {
     return unsaved.empty() && !superblock->dirty && !stale_runs && !stale_tail;
 }
 
-// Brings to disk, in the log's order, what must be there before records may be added to the current block. After a
-// failure everything not yet written is kept; the next attempt goes on from there.
+// Writes, in the order of the log, everything that must be on disk before records are added to the current block. After
+// a failure everything unwritten is kept; the next attempt continues there.
 KString DataStruct::saveFullBlocks(VFileObject& host) {
-    if (somebodyUpTheStackSaves()) return {};  // whoever is at it goes on until nothing is left
+    if (somebodyUpTheStackSaves()) return {};  // that call continues until everything is written
     if (nothingToSaveFirst()) return {};
     auto const alone = map_io.hold();
     struct Guard {
@@ -286,8 +286,8 @@ KString DataStruct::saveFullBlocks(VFileObject& host) {
     return {};
 }
 
-// What the replay did not take in must be gone from the disk before records are added: it would be taken for theirs.
-// Done with the first change, so that looking at a damaged file does not change it.
+// Removes from the disk what the replay did not accept, before records are added: a later replay would mistake it for
+// theirs. Done with the first change, so that opening a damaged file does not change it.
 KString DataStruct::removeWhatReplayLeft(VFileObject& host) {
     if (!stale_runs && !stale_tail) return {};
     if (stale_runs)
@@ -304,8 +304,8 @@ KString DataStruct::removeWhatReplayLeft(VFileObject& host) {
 KString DataStruct::saveOldest(VFileObject& host) {
     Unsaved const oldest = unsaved.front();  // a copy: the list may grow in the waits below
     KString const refused = wipeBlock(host, oldest.next_block_at);
-    // On a full disk the follower finds no room. The records that have been accepted are saved all the same; no new ones
-    // are accepted until the follower has its place.
+    // On a full disk there is no space for the next block. Records that were already accepted are written all the same;
+    // no new ones are accepted until there is space.
     if (!refused.empty() && !endsReplay(host, oldest.next_block_at)) return refused;
     if (oldest.full && oldest.full->dirty) {
         KString error = host.writeSync(oldest.full->host_position, BLOCK_SIZE, oldest.full->bytes.data());
@@ -318,13 +318,13 @@ KString DataStruct::saveOldest(VFileObject& host) {
 }
 
 KString DataStruct::saveSuperblock(VFileObject& host) {
-    AlignedBuffer const snapshot(superblock->bytes);  // the run table may change while this is being written
+    AlignedBuffer const snapshot(superblock->bytes);  // the run table may change during the write
     superblock->dirty = false;
     KString error = host.writeSync(0, BLOCK_SIZE, snapshot.data());
     if (!error.empty())
         superblock->dirty = true;
     else
-        stale_runs = false;  // the table in memory has none
+        stale_runs = false;  // the run table in memory has none
     return error;
 }
 
@@ -341,8 +341,8 @@ DataStruct::Prepared DataStruct::prepareToSave(VFileObject& host, Snapshot const
 }
 
 KString DataStruct::save(VFileObject& host, Snapshot const& snapshot) {
-    // Where the follower's place cannot be written, it is most likely past the end of the host: no reason to lose the
-    // records as well.
+    // If the position of the next block cannot be written, it is probably past the end of the host. That is no reason
+    // to lose the records too.
     if (snapshot.follower)
         if (KString error = wipeBlock(host, *snapshot.follower);
             !error.empty() && !endsReplay(host, *snapshot.follower))
@@ -353,7 +353,7 @@ KString DataStruct::save(VFileObject& host, Snapshot const& snapshot) {
 void DataStruct::saved(Snapshot const& snapshot) {
     if (snapshot.block != current) return;
     follower_wiped = true;
-    // Frozen records do not change: with as many as there were, the block is as it was.
+    // Frozen records do not change. If their number is the same, so is the block.
     if (record_count == snapshot.record_count) current->dirty = false;
 }
 
@@ -367,14 +367,14 @@ void DataStruct::shortenToHost(VFileObject& host) {
     host.releaseAllocation();
     std::uint64_t const host_length = host.length();
     if (host_length >= next_free) return;
-    // A sector that is only half there is not there.
+    // A sector of which only a part exists counts as missing.
     std::uint64_t const shortfall = next_free - host_length;
     std::uint64_t const sectors = shortfall / SECTOR_SIZE + (shortfall % SECTOR_SIZE != 0 ? 1 : 0);
     ExtentRecord const last = record(record_count - 1);
     if (last.length > sectors) setRecord(record_count - 1, {last.start, last.length - sectors});
 }
 
-// Where the block after the current one will lie, when that is in the same run.
+// The position of the block after the current one, if it is in the same run.
 std::optional<std::uint64_t> DataStruct::followerInRun() const {
     if (placeOf(block_count).index == 0) return std::nullopt;
     return current->host_position + BLOCK_SIZE;

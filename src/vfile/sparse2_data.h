@@ -1,23 +1,22 @@
-// The log of a sparse file of format 2: what all users of one file share.
+// The log of a sparse file of format 2, shared by all users of the file.
 //
 //     host byte  0            65536        131072
 //                | superblock | map block 0| extent | extent | map blocks 1-3 | extent | ...  one log: nothing moves,
 //                  run table    run 0                          run 1                         nothing is freed
 //
-// Where an extent lies in the host is written nowhere: it follows from the order of the records. So records are only
-// ever added at the end, and a record's place is wrong if anything before it is missing.
+// The position of an extent in the host is not stored: it follows from the order of the records. So records are only
+// added at the end, and all positions after a missing record would be wrong.
 //
 // Invariants
-//   * `filemap` has one extent for each record. While the current block has records, the last of them ends at
-//     `next_free`.
-//   * A block reaches the disk after all blocks before it. When it does, the block that will follow it in its run holds
-//     no map-block magic there, whatever the host held before: the replay would go on into it.
+//   * `filemap` has one extent for each record. While the current block has records, the last one ends at `next_free`.
+//   * A block is written after all blocks before it. When it is written, the position of the next block of its run has
+//     no map-block magic on disk, whatever the host contained before: otherwise the replay would continue there.
 //   * The superblock on disk names a run only after the blocks before that run are on disk.
-//   * A record that has been on its way to the disk is frozen: it is never lengthened. So a block that reaches the disk
-//     in part only, whichever sectors they are, is a beginning of the same list.
-//   * The memory is consistent whenever the disk is waited for: completion routines that run in such a wait may come
-//     back to this very log on the same thread.
-// Threads: none of its own; VFileSparse2 locks.
+//   * A record that may be on disk is frozen: it is never extended. So a block that is written only in part, whichever
+//     sectors that are, holds a prefix of the same list.
+//   * The data in memory is consistent during every wait for the disk: completion routines that run in such a wait may
+//     use this log on the same thread.
+// Threads: not synchronised; VFileSparse2 locks.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +40,7 @@ struct BlockBufStruct {
     std::uint64_t host_position = 0;
 };
 
-// What a piece of a logical range was mapped to: an error text, or where it lies in the host and how much of it.
+// The result of mapping a piece of a logical range: an error text, or its position in the host and its length.
 struct HostRange {
     KString error;
     std::uint64_t host = 0, length = 0;
@@ -55,45 +54,45 @@ struct DataStruct {
     std::uint32_t record_count = 0;           // in the current block
     ExtentMap filemap;
 
-    // Reads the superblock and replays the log. Empty on success, though the map may have ended early; the host's error
-    // or "Bad superblock" otherwise.
+    // Reads the superblock and replays the log. Empty on success, even if damage ends the map early; otherwise the
+    // host's error or "Bad superblock".
     KString replay(VFileObject& host);
 
     // Length of the sparse file, from the superblock.
     std::uint64_t fileLength() const;
 
-    // Where [position, position + length) is or from now on will be stored; the answer may cover only its beginning.
-    // A length of 0 in the answer: the map and the request do not fit together.
+    // Where [position, position + length) is stored; allocates space if it is not stored yet. The result may cover only
+    // the beginning of the range. A result of length 0: the request does not fit the map.
     HostRange mapRange(VFileObject& host, std::uint64_t position, std::uint64_t length);
 
-    // What a write-back has to write for the records that are there when it begins.
+    // The data that a write-back writes: the records that exist when it begins.
     struct Snapshot {
-        std::shared_ptr<BlockBufStruct> block;  // the current block then; null: nothing to write
+        std::shared_ptr<BlockBufStruct> block;  // the current block at that time; null: nothing to write
         std::optional<AlignedBuffer> bytes;
         std::uint32_t record_count = 0;
         std::optional<std::uint64_t> follower;  // host position of a block to wipe before `block` is written
     };
-    // Takes the snapshot and freezes its records.
+    // Takes a snapshot and freezes its records.
     Snapshot beginSaving();
-    // Writes all that the snapshot's block needs on disk beside itself. False in `write_block` when the block need not be
-    // written any more: it has filled up in the meantime and been saved whole.
+    // Writes everything that must be on disk before the snapshot's block. `write_block` is false if the block need not
+    // be written any more, because it has become full and been written meanwhile.
     struct Prepared {
         KString error;
         bool write_block = false;
     };
     Prepared prepareToSave(VFileObject& host, Snapshot const& snapshot);
-    // Writes the snapshot. Needs `map_io` and nothing else: records may be added meanwhile.
+    // Writes the snapshot. Only `map_io` must be held: records may be added meanwhile.
     static KString save(VFileObject& host, Snapshot const& snapshot);
-    // Takes note of a snapshot that has been written.
+    // Updates the state after a snapshot was written.
     void saved(Snapshot const& snapshot);
 
-    // Takes out of the last record what was reserved and never written. Part of closing.
+    // Removes from the last record what was reserved and never written. Part of closing.
     void shortenToHost(VFileObject& host);
 
-    // Held while map blocks are written, so that an older copy of a block never overwrites a newer one. Taken under the
-    // lock of the log and kept when that is let go.
+    // Held while map blocks are written, so that an older copy of a block never overwrites a newer one. It is taken
+    // under the lock of the log and kept when that lock is released.
     KMutexLock map_io;
-    // The thread that writes a snapshot: what runs inside its waits leaves the disk to it.
+    // The thread that is writing a snapshot. Completion routines that run in its waits do not write map blocks.
     std::thread::id snapshot_writer;
 
     // The bytes of an empty file of `length` bytes: superblock and first map block.
@@ -101,16 +100,16 @@ struct DataStruct {
     static BlockBufStruct emptyMapBlock(std::uint64_t host_position);
 
   private:
-    // A full block that is not on disk yet, and the place of the block after it.
+    // A full block that is not on disk yet, and the position of the block after it.
     struct Unsaved {
-        std::shared_ptr<BlockBufStruct> full;  // null before the first block of all
+        std::shared_ptr<BlockBufStruct> full;  // null before the very first block
         std::uint64_t next_block_at;
     };
     std::vector<Unsaved> unsaved;      // oldest first
-    bool saving = false;               // somewhere up this thread's stack
+    bool saving = false;               // saveFullBlocks is active further up on this thread's stack
     bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
     bool unreadable = false;           // the replay ended at a block that could not be read
-    bool stale_tail = false;           // the current block on disk goes on behind the records that the replay took
+    bool stale_tail = false;           // the current block on disk has data after the replayed records
     std::uint32_t frozen_records = 0;  // of the current block
     bool follower_wiped = false;       // of the current block
 

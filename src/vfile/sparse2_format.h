@@ -30,7 +30,7 @@ constexpr std::uint32_t MAX_RECORDS = 4095;
 static_assert(RECORDS_AT + MAX_RECORDS * ExtentRecord::SIZE == BLOCK_SIZE, "the records fill the block");
 }  // namespace map_block
 
-// KEEP: readers take in no more map blocks than these, although the run table has room for more.
+// KEEP: no more map blocks than these are replayed, although the run table has room for more.
 constexpr std::uint32_t MAX_REPLAYED_BLOCKS = 8188;
 
 // Blocks in the first runs; all later runs have as many as the last of these.

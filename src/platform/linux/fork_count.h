@@ -3,7 +3,7 @@
 
 namespace KelvonClip::platform {
 
-// To be called in the child.
+// Called in the child.
 void countFork();
 
 }  // namespace KelvonClip::platform

@@ -58,7 +58,7 @@ class Descriptor {
     int number;
 };
 
-// Makes a system call until no signal interrupts it; whether it succeeded.
+// Repeats a system call while signals interrupt it. Returns whether it succeeded.
 template <class Call>
 bool repeated(Call&& call) {
     int result = 0;
@@ -122,7 +122,7 @@ class LinuxFile : public HostFile {
         return repeated([&] { return ::fdatasync(descriptors.buffered); });
     }
 
-    // A name is kept by its folder. Where that may not be opened, the whole file system is flushed.
+    // Flushes the folder, which holds the directory entry. If it cannot be opened, flushes the whole file system.
     bool flushName() override {
         std::unique_ptr<char, decltype(&std::free)> const real(::realpath(path.c_str(), nullptr), &std::free);
         if (real != nullptr) {
@@ -164,7 +164,7 @@ class LinuxFile : public HostFile {
         descriptors.position_alignment = told.stx_dio_offset_align;
     }
 
-    // In a forked child nothing writes what the parent has open: the child's maps and lengths are out of date.
+    // A forked child must not write files that the parent has open, because its maps and lengths are out of date.
     bool isTheParents() const { return forks_before != forkCount(); }
 
     std::uint32_t const forks_before = forkCount();
