@@ -1,0 +1,131 @@
+// Recordings whose process is killed: what a checkpoint brought to the disk is there, in its place, and nothing else shows.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "public/public_support.h"
+#include "support/clip_image.h"
+#include "support/scratch_path.h"
+
+namespace KelvonClip {
+namespace {
+
+using namespace test;
+
+constexpr unsigned int TRACKS = 4;  // video, two of audio, timecode
+constexpr int KILLS = 25;
+
+std::string unitBytes(unsigned int size, unsigned int track, unsigned int unit) {
+    return patternBytes(size, unit * TRACKS + track);
+}
+
+unsigned int createRecording(std::wstring const& name) {
+    return createClip(name, {VideoStandard::s1080i_50, 1, 0, 2, 2, true});
+}
+
+// Records for ever. After each checkpoint it writes the number of units that every track has to the pipe. With an interval
+// checkpoints come by themselves, and the number is written after every unit instead.
+[[noreturn]] void record(std::wstring const& name, int promises, unsigned int interval_ms) {
+    unsigned int const clip = createRecording(name);
+    if (clip == 0) std::_Exit(1);
+    if (clip_checkpoint_every(clip, interval_ms, false) != nullptr) std::_Exit(1);
+    for (unsigned int unit = 0;; ++unit) {
+        for (unsigned int index = 0; index < TRACKS; ++index) {
+            unsigned int const track = clip_get_track(clip, index), size = track_unit_size(track);
+            if (track_write(track, unit, unitBytes(size, index, unit).data(), size) != nullptr) std::_Exit(1);
+        }
+        if (interval_ms == 0 && unit % 5 == 4 && clip_checkpoint(clip) != nullptr) std::_Exit(1);
+        if (interval_ms != 0 || unit % 5 == 4) {
+            unsigned int const units = unit + 1;
+            if (::write(promises, &units, sizeof units) != sizeof units) std::_Exit(1);
+        }
+    }
+}
+
+struct Killed {
+    unsigned int promised;
+    bool was_recording;
+};
+
+// Kills a recording after about `milliseconds`; gives the last number that came through the pipe `before` that moment.
+Killed recordAndKill(std::wstring const& name, unsigned int interval_ms, std::chrono::milliseconds milliseconds) {
+    int ends[2];
+    EXPECT_EQ(::pipe(ends), 0);
+    pid_t const child = ::fork();
+    if (child == 0) record(name, ends[1], interval_ms);
+    ::close(ends[1]);
+    unsigned int promised = 0, units = 0;
+    // The first promise shows that the recording is under way.
+    EXPECT_EQ(::read(ends[0], &promised, sizeof promised), static_cast<ssize_t>(sizeof promised));
+    std::this_thread::sleep_for(milliseconds);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    while (::read(ends[0], &units, sizeof units) == sizeof units)
+        promised = units;
+    ::close(ends[0]);
+    return {promised, WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL};
+}
+
+// Every unit that a track shows is right; gives the length of the shortest track.
+unsigned int expectWhole(std::wstring const& name) {
+    unsigned int clip = 0, shortest = ~0U;
+    EXPECT_OK(clip_open(name.c_str(), &clip));
+    EXPECT_EQ(clip_track_count(clip), TRACKS);
+    for (unsigned int index = 0; index < TRACKS; ++index) {
+        unsigned int const track = clip_get_track(clip, index), units = track_length_in_units(track);
+        shortest = std::min(shortest, units);
+        std::string back(track_unit_size(track), '\0');
+        for (unsigned int unit = 0; unit < units; ++unit) {
+            EXPECT_OK(track_read(track, unit, back.data()));
+            EXPECT_TRUE(back == unitBytes(track_unit_size(track), index, unit))
+                << "track " << index << ", unit " << unit;
+        }
+    }
+    clip_close(clip);
+    return shortest;
+}
+
+TEST(Kill, WhatWasCheckpointedBeforeAKillIsThereAfterwards) {
+    std::mt19937 dice(25);
+    for (int n = 0; n < KILLS; ++n) {
+        ScratchPath folder;
+        auto const name = folder.name("clip");
+        auto const killed = recordAndKill(name, 0, std::chrono::milliseconds(dice() % 60));
+        ASSERT_TRUE(killed.was_recording);
+        EXPECT_GE(expectWhole(name), killed.promised) << "kill " << n;
+    }
+}
+
+// Automatic checkpoints promise no moment, but what they leave is whole, and there is something.
+TEST(Kill, AutomaticCheckpointsLeaveAClipThatOpensWhole) {
+    std::mt19937 dice(26);
+    for (int n = 0; n < 5; ++n) {
+        ScratchPath folder;
+        auto const name = folder.name("clip");
+        auto const killed = recordAndKill(name, 10, std::chrono::milliseconds(150 + dice() % 60));
+        ASSERT_TRUE(killed.was_recording);
+        EXPECT_GT(expectWhole(name), 0U) << "kill " << n;
+    }
+}
+
+TEST(Kill, WithoutAnyCheckpointNothingWrongShows) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    auto const killed = recordAndKill(name, 1000000, std::chrono::milliseconds(50));
+    ASSERT_TRUE(killed.was_recording);
+    EXPECT_EQ(expectWhole(name), 0U);
+}
+
+}  // namespace
+}  // namespace KelvonClip
