@@ -1,8 +1,8 @@
 /// @file
 /// Clips: opening, closing and querying clip files, and creating new ones.
 ///
-/// A clip file is named across this interface by a handle. Lengths and timecodes are in *fields*: one of VideoFrequency's
-/// units, that is a field of an interlaced raster and a whole frame of a progressive one.
+/// A clip file is named across this interface by a handle. Lengths and timecodes are in *fields*: one of
+/// VideoFrequency's units, that is a field of an interlaced raster and a whole frame of a progressive one.
 ///
 /// Functions that can fail return null on success, else a text; handles, texts, threads, alertable waits and other
 /// processes are as kelvonclip.h says. Queries give a neutral value for an unknown handle.
@@ -36,30 +36,29 @@ KELVONCLIP_API wchar_t const* clip_open(wchar_t const* file_name, unsigned int* 
 /// that write would spoil each other's containers.
 KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle);
 
-/// Takes back one opening of a clip. The last one ends the clip's handle and those of its tracks, and brings what was
-/// written to the disk: afterwards it survives the loss of power. The clip header is not changed. An unknown handle is
-/// ignored. A failure to write back is not reported.
-/// Unloading the library, or leaving the process, writes clips back that are still open.
+/// Undoes one opening of a clip. The last call invalidates the handles of the clip and its tracks, and flushes
+/// everything written to the disk, where it survives a power failure. The clip header is not changed. An unknown handle
+/// is ignored. Errors are not reported; clip_checkpoint before it reports them.
+/// Unloading the library, and the end of the process, close clips that are still open.
 KELVONCLIP_API void clip_close(unsigned int clip);
 
-/// Brings everything written to the clip's tracks before the call to the disk, while recording goes on: a process that is
-/// killed, a system that crashes or a power supply that fails afterwards takes none of it. Units become readable for
-/// those who open the file later, in this order: the data, the map that finds it, the length that shows it.
-/// Any thread may call it; recording threads are not held up. A clip opened read-only has nothing to bring.
+/// Flushes everything that was written to the clip's tracks before the call, while recording continues. Afterwards it
+/// survives a killed process, a system crash and a power failure. Data, map and lengths are written in this order, so
+/// the file is valid at every moment.
+/// Threads: any; recording threads are not delayed. For a clip that was opened read-only the call does nothing.
 /// @param clip  the clip's handle
-/// @return null on success; "invalid clip handle", or the message of the write that failed. After a failure what was not
-///     written stays in memory, and the next checkpoint or clip_close tries again.
+/// @return null on success; "invalid clip handle", or the message of the write that failed. What could not be written is
+///     kept in memory; the next checkpoint or clip_close tries again.
 KELVONCLIP_API wchar_t const* clip_checkpoint(unsigned int clip);
 
-/// Sets how often a clip is written back by itself while it is recorded: by the thread that writes a unit, after that
-/// unit, when `milliseconds` have passed since the last time; 0 turns this off. Without a call it happens every 2000
-/// milliseconds and is not durable.
+/// Sets the interval of automatic checkpoints while a clip is recorded. A thread that has written a unit makes a
+/// checkpoint if the interval has passed since the last one. The default is every 2000 milliseconds, not durable.
 /// @param clip          the clip's handle
-/// @param milliseconds  the interval; 0: never
-/// @param durable       true: as clip_checkpoint. false: in the same order but without waiting for the disk, which is enough
-///     for whoever survives the end of the process, not of the system.
-/// @return null on success; "invalid clip handle". A checkpoint that fails is tried again after the same time, and does not
-///     fail the call that writes the unit; clip_checkpoint gives the message.
+/// @param milliseconds  the interval; 0: no automatic checkpoints
+/// @param durable       true: like clip_checkpoint. false: the same without flushing the disk, so the data survives a
+///     killed process but not a system crash or power failure
+/// @return null on success; "invalid clip handle". A failed automatic checkpoint is tried again after the interval and
+///     does not fail the call that writes the unit; clip_checkpoint returns the message.
 KELVONCLIP_API wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int milliseconds, bool durable);
 
 /// Whether the file is a child clip: its header names a parent clip and lists no tracks.
@@ -107,12 +106,13 @@ KELVONCLIP_API unsigned int clip_get_length(unsigned int clip);
 /// @param timecode    receives the count in fields, as KTimecode takes it; 0 with "TC in track"; may be null
 /// @param drop_frame  receives whether it counts drop-frame, as the header says; may be null. The header of a clip that
 ///                    create_finish made with the timecode track as its source says nothing, which reads as false
-/// @return null, "TC in track", "invalid clip handle" (unknown clip), "Timecode not found in header" (the header names a
+/// @return null, "TC in track", "invalid clip handle" (unknown clip), "Timecode not found in header" (the header names
+/// a
 ///         source that is not known). The last two leave the outputs untouched
 KELVONCLIP_API wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool* drop_frame);
 
-/// Whether the header names a timecode source that is known, or none (the clip counts from 0 then); false for an unknown
-/// handle.
+/// Whether the header names a timecode source that is known, or none (the clip counts from 0 then); false for an
+/// unknown handle.
 KELVONCLIP_API bool clip_timecode_valid(unsigned int clip);
 
 /// The clip's video standard; none for a child clip and for an unknown handle.
@@ -129,12 +129,11 @@ KELVONCLIP_API unsigned int clip_track_count(unsigned int clip);
 /// @return 0 for an index not below clip_track_count and for an unknown clip
 KELVONCLIP_API unsigned int clip_get_track(unsigned int clip, unsigned int index);
 
-/// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The name
-/// stays taken, in this process, until create_finish succeeds.
-/// @param file_name  path of the clip file, as for clip_open; null counts as empty
-/// @param standard   the picture format of all its tracks
-/// @param creation   receives the create handle
-/// @return null, or the first that applies: "Invalid filename" (empty), "Invalid handle pointer" (`creation` is null),
+/// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The
+/// name stays taken, in this process, until create_finish succeeds. @param file_name  path of the clip file, as for
+/// clip_open; null counts as empty @param standard   the picture format of all its tracks @param creation   receives
+/// the create handle @return null, or the first that applies: "Invalid filename" (empty), "Invalid handle pointer"
+/// (`creation` is null),
 ///         "Invalid video standard", "Already creating clip with same name"
 KELVONCLIP_API wchar_t const* create_begin(wchar_t const* file_name, VideoStandard standard, unsigned int* creation);
 
@@ -166,10 +165,9 @@ KELVONCLIP_API wchar_t const* cfg_video_avci(unsigned int creation);
 KELVONCLIP_API wchar_t const* cfg_video_dv(unsigned int creation);
 
 /// Sets the format of the video and key tracks to JPEG 2000, at the lowest bit rate whose units hold the given sizes.
-/// @param creation     the create handle
-/// @param luma_size    luma bytes of a video unit, at most j2k_video_luma_max_size
-/// @param chroma_size  chroma bytes of a video unit, at most j2k_video_chroma_max_size
-/// @param key_size     bytes of a key unit, at most j2k_key_max_size. When luma and chroma are both 0 the lowest bit rate
+/// @param creation     the create handle @param luma_size    luma bytes of a video unit, at most
+/// j2k_video_luma_max_size @param chroma_size  chroma bytes of a video unit, at most j2k_video_chroma_max_size @param
+/// key_size     bytes of a key unit, at most j2k_key_max_size. When luma and chroma are both 0 the lowest bit rate
 ///                     of the standard is taken, whatever the key size
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle), "Video can only be configured once",
 ///         "Luma size too big", "Chroma size too big", "Key size too big", "Internal error" (a luma size without a
@@ -184,11 +182,11 @@ KELVONCLIP_API wchar_t const* cfg_video_j2k(unsigned int creation, unsigned int 
 ///         "Bad subchannel count"
 KELVONCLIP_API wchar_t const* cfg_audio_hemlock(unsigned int creation, unsigned int subchannels);
 
-/// Sets where the clip's timecode comes from; without this call the clip counts from 0. Sources that an earlier call has
-/// named stay named; the header takes the first of striped, tc0 striped, timecode track.
-/// @param creation         the create handle
-/// @param timecode_offset  timecode of the first frame, in fields; not kept when the source is the timecode track
-/// @param drop_frame       whether it counts drop-frame; not kept when the source is the timecode track, whose units say
+/// Sets where the clip's timecode comes from; without this call the clip counts from 0. Sources that an earlier call
+/// has named stay named; the header takes the first of striped, tc0 striped, timecode track. @param creation
+/// the create handle @param timecode_offset  timecode of the first frame, in fields; not kept when the source is the
+/// timecode track @param drop_frame       whether it counts drop-frame; not kept when the source is the timecode track,
+/// whose units say
 ///                         it themselves
 /// @param timecode_track   the source is the timecode track; it does not add one, see cfg_track_timecode
 /// @param tc0_striped      the source is the timecode in unit 0 of the timecode track, counting on from there; goes
@@ -205,19 +203,18 @@ KELVONCLIP_API wchar_t const* cfg_clip_timecode2(unsigned int creation, unsigned
 KELVONCLIP_API wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int creation);
 
 /// Creates the clip file as described, with room for 24 hours in every track, and opens it for reading and writing. An
-/// existing file of that name is overwritten from its start, not truncated. Until the new clip is closed no other process
-/// can open the file (on Windows; on Linux, with this library).
-/// @param creation  the create handle; ends when the call succeeds. After a failure it stays valid, so that the caller
+/// existing file of that name is overwritten from its start, not truncated. Until the new clip is closed no other
+/// process can open the file (on Windows; on Linux, with this library). @param creation  the create handle; ends when
+/// the call succeeds. After a failure it stays valid, so that the caller
 ///                  may correct the description and try again
 /// @param clip      receives the handle of the open clip
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle),
-///         "Video tracks added but video not configured", "Key tracks added but video not configured",
-///         "Audio tracks added but audio not configured", "Bad rate calculation",
-///         "Can't create on top of file which is already open", "Invalid clip handle" (`clip` is null),
-///         "Internal error" (the configured format does not exist in the clip's video standard),
-///         "Error creating XML header", "Error creating header text" (more tracks than the header has room for),
-///         "Can't create file with same filename as file which is already open", the host's text (on Linux also "The file
-///         is in use: it can't be created while it is open elsewhere")
+///         "Video tracks added but video not configured", "Key tracks added but video not configured", "Audio tracks
+///         added but audio not configured", "Bad rate calculation", "Can't create on top of file which is already
+///         open", "Invalid clip handle" (`clip` is null), "Internal error" (the configured format does not exist in the
+///         clip's video standard), "Error creating XML header", "Error creating header text" (more tracks than the
+///         header has room for), "Can't create file with same filename as file which is already open", the host's text
+///         (on Linux also "The file is in use: it can't be created while it is open elsewhere")
 KELVONCLIP_API wchar_t const* create_finish(unsigned int creation, unsigned int* clip);
 
 }  // namespace KelvonClip

@@ -366,7 +366,7 @@ TEST(CreateFile, TimecodeSourceIsTheFirstThatIsSet) {
     }
 }
 
-// What openers see of a clip in memory.
+// The number of tracks of a clip in memory; absent if it does not open.
 std::optional<std::size_t> tracksOf(std::shared_ptr<VFileObject> const& file) {
     unsigned handle = 0;
     if (!openClip("probe", true, &handle, file).empty()) return std::nullopt;
@@ -375,8 +375,8 @@ std::optional<std::size_t> tracksOf(std::shared_ptr<VFileObject> const& file) {
     return count;
 }
 
-// The call reports a fault unless the file has come out whole all the same (opening a container passes over a map block
-// that cannot be read, and of a torn write the half that matters may have landed).
+// The call reports a fault unless the file is complete all the same: opening a container tolerates a map block that
+// cannot be read, and a torn write may have written the half that matters.
 void failEveryRequest(FaultyFile::Span span, FaultyFile::Kind kind, FaultyFile::Damage damage) {
     auto const planned = plan(withAudio(avcClip(VideoStandard::s1080i_59_94), 2, 8));
     std::uint64_t reported = 0;

@@ -22,7 +22,7 @@ TEST(LiveCount, NothingIsNotWaitedFor) {
     EXPECT_TRUE(count.waitForNone(FOREVER));
 }
 
-// Each goes while the wait goes on: the second only after the wait has had the chance to end with the first.
+// Both are removed during the wait; the second only after the wait could have ended with the first.
 TEST(LiveCount, WaitsForTheLastOne) {
     LiveCount count;
     count.add();

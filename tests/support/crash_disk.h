@@ -1,5 +1,5 @@
-// A disk that loses power: it keeps every write and every flush in their order, so that what the disk may hold at any
-// moment can be made up afterwards.
+// A disk for crash tests: it records all writes and flushes in order, so that a test can construct every state that the
+// disk may have after a crash.
 #pragma once
 
 #include <cstdint>
@@ -29,20 +29,20 @@ class CrashDisk : public MemoryFile {
         return {};
     }
 
-    // From here on crashes are asked for: what is on the disk now is safe.
+    // Starts the recording: what is on the disk now is safe.
     void begin() {
         std::lock_guard hold(mutex);
         safe = bytes(0, realSize());
         events.clear();
     }
-    // How many writes and flushes have come since.
+    // The number of writes and flushes since then.
     std::size_t eventCount() {
         std::lock_guard hold(mutex);
         return events.size();
     }
 
-    // The disk after the process was killed (`in_order`) when `count` events had come: all of these, and a part of the
-    // next. Or after power was lost (`any_sectors`): everything before the last flush, and any sectors of what came after.
+    // The disk after a crash following `count` events. `in_order` (killed process): these events and a part of the next
+    // one. `any_sectors` (power failure): everything before the last flush, and arbitrary sectors of later writes.
     enum Survivors { in_order, any_sectors };
     std::shared_ptr<MemoryFile> afterCrash(std::size_t count, Survivors survivors, std::mt19937& dice) {
         std::lock_guard hold(mutex);

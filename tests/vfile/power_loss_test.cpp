@@ -1,4 +1,4 @@
-// What a recording leaves on a disk that loses power, or whose process is killed, at any moment.
+// The state of a recording after a power failure, or after the process was killed, at any moment.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -23,8 +23,7 @@ constexpr std::uint64_t PARTITION = 1 << 24;
 constexpr std::uint64_t TRACKS = 3;
 constexpr std::uint64_t BLOCK_RECORDS = 4095;
 
-// Tracks in grow containers on one sparse file, as in a clip; every unit tells where it belongs and of which recording
-// it is.
+// Tracks in grow containers on one sparse file, as in a clip. Every unit identifies its position and its recording.
 class Tracks {
   public:
     static void create(std::shared_ptr<VFileObject> const& disk) {
@@ -64,7 +63,8 @@ class Tracks {
         return all;
     }
 
-    // Every byte that a length covers is of this recording, in its place, and nothing that was promised is missing.
+    // Every byte within a length belongs to this recording and position, and nothing before the last checkpoint is
+    // missing.
     testing::AssertionResult keeps(std::vector<std::uint64_t> const& promised) const {
         for (std::uint64_t t = 0; t < TRACKS; ++t) {
             std::uint64_t const length = files[t]->length();
@@ -90,14 +90,14 @@ class Tracks {
     std::vector<std::shared_ptr<VFileGrow>> files;
 };
 
-// A crash at the moment when `event` writes and flushes had come; checkpoints before it are promises.
+// A crash after `event` writes and flushes. What a checkpoint before it covered must survive.
 struct Promise {
     std::size_t event;
     std::vector<std::uint64_t> lengths;
 };
 
 struct Scenario {
-    std::uint64_t units_before;  // recorded before crashes are looked at
+    std::uint64_t units_before;  // recorded before the first crash
     bool over_an_older_recording;
     CrashDisk::Survivors survivors;
     Durability checkpoints;
@@ -140,7 +140,7 @@ void crashEverywhere(Scenario const& scenario, std::mt19937& dice) {
         {
             Tracks again(left, 0);
             ASSERT_TRUE(again.keeps(promised)) << "crash at event " << event << " of " << last;
-            // What goes on from there does not spoil what was found.
+            // Recording after the crash does not damage what was found.
             for (std::uint64_t n = 0; n < 5; ++n)
                 again.append(n % TRACKS);
             found = again.lengths();
@@ -149,7 +149,7 @@ void crashEverywhere(Scenario const& scenario, std::mt19937& dice) {
     }
 }
 
-// Recordings whose next map block is far, about to begin a run, and about to begin within one.
+// Recordings whose next map block is far away, the first of a run, or inside a run.
 void crashScenarios(CrashDisk::Survivors survivors, Durability checkpoints) {
     std::mt19937 dice(20);
     for (std::uint64_t before : {std::uint64_t{0}, BLOCK_RECORDS - 60, 2 * BLOCK_RECORDS - 60})

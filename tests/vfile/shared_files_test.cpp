@@ -65,7 +65,7 @@ TEST(SharedFiles, WorkOnAClosedFileIsRefusedWhileItIsOpen) {
     EXPECT_EQ(files.whileClosed(1, nullptr, "open", [] { return KString("done"); }), KString("done"));
 }
 
-// The second opener comes while the first one is making the file; the first goes on when the second waits.
+// The second opener comes while the first one is creating the file; the first continues when the second waits.
 TEST(SharedFiles, WhoComesDuringAnOpeningWaitsForWhatItMakes) {
     Things files;
     test::Latch making{1}, go_on{1};
@@ -117,7 +117,7 @@ TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {
 
 // --- A file that is closing is not opened or created until it is closed ---
 
-// Holds up the first write of a closing container, and notes whether anybody else touches the file meanwhile.
+// Delays the first write of a closing container, and records whether another thread uses the file meanwhile.
 struct SlowHost : WrappedFile {
     using WrappedFile::WrappedFile;
 
@@ -137,8 +137,8 @@ struct SlowHost : WrappedFile {
         inner->write(position, length, buffer, std::move(done));
     }
 
-    // Closes `file` on one thread and runs `other_user` on another, which comes while the first write of closing is held
-    // up. Closing goes on when the other one waits; one that does not wait has its way before.
+    // Closes `file` on one thread and runs `other_user` on another, which comes while the first write of closing is
+    // held up. Closing goes on when the other one waits; one that does not wait has its way before.
     template <class File, class OtherUser>
     auto race(std::shared_ptr<File> file, OtherUser other_user) {
         slow = true;
@@ -155,7 +155,7 @@ struct SlowHost : WrappedFile {
     }
 
   private:
-    // Until closing goes on.
+    // Until closing continues.
     void note() {
         if (in_write.try_wait() && !go_on.try_wait() && std::this_thread::get_id() != closing_thread)
             touched_early = true;
@@ -223,7 +223,7 @@ TEST(ContainerClosing, NothingIsLostBetweenClosingAndOpeningFromManyThreads) {
                 }
                 std::uint64_t const position = (t << 20) + round * 1024;
                 if (!opened.file->writeSync(position, 512, pattern(position, 512).data()).empty()) ++failures;
-                // Creation never gets in between.
+                // Creation is always refused.
                 if (KString const refused = VFileSparse2::create(host, 1);
                     refused != KString("Cannot create Sparse while same Sparse file is open"))
                     ++failures;
@@ -235,7 +235,7 @@ TEST(ContainerClosing, NothingIsLostBetweenClosingAndOpeningFromManyThreads) {
     EXPECT_EQ(test::Sparse2Image::read(*memory).extents.size(), THREADS * ROUNDS);
 }
 
-// Hosts come and go at the same addresses: an address never brings back the file of a host that is gone.
+// Hosts are destroyed and created at the same addresses: an address never finds the file of a destroyed host.
 TEST(ContainerClosing, AnAddressThatIsUsedAgainStandsForTheNewHost) {
     for (std::uint64_t round = 1; round <= 200; ++round) {
         std::shared_ptr<VFileObject> const host = std::make_shared<MemoryFile>();

@@ -1,4 +1,4 @@
-// The completion object: which error of an operation its caller gets.
+// The completion object: the error that the caller of an operation gets.
 #include "vfile/vfileobject.h"
 
 #include <memory>
@@ -42,7 +42,7 @@ TEST(RunSync, ThrowsWhatTheStartThrewOnceNobodyHoldsTheCompletion) {
     EXPECT_THROW(CIO::runSync(fail), std::runtime_error);
 }
 
-// Stands between an operation and its caller, as the transfer by way of a pool buffer does.
+// Wraps the caller's completion object, like a transfer through a pool buffer.
 class Between : public CIO::CIOObject {
   public:
     explicit Between(Done outer_done) : outer(std::move(outer_done)) {}

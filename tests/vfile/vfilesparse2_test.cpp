@@ -221,7 +221,7 @@ TEST_F(VFileSparse2Test, AFullBlockStillExtendsItsLastRecord) {
     EXPECT_EQ(image().extents.back(), (ImageExtent{(RECORDS - 1) * 1024, 1024, LOG_BEGIN + (RECORDS - 1) * 512}));
 }
 
-// Past the seven first runs: the blocks lie where their numbers say, and all of it comes back.
+// Past the first seven runs: the blocks are at the right positions, and all data is found after reopening.
 TEST_F(VFileSparse2Test, TheLogGoesOnPastRunSix) {
     createAndOpen(TIB);
     std::uint64_t const total = (133 + 65 + 2) * RECORDS + 17;
@@ -370,7 +370,7 @@ TEST_F(VFileSparse2Test, ClosingShortensTheLastRecordToWhatTheHostHolds) {
         host->take();
         file.reset();
         EXPECT_EQ(host->take().front().operation, TraceFile::release_request) << "before the length is asked for";
-        // KEEP: a record of which nothing was written is not longer than what is missing, and stays.
+        // KEEP: a record of which nothing was written is kept, because it is not longer than the difference.
         EXPECT_EQ(image().extents, (std::vector<ImageExtent>{{0, row.kept, LOG_BEGIN}})) << row.written;
     }
 }
@@ -458,7 +458,7 @@ TEST_F(VFileSparse2Test, AMapBlockBeyondTheLengthEndsTheReplay) {
     open();
     expectStored(10, LOG_BEGIN);
     expectNotStored(11);
-    // The log goes on behind the records that were taken in, and the next opening finds it all.
+    // New records are added after the replayed ones, and the next opening finds all of them.
     EXPECT_EQ(write(20 * 512, 512), KString());
     reopen();
     EXPECT_EQ(read(20 * 512, 512), pattern(20 * 512, 512));
@@ -584,7 +584,7 @@ TEST_F(VFileSparse2Test, RecordsAddedBeforeAnUnreadableRunKeepTheirPlaces) {
     expectStored(10, LOG_BEGIN);
 }
 
-// KEEP: the length that host positions are held against is the logical one.
+// KEEP: host positions are compared with the logical length.
 TEST_F(VFileSparse2Test, AFileShorterThanItsOwnMapAcceptsOnlyWhatItKeeps) {
     for (std::uint64_t length :
          {std::uint64_t{131072} - 512, std::uint64_t{131072} + 511, std::uint64_t{131072} + 512}) {
@@ -631,7 +631,7 @@ TEST_F(VFileSparse2Test, NoMoreThan8188MapBlocksAreReplayed) {
     EXPECT_EQ(file->allocatedFrom(8187 * 1024), 512u);
     expectNotStored(8188 * 2);
     expectNotStored(8189 * 2);
-    // The log goes on behind the last record taken in.
+    // New records are added after the last replayed one.
     host->take();
     EXPECT_EQ(write(1 << 30, 512), KString());
     EXPECT_EQ(host->take(), (std::vector<Entry>{{TraceFile::write_request, log_end - 1024, 512}}));
@@ -779,7 +779,7 @@ TEST_F(VFileSparse2Test, RecordingOverAnOldFileNeverPicksUpItsOldMap) {
 
 // --- Faults ---
 
-// The host of a machine that loses power: from the n-th block write on, nothing reaches the disk any more.
+// The host of a machine that loses power: from the n-th block write on, nothing is written any more.
 struct DyingHost : WrappedFile {
     using WrappedFile::WrappedFile;
     std::uint64_t blocks_left = GREATEST;
@@ -791,8 +791,8 @@ struct DyingHost : WrappedFile {
     }
 };
 
-// Whatever the moment, the map on disk is a beginning of the log, and at every full block no more than the records of
-// the last block are missing.
+// At every moment the map on disk is a prefix of the log, and at every full block only records of the last block are
+// missing.
 TEST_F(VFileSparse2Test, ACrashLosesNoMoreThanTheCurrentBlock) {
     for (bool over_old_file : {false, true})
         for (std::uint64_t survivors = 0;; ++survivors) {
@@ -821,7 +821,7 @@ TEST_F(VFileSparse2Test, ACrashLosesNoMoreThanTheCurrentBlock) {
             for (std::uint64_t i = kept; i < 3 * RECORDS; ++i)
                 ASSERT_EQ(file->allocatedFrom(i * 1024), 0u) << "not a beginning of the log";
             expectRecords(kept);
-            // The saving of a block may itself be cut off: then it is the one before that counts.
+            // The write of a block may be incomplete: then the previous block counts.
             EXPECT_TRUE(kept == total || kept % RECORDS == 0) << kept;
             EXPECT_GE(kept + 2 * RECORDS, written);
             EXPECT_EQ(write(TIB / 2, 512), KString());
@@ -837,7 +837,7 @@ TEST_F(VFileSparse2Test, ACrashLosesNoMoreThanTheCurrentBlock) {
         }
 }
 
-// The full block is on disk already; where the new run will lie, the old file has a run of its own.
+// The full block is on disk already, and at the position of the new run an old file had a run too.
 TEST_F(VFileSparse2Test, ACrashWhileARunBeginsNeverShowsTheOldOne) {
     for (std::uint64_t survivors = 0; survivors <= 3; ++survivors) {
         memory = std::make_shared<MemoryFile>();
@@ -1027,8 +1027,8 @@ TEST_F(VFileSparse2Test, KeepsTheHostAliveUntilTheMapIsWritten) {
     EXPECT_EQ(image().extents.size(), 1u);
 }
 
-// A completion routine may run while the log waits for a block to be written, and close a container that stands on this
-// very file. Here the host plays that routine.
+// A completion routine may run while the log waits for a block to be written, and may close a container that stands on
+// this file. Here the host simulates that.
 struct InterruptedHost : WrappedFile {
     using WrappedFile::WrappedFile;
     std::function<void()> at_block_write;
@@ -1068,7 +1068,7 @@ TEST_F(VFileSparse2Test, OperationsInsideTheReplacementOfABlockFindAConsistentLo
         }
 }
 
-// The interruption maps the very range that the interrupted write is looking for room for.
+// The interruption maps the same range for which the interrupted write is making room.
 TEST_F(VFileSparse2Test, ARangeThatIsMappedWhileRoomIsMadeIsNotMappedTwice) {
     auto const interrupted = std::make_shared<InterruptedHost>(memory);
     ASSERT_EQ(VFileSparse2::create(interrupted, TIB), KString());

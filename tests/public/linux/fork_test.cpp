@@ -43,7 +43,7 @@ void expectUnits(std::wstring const& name, unsigned int count) {
     clip_close(clip);
 }
 
-// Runs `work` in a child that then ends by exit(), with all that this does; gives its exit code.
+// Runs `work` in a child that then calls exit(), which destroys static objects. Returns the exit code.
 template <class Work>
 int exitCodeOfChild(Work&& work) {
     pid_t const child = ::fork();
@@ -59,7 +59,7 @@ TEST(Fork, AChildThatExitsLeavesTheParentsRecordingAlone) {
     unsigned int const clip = createClip(name, {VideoStandard::s1080i_50, 0, 0, 1, 2, false});
     unsigned int const track = clip_get_track(clip, 0);
     append(track, 0, 10);
-    // The parent goes on and closes before the child ends.
+    // The parent continues recording and closes the clip before the child ends.
     int go_on[2];
     ASSERT_EQ(::pipe(go_on), 0);
     pid_t const child = ::fork();
