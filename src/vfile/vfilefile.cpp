@@ -99,8 +99,18 @@ void VFileFile::readPartial(std::uint64_t position, std::uint32_t length, void* 
                     [&](Request& request) { return handle->startRead(position, length, buffer, request); });
 }
 
+// Two that write would destroy each other's maps, so the first write decides who does.
+KString VFileFile::ownWriting() {
+    if (owned || read_only) return {};
+    auto const alone = owning.hold();
+    if (!owned && !handle->ownWriting()) return "The file is being written by somebody else";
+    owned = true;
+    return {};
+}
+
 void VFileFile::write(std::uint64_t position, std::uint32_t length, void const* buffer,
                       std::shared_ptr<CIO::CIOObject> done) {
+    if (KString const refused = ownWriting(); !refused.empty()) return done->setError(refused);
     auto self = std::static_pointer_cast<VFileFile>(shared_from_this());
     Request::submit(std::make_unique<Request>(std::move(self), std::move(done), length, nullptr, true),
                     [&](Request& request) { return handle->startWrite(position, length, buffer, request); });

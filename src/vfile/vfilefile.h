@@ -68,6 +68,10 @@ class VFileFile : public VFileObject {
     KString const file_name;
     std::unique_ptr<platform::HostFile> handle;
     std::atomic<std::uint64_t> reserved_length{0};
+    KString ownWriting();
+
+    KMutexLock const owning;
+    std::atomic<bool> owned{false};  // nobody else writes to the file
     std::atomic<bool> unflushed{false}, flush_failed{false};
     bool const read_only;
     KMutexLock const write_back_lock;

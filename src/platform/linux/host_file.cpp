@@ -9,10 +9,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <limits>
 #include <new>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -37,6 +39,8 @@ constexpr char16_t const* HELD_BY_OTHERS = u"The file is in use: it can't be cre
 
 // Positions are signed on this host.
 constexpr std::uint64_t MAX_POSITION = std::numeric_limits<std::int64_t>::max();
+
+constexpr off_t OWNER_BYTE = std::numeric_limits<off_t>::max() - 1;
 
 constexpr mode_t NEW_FILE_MODE = 0666;  // reduced by the process's umask
 
@@ -104,6 +108,17 @@ class LinuxFile : public HostFile {
         if (read_only || isTheParents()) return false;
         // A write never changes the buffer; Transfer has one pointer type for both directions.
         return start(true, position, length, static_cast<std::byte*>(const_cast<void*>(buffer)), request);
+    }
+
+    // A lock of the open file description, on a byte that no file reaches.
+    bool ownWriting() override {
+        struct flock owner {};
+        owner.l_type = F_WRLCK;
+        owner.l_whence = SEEK_SET;
+        owner.l_start = OWNER_BYTE;
+        owner.l_len = 1;
+        return isTheParents() || repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_SETLK, &owner); }) ||
+               (errno != EAGAIN && errno != EACCES);
     }
 
     bool size(std::uint64_t& bytes) const override {
@@ -188,12 +203,19 @@ constexpr std::array<AccessFlags, 3> ACCESS = {{
     {O_RDWR | O_CREAT, LOCK_EX, HELD_BY_OTHERS},
 }};
 
-// Empty if the lock was acquired or the file system has no locks; otherwise the error text.
+// Empty if the lock was acquired or the file system has no locks; otherwise the error text. Whoever looks whether a file
+// can be opened has it locked for a moment, which must not make its creation fail: a conflict has to last.
 std::u16string takeLock(int descriptor, AccessFlags const& access) {
-    if (repeated([&] { return ::flock(descriptor, access.lock | LOCK_NB); }) || errno == ENOLCK ||
-        errno == EOPNOTSUPP || errno == ENOSYS)
-        return {};
-    return errno == EWOULDBLOCK ? access.conflict : hostErrorText(errno);
+    constexpr int TRIES = 100;
+    constexpr std::chrono::milliseconds PAUSE{1};
+    for (int tries = 1;; ++tries) {
+        if (repeated([&] { return ::flock(descriptor, access.lock | LOCK_NB); }) || errno == ENOLCK ||
+            errno == EOPNOTSUPP || errno == ENOSYS)
+            return {};
+        if (errno != EWOULDBLOCK) return hostErrorText(errno);
+        if (access.lock != LOCK_EX || tries == TRIES) return access.conflict;
+        std::this_thread::sleep_for(PAUSE);
+    }
 }
 
 // Opens a second, direct descriptor for the open file `file`. Invalid if the file system does not support direct

@@ -67,6 +67,15 @@ class WindowsFile final : public HostFile {
         return WriteFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
     }
 
+    // A lock on a byte that no file reaches.
+    bool ownWriting() override {
+        OVERLAPPED place{};
+        place.Offset = 0xFFFFFFFE;
+        place.OffsetHigh = 0x7FFFFFFF;
+        return LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) ||
+               (GetLastError() != ERROR_LOCK_VIOLATION && GetLastError() != ERROR_IO_PENDING);
+    }
+
     bool size(std::uint64_t& bytes) const override {
         LARGE_INTEGER found;
         if (!GetFileSizeEx(handle, &found)) return false;

@@ -1,6 +1,7 @@
 // Host files on Linux: two descriptors for each file, advisory locks, error texts, and paths that are not regular
 // files.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -309,6 +311,32 @@ TEST_P(LinuxFileTest, ConflictOfLocksSaysWhoIsInTheWay) {
     }
     auto const opener = open(FileAccess::read_only);
     EXPECT_EQ(toText(HostFile::open(name(), FileAccess::create).error), opened);
+}
+
+TEST_P(LinuxFileTest, WhoLooksAtAFileForAMomentDoesNotStopItsCreation) {
+    std::atomic<bool> enough{false};
+    std::thread watcher([&] {
+        while (!enough)
+            (void)HostFile::open(name(), FileAccess::read_only);
+    });
+    int failed = 0;
+    for (int n = 0; n < 200; ++n)
+        if (HostFile::open(name(), FileAccess::create).file == nullptr) ++failed;
+    enough = true;
+    watcher.join();
+    EXPECT_EQ(failed, 0);
+}
+
+TEST_P(LinuxFileTest, TheFirstThatOwnsWritingKeepsTheOthersFromItUntilItIsClosed) {
+    test::makeFile(path(), BLOCK);
+    auto first = open(FileAccess::read_write);
+    auto const second = open(FileAccess::read_write);
+    EXPECT_TRUE(first->ownWriting());
+    EXPECT_TRUE(first->ownWriting()) << "it has it";
+    EXPECT_FALSE(second->ownWriting());
+    EXPECT_FALSE(inChild([&] { return HostFile::open(name(), FileAccess::read_write).file->ownWriting(); }));
+    first.reset();
+    EXPECT_TRUE(second->ownWriting());
 }
 
 TEST_P(LinuxFileTest, LocksHoldBetweenProcesses) {
