@@ -32,9 +32,9 @@ namespace KelvonClip {
 /// Threads: any; opening and closing are serialised. The tracks are not opened before they are asked for.
 KELVONCLIP_API wchar_t const* clip_open(wchar_t const* file_name, unsigned int* handle);
 
-/// As clip_open, for reading and writing. Others may open the clip for writing as well, in this process under another
-/// spelling of its path or in another process; but of all of them only the first to write a unit can write, until it has
-/// closed the clip: the others' writes fail with "The file is being written by somebody else".
+/// Like clip_open, for reading and writing. The clip may be opened for writing several times, in this process under
+/// another spelling of its path or in other processes. Only the opener that writes a unit first can write until it closes
+/// the clip; the writes of the others fail with "The file is being written by somebody else".
 KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle);
 
 /// Undoes one opening of a clip. The last call invalidates the handles of the clip and its tracks, and flushes

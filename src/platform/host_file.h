@@ -48,8 +48,8 @@ class HostFile {
     virtual bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) = 0;
     virtual bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) = 0;
 
-    // Makes this open file the only one that writes, for as long as it is open. False if another one, in this process or
-    // in any other, has done so before. True also where the file system has no locks.
+    // Makes this open file the only one that may write, as long as it is open. False if another one, in this process or
+    // another, already is. True if the file system has no locks.
     virtual bool ownWriting() = 0;
 
     // Gets the length in bytes; false if the host reports an error.

@@ -99,7 +99,7 @@ void VFileFile::readPartial(std::uint64_t position, std::uint32_t length, void* 
                     [&](Request& request) { return handle->startRead(position, length, buffer, request); });
 }
 
-// Two that write would destroy each other's maps, so the first write decides who does.
+// Two writers would destroy each other's maps, so only the opener that writes first may write.
 KString VFileFile::ownWriting() {
     if (owned || read_only) return {};
     auto const alone = owning.hold();

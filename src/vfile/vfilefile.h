@@ -71,7 +71,7 @@ class VFileFile : public VFileObject {
     KString ownWriting();
 
     KMutexLock const owning;
-    std::atomic<bool> owned{false};  // nobody else writes to the file
+    std::atomic<bool> owned{false};  // this object is the only one that may write
     std::atomic<bool> unflushed{false}, flush_failed{false};
     bool const read_only;
     KMutexLock const write_back_lock;

@@ -110,7 +110,7 @@ class LinuxFile : public HostFile {
         return start(true, position, length, static_cast<std::byte*>(const_cast<void*>(buffer)), request);
     }
 
-    // A lock of the open file description, on a byte that no file reaches.
+    // A lock of the open file description, on a byte past the end of every file.
     bool ownWriting() override {
         struct flock owner {};
         owner.l_type = F_WRLCK;
@@ -203,8 +203,8 @@ constexpr std::array<AccessFlags, 3> ACCESS = {{
     {O_RDWR | O_CREAT, LOCK_EX, HELD_BY_OTHERS},
 }};
 
-// Empty if the lock was acquired or the file system has no locks; otherwise the error text. Whoever looks whether a file
-// can be opened has it locked for a moment, which must not make its creation fail: a conflict has to last.
+// Empty if the lock was acquired or the file system has no locks; otherwise the error text. A program that only checks
+// whether it can open a file locks it for a moment. So that this does not make creation fail, creation tries again.
 std::u16string takeLock(int descriptor, AccessFlags const& access) {
     constexpr int TRIES = 100;
     constexpr std::chrono::milliseconds PAUSE{1};

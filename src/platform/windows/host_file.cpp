@@ -67,7 +67,7 @@ class WindowsFile final : public HostFile {
         return WriteFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
     }
 
-    // A lock on a byte that no file reaches.
+    // A lock on a byte past the end of every file.
     bool ownWriting() override {
         OVERLAPPED place{};
         place.Offset = 0xFFFFFFFE;
