@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include <poll.h>
@@ -20,8 +21,8 @@ constexpr std::uint32_t MAX_IN_KERNEL = 2 * SUBMISSION_ENTRIES - 1;
 // Waits with a time-out that need no submission entry, and completions that are never dropped: Linux 5.11.
 constexpr unsigned NEEDED_FEATURES = IORING_FEAT_EXT_ARG | IORING_FEAT_NODROP;
 
-// Pause before the next attempt when the kernel is short of resources.
-constexpr std::chrono::milliseconds SHORTAGE_PAUSE{1};
+// Pause before the next attempt when the kernel is short of resources, and how many attempts in a row it may refuse.
+constexpr std::uint32_t SHORTAGE_PAUSE_MS = 1, MAX_SHORTAGES = 250;
 
 // The user data of the wake's completion: no transfer.
 constexpr Transfer* WAKE = nullptr;
@@ -48,7 +49,12 @@ std::unique_ptr<Ring> Ring::open() {
         ::close(wake_fd);
         return nullptr;
     }
-    return std::unique_ptr<Ring>(new Ring(made, wake_fd));
+    std::unique_ptr<Ring> ring(new (std::nothrow) Ring(made, wake_fd));
+    if (ring == nullptr) {
+        ::io_uring_queue_exit(&made);
+        ::close(wake_fd);
+    }
+    return ring;
 }
 
 Ring::~Ring() {
@@ -114,15 +120,17 @@ void Ring::submitAndWait(TransferList& queued, Deadline const& deadline) {
             if (waited != -ETIME) result = std::min(waited, 0);
         }
     }
-    if (result >= 0 || result == -EINTR) return;
-    if (isShortage(-result)) {
-        // Completions of transfers in flight free the resources that the kernel is short of.
-        __kernel_timespec pause = asTimespec(SHORTAGE_PAUSE);
-        io_uring_cqe* unused = nullptr;
-        ::io_uring_wait_cqe_timeout(&ring, &unused, &pause);
+    if (result >= 0 || result == -EINTR) {
+        shortages = 0;
         return;
     }
-    submission_refused = true;  // for example by a seccomp filter that the program has installed since
+    if (isShortage(-result) && ++shortages < MAX_SHORTAGES) {
+        // Completions of transfers in flight free the resources that the kernel is short of.
+        waitWithPoll(Deadline(SHORTAGE_PAUSE_MS));
+        return;
+    }
+    // A lasting shortage, or for example a seccomp filter that the program has installed since.
+    submission_refused = true;
     takeBackUnsubmitted(queued);
 }
 
@@ -161,7 +169,7 @@ bool Ring::reap(TransferList& queued, TransferList& finished) {
         --in_kernel;
         (transfer->advance(result) ? finished : queued).push(*transfer);
     }
-    if (woken || submission_refused) {
+    if (woken || submission_refused || shortages > 0) {
         eventfd_t posts = 0;
         woken = ::eventfd_read(wake_descriptor, &posts) == 0 || woken;
     }

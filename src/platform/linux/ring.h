@@ -43,6 +43,7 @@ class Ring {
     int wake_descriptor;
     bool wake_armed = false;
     std::uint32_t in_kernel = 0;      // transfers submitted and not yet reaped
+    std::uint32_t shortages = 0;      // refusals in a row because the kernel is short of resources
     bool submission_refused = false;  // the host has begun to refuse the system call: nothing more can be submitted
 };
 

@@ -414,8 +414,9 @@ TEST_F(IoQueueTest, DescriptorsThatRunOutAreNoReasonToFail) {
     }));
 }
 
+// Also for lack of resources, if the lack lasts.
 TEST_F(IoQueueTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
-    for (int error : {EPERM, ENOSYS}) {
+    for (int error : {EPERM, ENOSYS, ENOMEM, EAGAIN, EBUSY}) {
         EXPECT_TRUE(inChild([&] {
             if (!readsWell()) return false;
             Buffer read(64 * BLOCK, 1);
@@ -445,23 +446,25 @@ TEST_F(IoQueueTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
 }
 
 TEST_F(RingTest, PostsAndResultsStillReachAThreadWhoseRingIsBarred) {
-    EXPECT_TRUE(inChild([&] {
-        PendingRead pending;
-        HostSemaphore timed(0, 1);
-        if (timed.waitAlertable(0) != WaitResult::timed_out) return false;  // the kernel has the read now
-        if (!forbid(__NR_io_uring_enter, EPERM)) return false;
-        for (int round = 0; round < 50; ++round) {
-            HostSemaphore semaphore(0, 1);
-            std::thread poster([&semaphore] { semaphore.post(1); });
-            if (semaphore.waitAlertable(WAIT_FOREVER) != WaitResult::taken) return false;
-            poster.join();
-        }
-        if (timed.waitAlertable(5) != WaitResult::timed_out || pending.request.completions != 0) return false;
-        if (!readsWell(7)) return false;
-        pending.letEnd();
-        waitFor(pending.request);
-        return !pending.request.failed && pending.request.transferred == 1;
-    }));
+    for (int error : {EPERM, ENOMEM}) {
+        EXPECT_TRUE(inChild([&] {
+            PendingRead pending;
+            HostSemaphore timed(0, 1);
+            if (timed.waitAlertable(0) != WaitResult::timed_out) return false;  // the kernel has the read now
+            if (!forbid(__NR_io_uring_enter, error)) return false;
+            for (int round = 0; round < 50; ++round) {
+                HostSemaphore semaphore(0, 1);
+                std::thread poster([&semaphore] { semaphore.post(1); });
+                if (semaphore.waitAlertable(WAIT_FOREVER) != WaitResult::taken) return false;
+                poster.join();
+            }
+            if (timed.waitAlertable(5) != WaitResult::timed_out || pending.request.completions != 0) return false;
+            if (!readsWell(7)) return false;
+            pending.letEnd();
+            waitFor(pending.request);
+            return !pending.request.failed && pending.request.transferred == 1;
+        })) << error;
+    }
 }
 
 TEST_F(IoQueueTest, ChildProcessBeginsAfreshAndLeavesTheParentsRequestsAlone) {
