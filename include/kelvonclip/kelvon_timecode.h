@@ -11,8 +11,7 @@
 /// frame 1 field 1, ... frame 12 field 1: frames run from 0 to 12, and the last one has no field 2. Whoever wants to show
 /// frames 0 to 24 at 25p shows frames * 2, plus 1 on field 2.
 ///
-/// Counts are unsigned 32-bit numbers; sums and products wrap silently. Only KTimecode::toString can throw:
-/// `std::bad_alloc`.
+/// Counts are unsigned 32-bit numbers; sums and products wrap silently.
 ///
 /// Threads: the functions may be called from any thread at any time; a KTimecode is used by one at a time.
 /// Source of the counting rules: docs/standards.md, "Timecode".
@@ -246,7 +245,7 @@ class KTimecode {
 
     /// The label as text, "(invalid)" when undefined: at least `count` of the components frames, seconds, minutes,
     /// hours and days (1 to 5), and more when larger ones are not 0. The separator is '.' on field 1 and ':' on field
-    /// 2, with drop-frame ',' and ';'; days end in '+': "1+05.00.00.00", "01:02:03:04".
+    /// 2, with drop-frame ',' and ';'; days end in '+': "1+05.00.00.00", "01:02:03:04". Empty when memory runs out.
     KELVONCLIP_API std::wstring toString(unsigned int count) const;
 
     /// Works out the label unless it is kept already. Called by every question that needs it.

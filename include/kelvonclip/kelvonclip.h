@@ -7,8 +7,13 @@
 ///
 /// **Messages.** A function that can fail returns null on success, else a text. The text stays valid until the library
 /// is unloaded and is never freed by the caller; equal texts are the identical pointer. Besides the texts named at each
-/// function, those of the host and of the storage formats (docs/format.md) may be returned. Nothing is thrown, except by
-/// the members of KTimecode that take or give a `std::wstring`, which may throw `std::bad_alloc`.
+/// function, those of the host and of the storage formats (docs/format.md) may be returned. Nothing is thrown.
+///
+/// **Memory.** Running out of memory is a failure like any other. The call that meets it returns "Out of memory", a text
+/// that is there without any, or its neutral value; nothing is begun by halves and nothing that was acknowledged is
+/// lost. The call may be made again as soon as there is memory. Functions that end something, clip_close and
+/// seqread_finish, end it without any; what a clip could not write back for lack of memory is kept and written before
+/// the next clip is opened or closed, or when the library is unloaded.
 ///
 /// **Text.** Wide text is UTF-16 where `wchar_t` has 16 bits (Windows) and code points where it has 32 (Linux; a value
 /// above 10FFFF hexadecimal gives "bad conversion"). Windows gets file names as they are. Linux gets their UTF-8,

@@ -58,7 +58,8 @@ KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* w
 ///         "Bad Handle" once the clip is closed), or "Out of memory".
 ///         After a unit's message all samples of the call have been taken in, and the next call, or seqwrite_finish,
 ///         tries that unit again. After "Out of memory" the writer holds what it could still write before the unit that
-///         failed and nothing of what came after; what earlier calls took in is never lost.
+///         failed and nothing of what came after; what earlier calls took in is never lost. A unit for which only the
+///         memory is lacking is no message: it waits, and later calls write it.
 /// Waits for the disk.
 KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t const* const* buffers, unsigned int n);
 
@@ -67,7 +68,7 @@ KELVONCLIP_API unsigned int seqwrite_subchannel_count(unsigned int writer);
 
 /// Ends a recording: writes what is left, the last unit filled up with silence, and removes the writer.
 /// @return null on success, else "Invalid handle" or the message of the first unit that could not be written; the writer
-///         is gone in any case
+///         is gone in any case but "Out of memory", after which it still has everything and can be finished again
 KELVONCLIP_API wchar_t const* seqwrite_finish(unsigned int writer);
 
 }  // namespace KelvonClip

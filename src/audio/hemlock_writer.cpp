@@ -5,6 +5,7 @@
 #include <new>
 
 #include "foundation/kassert.h"
+#include "foundation/string_stash.h"
 
 namespace KelvonClip {
 
@@ -27,11 +28,17 @@ HemlockWriter::HemlockWriter(AudioTrackShape const& track, std::vector<std::uint
 KString HemlockWriter::write(std::int32_t const* const* buffers, std::uint32_t n) {
     for (std::uint32_t done = 0; done < n;) {
         std::uint32_t const step = std::min(n - done, STEP_SAMPLES);
-        if (!appendSamples(buffers, done, step)) return KString("Out of memory");
+        if (!appendSamples(buffers, done, step)) return OUT_OF_MEMORY;
         done += step;
-        if (KString error = writeUnits(); !error.empty()) {
-            return appendSamples(buffers, done, n - done) ? error : KString("Out of memory");
+        KString error;
+        try {
+            error = writeUnits();
+        } catch (std::bad_alloc const&) {
+            continue;  // the samples are kept; the unit waits until there is memory to write it
         }
+        if (error.empty()) continue;
+        if (!appendSamples(buffers, done, n - done)) return OUT_OF_MEMORY;
+        return error;
     }
     return {};
 }

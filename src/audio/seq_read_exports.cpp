@@ -24,8 +24,9 @@ Readers& readers() {
 void finishAllReaders() noexcept {
     constexpr std::uint32_t TASK_TIMEOUT_MS = 5000;
     try {
-        auto open = std::make_unique<std::vector<Readers::Pointer>>(readers().removeAll());
-        for (auto const& reader : *open)
+        auto open = std::make_unique<Readers::Streams>();
+        *open = readers().removeAll();
+        for (auto const& [handle, reader] : *open)
             reader->cancelReadAhead();
         if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT_MS)) (void)open.release();
     } catch (std::exception const&) {

@@ -23,17 +23,15 @@ Writers& writers() {
 }
 
 void finishAllWriters() noexcept {
-    exportedQuery(false, [] {
-        // A failure of one writer does not affect the others.
-        for (auto const& writer : writers().removeAll()) {
+    // A failure of one writer does not affect the others.
+    for (auto const& [handle, writer] : writers().removeAll())
+        unreported([&] {
             // A forked child does not finish the parent's recordings.
             if (writer->belongsToThisProcess())
-                guarded([&] { return writer->finish(); });
+                writer->finish();
             else
                 (void)neverDestroyed<std::shared_ptr<HemlockWriter>>(writer);
-        }
-        return true;
-    });
+        });
 }
 
 // Finishes the writers when the library ends. The object is created with the first writer, after that of the clip
@@ -73,9 +71,10 @@ KString write(std::uint32_t handle, std::int32_t const* const* buffers, std::uin
     return writer->write(buffers, n);
 }
 
+// A writer that is short of memory stays, with everything that it holds, to be finished again.
 KString finish(std::uint32_t handle) {
-    auto const writer = writers().remove(handle);
-    return writer ? writer->finish() : KString("Invalid handle");
+    return writers().removeAfter(
+        handle, [](HemlockWriter& writer) { return writer.finish(); }, KString("Invalid handle"));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "foundation/kprotect.h"
 
@@ -17,6 +16,7 @@ template <class Stream>
 class StreamRegistry {
   public:
     using Pointer = std::shared_ptr<Stream>;
+    using Streams = std::map<std::uint32_t, Pointer>;
 
     void add(Pointer const& stream) { streams.hold().value.emplace(stream->handle(), stream); }
 
@@ -33,16 +33,24 @@ class StreamRegistry {
         return entry ? std::move(entry.mapped()) : nullptr;
     }
 
-    std::vector<Pointer> removeAll() {
-        auto item = streams.hold();
-        std::vector<Pointer> all;
-        for (auto& entry : std::exchange(item.value, {}))
-            all.push_back(std::move(entry.second));
-        return all;
+    // Removes the stream while `work` is done on it: for good, unless the work throws. Returns what the work returns,
+    // and `unknown` for an unknown handle.
+    template <class Work, class Result>
+    Result removeAfter(std::uint32_t handle, Work&& work, Result unknown) {
+        auto entry = streams.hold().value.extract(handle);
+        if (!entry) return unknown;
+        try {
+            return std::forward<Work>(work)(*entry.mapped());
+        } catch (...) {
+            streams.hold().value.insert(std::move(entry));  // the node is there already: needs no memory
+            throw;
+        }
     }
 
+    Streams removeAll() { return std::exchange(streams.hold().value, {}); }
+
   private:
-    KProtect<std::map<std::uint32_t, Pointer>> streams;
+    KProtect<Streams> streams;
 };
 
 }  // namespace KelvonClip

@@ -4,7 +4,9 @@
 #include <array>
 #include <exception>
 #include <mutex>
+#include <new>
 
+#include "foundation/exported.h"
 #include "foundation/ksemaphore.h"
 #include "foundation/live_count.h"
 #include "foundation/locked.h"
@@ -45,6 +47,9 @@ class UnitReadAhead::Run {
         return reinterpret_cast<std::int32_t*>(memory.get() + std::size_t{index} * unit_size);
     }
 
+    // Memory ran out while the run was read: none of its units can be used.
+    bool outOfMemory() const { return out_of_memory; }
+
     // Called by the background task.
     void readInBackground() noexcept {
         read();
@@ -68,19 +73,21 @@ class UnitReadAhead::Run {
     // A unit number above 32 bits is past the end of every track.
     void read() noexcept {
         auto const first_unit = static_cast<std::uint32_t>(std::min<std::uint64_t>(first, UINT32_MAX));
+        out_of_memory = false;
         try {
             units->read(first_unit, count, memory.get(), errors.data());
+        } catch (std::bad_alloc const&) {
+            out_of_memory = true;
         } catch (std::exception const& fault) {
-            failAll(fault.what());
+            failAll(fault);
         }
     }
 
-    void failAll(char const* text) noexcept {
+    void failAll(std::exception const& fault) noexcept {
         try {
-            std::fill_n(errors.data(), count, KString(text));
-        } catch (std::exception const&) {
-            // No memory for the text either. A text of three characters needs none.
-            std::fill_n(errors.data(), count, KString("???"));
+            std::fill_n(errors.data(), count, faultText(fault));
+        } catch (std::bad_alloc const&) {
+            out_of_memory = true;
         }
     }
 
@@ -89,13 +96,18 @@ class UnitReadAhead::Run {
     std::shared_ptr<std::byte> const memory;  // UNITS_PER_RUN units
     KSemaphore done{0};                       // posted after each read by the background task
     bool read_finished = true;                // accessed by the reader only: the run is not pending
+    bool out_of_memory = false;
 };
 
 // The runs that nobody has started to read, in unit order, and the task that reads them until none is left.
 // Threads: any.
 class UnitReadAhead::Queue : public std::enable_shared_from_this<Queue> {
   public:
-    Queue() { waiting.reserve(RUNS_AHEAD); }
+    // Allocates what adding a run needs, so that it cannot fail half-way.
+    Queue() {
+        waiting.reserve(RUNS_AHEAD);
+        static_cast<void>(tasks());
+    }
 
     void add(std::shared_ptr<Run> run) {
         {
@@ -166,6 +178,8 @@ KString UnitReadAhead::next(Unit& unit) {
     queueRuns();
     Run& run = *pending.front();
     await(run);
+    if (run.outOfMemory()) run.readHere();  // there may be memory by now
+    if (run.outOfMemory()) throw std::bad_alloc();
     std::uint32_t const index = run.handed_out;
     if (!run.errors[index].empty()) {
         KString error = std::move(run.errors[index]);
@@ -182,6 +196,7 @@ void UnitReadAhead::queueRuns() {
     if (pending.size() == RUNS_AHEAD) return;
     std::uint64_t const length = units->lengthInUnits();
     while (pending.empty() || (pending.size() < RUNS_AHEAD && next_unread < length)) {
+        finished.reserve(finished.size() + pending.size() + 1);  // so that moving runs there cannot fail
         auto run = spareRun();
         run->first = next_unread;
         run->count = next_unread < length
@@ -228,21 +243,24 @@ void UnitReadAhead::restartAt(std::uint64_t unit) {
 
 std::shared_ptr<UnitReadAhead::Run> UnitReadAhead::spareRun() {
     auto const spare = std::ranges::find_if(finished, [](auto const& run) { return run->open_blocks == 0; });
-    if (spare == finished.end()) return std::make_shared<Run>(units, unit_size, allocateRun());
-    auto run = *spare;
-    finished.erase(spare);
+    if (spare != finished.end()) {
+        auto run = *spare;
+        finished.erase(spare);
+        return run;
+    }
+    auto run = std::make_shared<Run>(units, unit_size, nextRunMemory());
+    --runs_left;
     return run;
 }
 
 // The memory for all runs that a reader normally needs is allocated at once, so that it can use huge pages.
-std::shared_ptr<std::byte> UnitReadAhead::allocateRun() {
+std::shared_ptr<std::byte> UnitReadAhead::nextRunMemory() {
     std::size_t const run_size = std::size_t{UNITS_PER_RUN} * unit_size;
     if (runs_left == 0) {
         memory = platform::allocateTransferMemory(RUNS_IN_STEP * run_size);
         runs_left = RUNS_IN_STEP;
     }
-    --runs_left;
-    return {memory, memory.get() + runs_left * run_size};
+    return {memory, memory.get() + (runs_left - 1) * run_size};
 }
 
 bool UnitReadAhead::waitForTasks(std::uint32_t timeout_ms) { return tasks().waitForNone(timeout_ms); }

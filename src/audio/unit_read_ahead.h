@@ -69,7 +69,7 @@ class UnitReadAhead {
     void cancelAndWait();
     void restartAt(std::uint64_t unit);
     std::shared_ptr<Run> spareRun();
-    std::shared_ptr<std::byte> allocateRun();
+    std::shared_ptr<std::byte> nextRunMemory();
 
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const unit_size;

@@ -1,6 +1,8 @@
 #include "clip/clip_directory.h"
 
+#include <exception>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -9,6 +11,7 @@
 #include "foundation/live_count.h"
 #include "foundation/never_destroyed.h"
 #include "platform/host.h"
+#include "vfile/unclosed_files.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
 
@@ -33,7 +36,7 @@ struct ClipDirectory {
 struct AtUnload {
     ~AtUnload() {
         // If the host refuses a lock now, the clips stay as they are. There is nobody to report it to.
-        static_cast<void>(guarded([] { return closeAllClips(), KString(); }));
+        unreported([] { closeAllClips(); });
     }
 };
 
@@ -123,16 +126,19 @@ std::shared_ptr<OpenFileEntry::Extra const> openTracksNow(OpenFileEntry const& e
     return entry.extra;
 }
 
-// A track that cannot be opened, for any reason, is left out without a report.
+// A track that cannot be opened is left out without a report. Only a lack of memory, which passes, is passed on: none of
+// the tracks are open then, and the next query tries again.
 std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& meta) {
     std::vector<std::unique_ptr<Track>> tracks;
     for (XmlElement const* track_meta : meta.track_meta) {
-        Track::Opened opened;
-        KString const error = guarded([&] {
-            opened = Track::open(clip, *track_meta);
-            return opened.error;
-        });
-        if (error.empty()) tracks.push_back(std::move(opened.track));
+        try {
+            auto opened = Track::open(clip, *track_meta);
+            if (opened.error.empty()) tracks.push_back(std::move(opened.track));
+        } catch (std::bad_alloc const&) {
+            throw;
+        } catch (std::exception const&) {
+            continue;
+        }
     }
     return tracks;
 }
@@ -215,6 +221,7 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
 }
 
 KString closeClip(std::uint32_t handle) {
+    UnclosedFile::closeAll();
     // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
@@ -272,7 +279,7 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     KString error = found.track->writeUnit(unit, buffer, size);
     // The next checkpoint tries again what this one could not write. clip_checkpoint reports errors.
     if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
-        (void)guarded([&] { return writeBack(*found.entry, *durability); });
+        unreported([&] { writeBack(*found.entry, *durability); });
     return error;
 }
 
@@ -294,8 +301,9 @@ void closeAllClips(std::uint32_t patience_ms) {
     leaveToTheParent(closed);
     // Queries may take any time, so the clips are written back before waiting for them.
     for (auto const& [number, entry] : closed.by_clip_handle)
-        (void)guarded([&] { return writeBack(*entry, Durability::power_loss); });
+        unreported([&] { writeBack(*entry, Durability::power_loss); });
     closed = {};  // destroys entries without running queries
+    UnclosedFile::closeAll();
 
     // The last query destroys the others. In a forked child the parent's entries are never destroyed.
     if (platform::forkCount() == 0) entries().waitForNone(patience_ms);

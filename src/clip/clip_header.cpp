@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <optional>
 #include <string>
+
+#include "standard/standard_text.h"
 
 namespace KelvonClip {
 
@@ -52,11 +55,6 @@ std::optional<std::uint32_t> number32(XmlElement const& element) {
     return static_cast<std::uint32_t>(*number);
 }
 
-VideoStandard standardNamed(KString const& name) {
-    if (name.find(U'\0') >= 0) return VideoStandard::none;  // the text before the null might name a standard
-    return toVideoStandard(name.toWide().c_str());
-}
-
 void readTimecode(MetaObject& meta) {
     XmlElement const& source = meta.root.child("TimecodeSource");
     meta.timecode_valid = source.invalid;  // without a source the clip is zero-based
@@ -86,7 +84,7 @@ void readClip(MetaObject& meta, XmlElement const& tracks) {
     KString const track_name("TrackMeta");
     for (XmlElement const& track : tracks.children)
         if (track.name == track_name) meta.track_meta.push_back(&track);
-    VideoStandard const standard = standardNamed(meta.root.child("VideoStandard").text);
+    VideoStandard const standard = standardWithText(meta.root.child("VideoStandard").text);
     if (!isValid(standard)) return;
     meta.resolution = toVideoResolution(standard);
     meta.frequency = toVideoFrequency(standard);
@@ -109,6 +107,7 @@ HeaderRead parseClipHeader(std::string_view area) {
     XmlExtractor extractor(CLIP_HEADER_SIZE);
     extractor.addTag(ROOT);
     extractor.append(area.data(), area.size());
+    if (extractor.failed()) throw std::bad_alloc();  // so far nothing else can fail
     XmlParsed parsed = extractor.extract();
     if (parsed.failed) return {PARSING_ERROR, nullptr};
 
@@ -136,7 +135,7 @@ HeaderRead readClipHeader(VFileObject& file) {
 
 XmlElement buildHeaderTree(HeaderContent const& content) {
     XmlElement root(ROOT);
-    root.add(XmlElement("VideoStandard", toString(content.standard)));
+    root.add(XmlElement("VideoStandard", textOf(content.standard)));
     root.add(XmlElement("UUID", content.uuid));
     root.add(XmlElement("ClipLastContentEdited", KString::fromUnsigned(content.content_edit_time)));
     root.add(XmlElement("ClipLastMetaEdited", KString::fromUnsigned(content.meta_edit_time)));

@@ -52,4 +52,14 @@ Result exportedQuery(Result neutral, Work&& work) noexcept {
     }
 }
 
+// Runs work whose failure there is nobody to report to.
+template <class Work>
+void unreported(Work&& work) noexcept {
+    try {
+        std::forward<Work>(work)();
+    } catch (std::exception const&) {
+        // Dropped.
+    }
+}
+
 }  // namespace KelvonClip

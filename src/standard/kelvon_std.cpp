@@ -11,6 +11,7 @@
 #include "foundation/kassert.h"
 #include "foundation/kstring.h"
 #include "foundation/string_stash.h"
+#include "standard/standard_text.h"
 
 namespace KelvonClip {
 
@@ -152,12 +153,6 @@ StandardRow rowOf(VideoStandard standard) {
 KString textOf(DropframeFlag flag) { return KString(rowOf(FLAG_TEXTS, flag)); }
 KString textOf(VideoFrequency frequency) { return KString(rate(frequency).text); }
 KString textOf(VideoResolution resolution) { return KString(raster(resolution).text); }
-KString textOf(VideoStandard standard) {
-    KString const resolution = textOf(toVideoResolution(standard));
-    KString const frequency = textOf(toVideoFrequency(standard));
-    if (resolution.empty() || frequency.empty()) return {};
-    return resolution + KString(" ") + frequency;
-}
 
 template <class Enumeration>
 wchar_t const* stashedText(Enumeration value) {
@@ -165,17 +160,28 @@ wchar_t const* stashedText(Enumeration value) {
 }
 
 template <class Enumeration>
-Enumeration valueWithText(wchar_t const* text) {
-    return exportedQuery(Enumeration::none, [&] {
-        KString const wanted(text);
-        Enumeration value{};
-        for (bool more = first(value); more; more = next(value))
-            if (textOf(value) == wanted) return value;
-        return Enumeration::none;
-    });
+Enumeration valueWithText(KString const& text) {
+    Enumeration value{};
+    for (bool more = first(value); more; more = next(value))
+        if (textOf(value) == text) return value;
+    return Enumeration::none;
+}
+
+template <class Enumeration>
+Enumeration parsedText(wchar_t const* text) {
+    return exportedQuery(Enumeration::none, [&] { return valueWithText<Enumeration>(text); });
 }
 
 }  // namespace
+
+KString textOf(VideoStandard standard) {
+    KString const resolution = textOf(toVideoResolution(standard));
+    KString const frequency = textOf(toVideoFrequency(standard));
+    if (resolution.empty() || frequency.empty()) return {};
+    return resolution + KString(" ") + frequency;
+}
+
+VideoStandard standardWithText(KString const& text) { return valueWithText<VideoStandard>(text); }
 
 bool getfirst(DropframeFlag& value) { return first(value); }
 bool getfirst(VideoFrequency& value) { return first(value); }
@@ -261,9 +267,9 @@ wchar_t const* toString(VideoFrequency frequency) { return stashedText(frequency
 wchar_t const* toString(VideoResolution resolution) { return stashedText(resolution); }
 wchar_t const* toString(VideoStandard standard) { return stashedText(standard); }
 
-VideoFrequency toVideoFrequency(wchar_t const* text) { return valueWithText<VideoFrequency>(text); }
-VideoResolution toVideoResolution(wchar_t const* text) { return valueWithText<VideoResolution>(text); }
-VideoStandard toVideoStandard(wchar_t const* text) { return valueWithText<VideoStandard>(text); }
+VideoFrequency toVideoFrequency(wchar_t const* text) { return parsedText<VideoFrequency>(text); }
+VideoResolution toVideoResolution(wchar_t const* text) { return parsedText<VideoResolution>(text); }
+VideoStandard toVideoStandard(wchar_t const* text) { return parsedText<VideoStandard>(text); }
 
 // KEEP: compares addresses, not texts, unlike the parsers above: only texts returned by toString are recognised.
 DropframeFlag toDropframeFlag(wchar_t const* text) {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "foundation/exported.h"
 #include "foundation/kassert.h"
 
 namespace KelvonClip {
@@ -477,27 +478,29 @@ void KTimecode::force_field(bool wanted) {
 // ------------------------------------------------------------------------------------------------------------- text
 
 std::wstring KTimecode::toString(unsigned int shown) const {
-    if (!defined) return L"(invalid)";
-    cache_validate();
-    bool const drop = dropframeByVideoFrequency(frequency, flag) == DropframeFlag::df;
-    char const separator = drop ? (f2 ? ';' : ',') : (f2 ? ':' : '.');
+    return exportedQuery(std::wstring(), [&]() -> std::wstring {
+        if (!defined) return L"(invalid)";
+        cache_validate();
+        bool const drop = dropframeByVideoFrequency(frequency, flag) == DropframeFlag::df;
+        char const separator = drop ? (f2 ? ';' : ',') : (f2 ? ':' : '.');
 
-    // Components from the smallest up. All components up to the largest non-zero one are shown.
-    std::array<std::uint32_t, 5> const components = {frames, seconds, minutes, hours, days};
-    constexpr unsigned int DAYS = 4;
-    unsigned int needed = 5;
-    while (needed > 1 && components[needed - 1] == 0)
-        --needed;
-    shown = std::clamp(shown, needed, 5u);
+        // Components from the smallest up. All components up to the largest non-zero one are shown.
+        std::array<std::uint32_t, 5> const components = {frames, seconds, minutes, hours, days};
+        constexpr unsigned int DAYS = 4;
+        unsigned int needed = 5;
+        while (needed > 1 && components[needed - 1] == 0)
+            --needed;
+        unsigned int const count_shown = std::clamp(shown, needed, 5u);
 
-    std::string text;
-    for (unsigned int i = shown; i-- > 0;) {
-        std::array<char, 12> number{};
-        std::snprintf(number.data(), number.size(), i == DAYS ? "%u" : "%02u", components[i]);
-        text += number.data();
-        if (i > 0) text += i == DAYS ? '+' : separator;
-    }
-    return std::wstring(text.begin(), text.end());
+        std::string text;
+        for (unsigned int i = count_shown; i-- > 0;) {
+            std::array<char, 12> number{};
+            std::snprintf(number.data(), number.size(), i == DAYS ? "%u" : "%02u", components[i]);
+            text += number.data();
+            if (i > 0) text += i == DAYS ? '+' : separator;
+        }
+        return std::wstring(text.begin(), text.end());
+    });
 }
 
 }  // namespace KelvonClip

@@ -19,12 +19,14 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "foundation/ksemaphore.h"
 #include "foundation/locked.h"
 #include "foundation/never_destroyed.h"
+#include "vfile/unclosed_files.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {
@@ -80,19 +82,39 @@ class SharedFiles {
     struct Entry {
         std::weak_ptr<Kind> object;  // expired or empty: the file is being opened, created or closed
         std::vector<std::shared_ptr<KSemaphore>> waiting;
+        bool unclosed = false;  // there was no memory to close the file
     };
 
     // The ownership of one key.
-    class Place {
+    class Place : public UnclosedFile {
       public:
         Place(SharedFiles& files_of_place, Key place_key, std::shared_ptr<VFileObject> host_file)
             : files(files_of_place), key(std::move(place_key)), host(std::move(host_file)) {}
         Place(Place const&) = delete;
         Place& operator=(Place const&) = delete;
-        ~Place() {
+        ~Place() override {
             if (owned) files.leave(key);
         }
         void publish(std::shared_ptr<Kind> const& object) { files.publish(key, object); }
+
+        // Closes the file, which nobody uses any more, and then releases the key.
+        static void close(std::shared_ptr<Place> place, std::unique_ptr<Kind> file) noexcept {
+            try {
+                (void)file->close();  // there is nobody to report an error to
+            } catch (std::bad_alloc const&) {
+                place->unclosed = std::move(file);
+                place->files.setUnclosed(place->key, true);
+                UnclosedFile::keep(std::move(place));
+                return;
+            } catch (std::exception const&) {
+                // The same as an error of the host.
+            }
+            file.reset();
+        }
+        void closeAgain(std::shared_ptr<UnclosedFile> self) noexcept override {
+            files.setUnclosed(key, false);
+            close(std::static_pointer_cast<Place>(std::move(self)), std::move(unclosed));
+        }
 
         bool owned = false;
 
@@ -100,6 +122,7 @@ class SharedFiles {
         SharedFiles& files;
         Key const key;
         std::shared_ptr<VFileObject> const host;
+        std::unique_ptr<Kind> unclosed;
     };
 
     struct Claim {  // exactly one of the two
@@ -111,27 +134,17 @@ class SharedFiles {
     Opened<Kind> make(std::shared_ptr<Place> const& place, Make&& make_file) {
         MadeFile<Kind> made = std::forward<Make>(make_file)();
         if (!made.file) return {std::move(made.error), nullptr};
-        // Releasing the last reference closes the file and then releases the key.
-        std::shared_ptr<Kind> shared(made.file.release(), [kept = place](Kind* file) mutable {
-            closeAndDestroy(file);
-            kept.reset();
+        std::shared_ptr<Kind> shared(made.file.release(), [kept = place](Kind* last) mutable {
+            Place::close(std::move(kept), std::unique_ptr<Kind>(last));
         });
         place->publish(shared);
         return {{}, std::move(shared)};
     }
 
-    static void closeAndDestroy(Kind* file) noexcept {
-        try {
-            (void)file->close();  // there is nobody to report an error to
-        } catch (std::exception const&) {
-            // Out of memory: the same as an error of the host.
-        }
-        delete file;
-    }
-
     Claim claim(Key const& key, std::shared_ptr<VFileObject> const& host) {
         auto place = std::make_shared<Place>(*this, key, host);
         for (;;) {
+            UnclosedFile::closeAll();
             auto changed = std::make_shared<KSemaphore>(0);
             {
                 auto const hold = locked(mutex);
@@ -141,6 +154,7 @@ class SharedFiles {
                     return {nullptr, std::move(place)};
                 }
                 if (auto live = entry->second.object.lock()) return {std::move(live), nullptr};
+                if (entry->second.unclosed) throw std::bad_alloc();  // and there is none yet
                 entry->second.waiting.push_back(changed);
             }
             changed->wait();
@@ -151,6 +165,13 @@ class SharedFiles {
         auto const hold = locked(mutex);
         Entry& entry = entries.find(key)->second;
         entry.object = object;
+        wake(entry);
+    }
+
+    void setUnclosed(Key const& key, bool unclosed) {
+        auto const hold = locked(mutex);
+        Entry& entry = entries.find(key)->second;
+        entry.unclosed = unclosed;
         wake(entry);
     }
 

@@ -320,7 +320,13 @@ KString DataStruct::saveOldest(VFileObject& host) {
 KString DataStruct::saveSuperblock(VFileObject& host) {
     AlignedBuffer const snapshot(superblock->bytes);  // the run table may change during the write
     superblock->dirty = false;
-    KString error = host.writeSync(0, BLOCK_SIZE, snapshot.data());
+    KString error;
+    try {
+        error = host.writeSync(0, BLOCK_SIZE, snapshot.data());
+    } catch (...) {
+        superblock->dirty = true;
+        throw;
+    }
     if (!error.empty())
         superblock->dirty = true;
     else
@@ -371,7 +377,9 @@ void DataStruct::shortenToHost(VFileObject& host) {
     std::uint64_t const shortfall = next_free - host_length;
     std::uint64_t const sectors = shortfall / SECTOR_SIZE + (shortfall % SECTOR_SIZE != 0 ? 1 : 0);
     ExtentRecord const last = record(record_count - 1);
-    if (last.length > sectors) setRecord(record_count - 1, {last.start, last.length - sectors});
+    if (last.length <= sectors) return;
+    setRecord(record_count - 1, {last.start, last.length - sectors});
+    next_free -= sectors * SECTOR_SIZE;  // closing may be tried again
 }
 
 // The position of the block after the current one, if it is in the same run.

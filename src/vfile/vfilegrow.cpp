@@ -62,6 +62,7 @@ KString VFileGrow::writeBack(WriteBackStep step, Durability durability) {
 KString VFileGrow::writeHeader() {
     if (lengthIn(header_block) == length_to_promise && !header_unsure) return {};
     storeBE64(header_block.data() + header::LENGTH_AT, length_to_promise);
+    header_unsure = true;
     KString error = host->writeSync(0, HEADER_SIZE, header_block.data());
     header_unsure = !error.empty();
     return error;

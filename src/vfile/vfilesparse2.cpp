@@ -57,19 +57,25 @@ KString VFileSparse2::writeBack(WriteBackStep step, Durability durability) {
 
 KString VFileSparse2::writeMap() {
     DataStruct::Snapshot const snapshot = std::exchange(to_save, {});
-    std::unique_lock<std::recursive_mutex> alone;
+    // Ends also when memory runs out.
+    struct Writing {
+        KProtect<DataStruct>& data;
+        std::unique_lock<std::recursive_mutex> alone;
+        ~Writing() {
+            if (!alone.owns_lock()) return;
+            alone.unlock();
+            data.hold().value.snapshot_writer = {};
+        }
+    } writing{data, {}};
     {
         auto locked = data.hold();
         auto prepared = locked.value.prepareToSave(*host, snapshot);
         if (!prepared.write_block) return std::move(prepared.error);
-        alone = locked.value.map_io.hold();
+        writing.alone = locked.value.map_io.hold();
         locked.value.snapshot_writer = std::this_thread::get_id();
     }
-    KString error = guarded([&] { return DataStruct::save(*host, snapshot); });
-    alone.unlock();
-    auto locked = data.hold();
-    locked.value.snapshot_writer = {};
-    if (error.empty()) locked.value.saved(snapshot);
+    KString error = DataStruct::save(*host, snapshot);
+    if (error.empty()) data.hold().value.saved(snapshot);
     return error;
 }
 

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
@@ -99,6 +101,58 @@ TEST(SharedFiles, WhoComesDuringAnOpeningThatFailsMakesTheFileItself) {
     });
     EXPECT_EQ(first.file, nullptr);
     EXPECT_NE(second.get().file, nullptr);
+}
+
+// Has no memory to close itself with, the first `failures` times.
+struct HardToClose {
+    HardToClose(int& times_left, bool& is_gone) : failures(times_left), gone(is_gone) {}
+    ~HardToClose() { gone = true; }
+    KString close() {
+        if (failures-- > 0) throw std::bad_alloc();
+        return {};
+    }
+    int& failures;
+    bool& gone;
+};
+
+TEST(SharedFiles, AFileStaysUntilThereIsMemoryToCloseIt) {
+    SharedFiles<int, HardToClose> files;
+    int failures = 2, made = 0;
+    bool gone = false;
+    auto const make = [&]() -> MadeFile<HardToClose> {
+        ++made;
+        return {{}, std::make_unique<HardToClose>(failures, gone)};
+    };
+    files.open(1, nullptr, make).file.reset();
+    EXPECT_FALSE(gone);
+    EXPECT_TRUE(files.isTaken(1));
+    EXPECT_THROW(files.open(1, nullptr, make), std::bad_alloc);
+    EXPECT_FALSE(gone);
+
+    auto const again = files.open(1, nullptr, make);
+    EXPECT_TRUE(gone) << "closed before the next one was opened";
+    EXPECT_NE(again.file, nullptr);
+    EXPECT_EQ(made, 2);
+}
+
+TEST(SharedFiles, AFileThatStaysKeepsNobodyFromOthers) {
+    SharedFiles<int, HardToClose> files;
+    int failures = 2, none = 0;
+    bool gone = false, other_gone = false;
+    files
+        .open(1, nullptr,
+              [&]() -> MadeFile<HardToClose> {
+                  return {{}, std::make_unique<HardToClose>(failures, gone)};
+              })
+        .file.reset();
+    auto const other = files.open(2, nullptr, [&]() -> MadeFile<HardToClose> {
+        return {{}, std::make_unique<HardToClose>(none, other_gone)};
+    });
+    EXPECT_NE(other.file, nullptr);
+    EXPECT_FALSE(gone);
+    UnclosedFile::closeAll();
+    EXPECT_TRUE(gone);
+    EXPECT_FALSE(files.isTaken(1));
 }
 
 TEST(SharedFiles, TheHostLivesUntilTheKeyIsFree) {

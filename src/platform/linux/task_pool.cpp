@@ -5,10 +5,10 @@
 #include "platform/task_pool.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -70,7 +70,7 @@ class Pool {
         try {
             while (threads.size() < threads.capacity())
                 threads.emplace_back([this] { tasks.run(); });
-        } catch (std::system_error const&) {
+        } catch (std::exception const&) {  // no more threads, or no memory for one
             if (threads.empty()) throw;
         }
     }

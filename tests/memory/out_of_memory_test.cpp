@@ -1,0 +1,496 @@
+// That running out of memory is a message like any other: whichever allocation of a call fails, the call gives "Out of
+// memory" or its neutral value, nothing that was acknowledged is lost, and the library goes on when memory is back.
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <new>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <kelvonclip/kelvon_clip.h>
+#include <kelvonclip/kelvon_timecode.h>
+#include <kelvonclip/seq_read.h>
+#include <kelvonclip/seq_write.h>
+#include <kelvonclip/track.h>
+
+#include "foundation/ksemaphore.h"
+#include "foundation/string_stash.h"
+#include "io_engines.h"
+#include "memory/allocation_walk.h"
+#include "platform/task_pool.h"
+#include "platform/transfer_memory.h"
+#include "replaced_allocation.h"
+#include "support/child.h"
+#include "support/scratch_path.h"
+
+namespace KelvonClip {
+namespace {
+
+using test::AllocationWalk;
+using test::Failures;
+using test::Memory;
+
+constexpr VideoStandard STANDARD = VideoStandard::s1080i_50;
+constexpr unsigned SUBCHANNELS = 16;    // so that a unit has 64 KiB, for which memory is mapped
+constexpr unsigned UNIT_SAMPLES = 960;  // of each subchannel
+constexpr unsigned RECORDED = 12;       // units of each track at the start: more than one run of the reader
+
+enum TrackIndex { AUDIO, TIMECODE, TRACKS };
+
+std::wstring said(wchar_t const* message) { return message == nullptr ? L"" : message; }
+
+#define EXPECT_OK(call) EXPECT_EQ(said(call), L"")
+#define ASSERT_OK(call) ASSERT_EQ(said(call), L"")
+// A message that a call may give when memory runs out: none, or the one that needs no memory.
+#define EXPECT_FINE(message)                                                                                           \
+    EXPECT_TRUE((message) == nullptr || (message) == OUT_OF_MEMORY) << testing::PrintToString(said(message))
+
+// Where flushing costs nothing, if there is such a place.
+std::filesystem::path inMemory() {
+    std::filesystem::path const place = "/dev/shm";
+    return std::filesystem::is_directory(place) ? place : std::filesystem::temp_directory_path();
+}
+
+// A unit that holds one byte everywhere, at an address that direct transfers accept, or `aside` bytes beside it.
+class Unit {
+  public:
+    Unit(unsigned size, std::uint8_t byte, unsigned aside = 0)
+        : length(size), memory(static_cast<std::uint8_t*>(::operator new(size + aside, ALIGNMENT))),
+          begin(memory + aside) {
+        std::memset(begin, byte, length);
+    }
+    ~Unit() { ::operator delete(memory, ALIGNMENT); }
+    Unit(Unit const&) = delete;
+    Unit& operator=(Unit const&) = delete;
+
+    void* data() { return begin; }
+    bool holds(std::uint8_t byte) const { return begin[0] == byte && std::memcmp(begin, begin + 1, length - 1) == 0; }
+
+  private:
+    static constexpr std::align_val_t ALIGNMENT{4096};
+    unsigned length;
+    std::uint8_t* memory;
+    std::uint8_t* begin;
+};
+
+class OutOfMemory : public test::BothFailures {
+  protected:
+    void SetUp() override {
+        unsigned const clip = create(name);
+        for (unsigned unit = 0; unit < RECORDED; ++unit)
+            for (auto track : {AUDIO, TIMECODE})
+                write(clip, track, unit, static_cast<std::uint8_t>(1 + unit + 100 * track));
+        clip_close(clip);
+    }
+
+    // One call after the other creates a clip; the calls that have been made are counted in `done`.
+    static wchar_t const* create(std::wstring const& file, unsigned& creation, unsigned& clip, unsigned& done) {
+        std::function<wchar_t const*()> const calls[] = {
+            [&] { return create_begin(file.c_str(), STANDARD, &creation); },
+            [&] { return cfg_track_count_audio(creation, 1); },
+            [&] { return cfg_audio_hemlock(creation, SUBCHANNELS); },
+            [&] { return cfg_track_timecode(creation); },
+            [&] { return create_finish(creation, &clip); },
+        };
+        for (; done < std::size(calls); ++done)
+            if (wchar_t const* const message = calls[done]()) return message;
+        return nullptr;
+    }
+    static unsigned create(std::wstring const& file) {
+        unsigned creation = 0, clip = 0, done = 0;
+        EXPECT_OK(create(file, creation, clip, done));
+        return clip;
+    }
+
+    // Writes a unit and remembers what the library has acknowledged.
+    void write(unsigned clip, TrackIndex track, unsigned unit, std::uint8_t byte) {
+        unsigned const handle = clip_get_track(clip, track);
+        Unit content(track_unit_size(handle), byte);
+        ASSERT_OK(track_write(handle, unit, content.data(), track_unit_size(handle)));
+        acknowledged[track].at(unit) = byte;
+    }
+
+    void expectAcknowledged(unsigned clip) const {
+        ASSERT_EQ(clip_track_count(clip), TRACKS);
+        for (auto track : {AUDIO, TIMECODE}) {
+            unsigned const handle = clip_get_track(clip, track);
+            Unit content(track_unit_size(handle), 0);
+            for (unsigned unit = 0; unit < acknowledged[track].size(); ++unit) {
+                if (!acknowledged[track][unit]) continue;
+                ASSERT_LT(unit, track_length_in_units(handle));
+                ASSERT_OK(track_read(handle, unit, content.data()));
+                ASSERT_TRUE(content.holds(*acknowledged[track][unit])) << "track " << track << ", unit " << unit;
+            }
+        }
+    }
+
+    // Opens the clip anew and looks for everything.
+    void expectAllInTheFile() const {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open(name.c_str(), &clip));
+        expectAcknowledged(clip);
+        clip_close(clip);
+    }
+
+    ScratchPath folder;
+    std::wstring const name = folder.name("recorded.clip");
+    std::array<std::array<std::optional<std::uint8_t>, 1000>, TRACKS> acknowledged;  // the byte of each unit
+};
+
+TEST(FailingMemory, IncludesWhatIsMapped) {
+    Memory::failFrom(1, Failures::one);
+    EXPECT_THROW(platform::allocateTransferMemory(SUBCHANNELS * 4096), std::bad_alloc);
+    EXPECT_TRUE(Memory::recover());
+}
+
+TEST_P(OutOfMemory, WhileOpening) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = clip_open(name.c_str(), &clip); });
+        EXPECT_FINE(message);
+        EXPECT_EQ(clip != 0, message == nullptr);
+        clip_close(clip);
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileAskingForTracks) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open(name.c_str(), &clip));
+        unsigned count = 0, length = 0, tracks[TRACKS] = {};
+        run(failing, [&] {
+            count = clip_track_count(clip);
+            length = clip_get_length(clip);
+            for (auto track : {AUDIO, TIMECODE})
+                tracks[track] = clip_get_track(clip, track);
+        });
+        EXPECT_TRUE(count == 0 || count == TRACKS) << count;
+        EXPECT_TRUE(length == 0 || length == RECORDED) << length;
+        for (auto track : {AUDIO, TIMECODE})
+            EXPECT_TRUE(tracks[track] == 0 || tracks[track] == clip_get_track(clip, track));
+        expectAcknowledged(clip);
+        clip_close(clip);
+    });
+}
+
+TEST_P(OutOfMemory, WhileReading) {
+    unsigned clip = 0;
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    unsigned const audio = clip_get_track(clip, AUDIO), timecode = clip_get_track(clip, TIMECODE);
+    walk([&](AllocationWalk& failing) {
+        Unit direct(track_unit_size(audio), 0), copied(track_unit_size(audio), 0, 1);
+        wchar_t const* messages[3] = {};
+        // A new thread, which has to make what its transfers need.
+        std::thread([&] {
+            run(failing, [&] {
+                messages[0] = track_read(audio, 0, direct.data());
+                messages[1] = track_read(audio, 1, copied.data());
+                messages[2] = track_get_timecode(timecode, 0, nullptr, nullptr);
+                track_valid_timecode(timecode, 0);
+            });
+            expectAcknowledged(clip);
+        }).join();
+        for (auto const* message : messages)
+            EXPECT_FINE(message);
+        EXPECT_TRUE(messages[0] != nullptr || direct.holds(1));
+        EXPECT_TRUE(messages[1] != nullptr || copied.holds(2));
+    });
+    clip_close(clip);
+}
+
+TEST_P(OutOfMemory, WhileWriting) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+        unsigned const audio = clip_get_track(clip, AUDIO), size = track_unit_size(audio);
+        unsigned const appended = track_length_in_units(audio);
+        auto const byte = static_cast<std::uint8_t>(failing.allocation());
+        Unit direct(size, byte), copied(size, byte, 1);
+        wchar_t const* messages[2] = {};
+        run(failing, [&] {
+            messages[0] = track_write(audio, appended, direct.data(), size);
+            messages[1] = track_write(audio, 0, copied.data(), size);
+        });
+        for (auto const* message : messages)
+            EXPECT_FINE(message);
+        if (messages[0] == nullptr) acknowledged[AUDIO].at(appended) = byte;
+        // What a write has left behind that failed is anybody's guess.
+        acknowledged[AUDIO][0] = messages[1] == nullptr ? std::optional(byte) : std::nullopt;
+        expectAcknowledged(clip);
+        clip_close(clip);
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileMakingACheckpoint) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+        auto const byte = static_cast<std::uint8_t>(failing.allocation());
+        unsigned const unit = RECORDED + static_cast<unsigned>(failing.allocation());
+        write(clip, AUDIO, unit, byte);
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = clip_checkpoint(clip); });
+        EXPECT_FINE(message);
+        write(clip, TIMECODE, unit, byte);
+        EXPECT_OK(clip_checkpoint(clip));
+        expectAcknowledged(clip);
+        clip_close(clip);
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileClosing) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+        for (auto track : {AUDIO, TIMECODE})
+            write(clip, track, RECORDED + static_cast<unsigned>(failing.allocation()),
+                  static_cast<std::uint8_t>(failing.allocation()));
+        run(failing, [&] { clip_close(clip); });
+        EXPECT_EQ(clip_track_count(clip), 0u);
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileCreating) {
+    ScratchPath const quick_folder(inMemory());
+    std::wstring const created = quick_folder.name("created.clip");
+    walk([&](AllocationWalk& failing) {
+        unsigned creation = 0, clip = 0, done = 0;
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = create(created, creation, clip, done); });
+        EXPECT_FINE(message);
+        EXPECT_EQ(clip != 0, message == nullptr);
+        // What failed is done again, and only that.
+        ASSERT_OK(create(created, creation, clip, done));
+
+        ASSERT_EQ(clip_track_count(clip), TRACKS);
+        EXPECT_EQ(clip_get_video_standard(clip), STANDARD);
+        unsigned const timecode = clip_get_track(clip, TIMECODE), size = track_unit_size(timecode);
+        Unit unit(size, 7);
+        EXPECT_OK(track_write(timecode, 0, unit.data(), size));
+        clip_close(clip);
+        ASSERT_OK(clip_open(created.c_str(), &clip));
+        ASSERT_EQ(clip_track_count(clip), TRACKS);
+        Unit read(size, 0);
+        EXPECT_OK(track_read(clip_get_track(clip, TIMECODE), 0, read.data()));
+        EXPECT_TRUE(read.holds(7));
+        clip_close(clip);
+        std::filesystem::remove(created);
+    });
+}
+
+// Sound that counts up, in portions of one unit.
+class OutOfMemoryWithSound : public OutOfMemory {
+  protected:
+    void SetUp() override {
+        // The threads of the task pool keep their rings for as long as they live.
+        test::ioEngines().back().use();
+        for (auto& samples : sound)
+            pointers.push_back(samples.data());
+        unsigned const clip = create(name);
+        unsigned writer = 0;
+        ASSERT_OK(seqwrite_begin(clip_get_track(clip, AUDIO), &writer));
+        for (unsigned unit = 0; unit < RECORDED; ++unit) {
+            fillPortion(unit);
+            ASSERT_OK(seqwrite_write(writer, pointers.data(), UNIT_SAMPLES));
+        }
+        ASSERT_OK(seqwrite_finish(writer));
+        clip_close(clip);
+    }
+
+    // Lists that threads share keep the greatest size that they have had.
+    static constexpr std::int64_t KEPT_BY_LISTS = 2;
+
+    static std::int32_t sampleAt(unsigned subchannel, unsigned unit, unsigned index) {
+        return static_cast<std::int32_t>((unit * UNIT_SAMPLES + index + 1) * 1000 + subchannel);
+    }
+    void fillPortion(unsigned unit) {
+        for (unsigned subchannel = 0; subchannel < SUBCHANNELS; ++subchannel)
+            for (unsigned index = 0; index < UNIT_SAMPLES; ++index)
+                sound[subchannel][index] = sampleAt(subchannel, unit, index);
+    }
+    // Recordings are faded at their beginning.
+    void expectPortion(unsigned unit) {
+        constexpr unsigned FADED = 100;
+        for (unsigned subchannel = 0; subchannel < SUBCHANNELS; ++subchannel)
+            for (unsigned index = unit == 0 ? FADED : 0; index < UNIT_SAMPLES; ++index)
+                ASSERT_EQ(sound[subchannel][index], sampleAt(subchannel, unit, index)) << unit << ", " << index;
+    }
+
+    std::vector<std::vector<std::int32_t>> sound{SUBCHANNELS, std::vector<std::int32_t>(UNIT_SAMPLES)};
+    std::vector<std::int32_t*> pointers;
+};
+
+TEST_P(OutOfMemoryWithSound, WhileReading) {
+    unsigned clip = 0;
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    unsigned const audio = clip_get_track(clip, AUDIO);
+    walk(
+        [&](AllocationWalk& failing) {
+            unsigned reader = 0, units_read = 0;
+            wchar_t const* message = nullptr;
+            run(failing, [&] {
+                message = seqread_begin(audio, &reader);
+                while (message == nullptr && units_read < RECORDED) {
+                    message = seqread_read(reader, pointers.data(), UNIT_SAMPLES);
+                    if (message == nullptr) ++units_read;
+                }
+            });
+            EXPECT_FINE(message);
+            if (reader == 0) {
+                ASSERT_OK(seqread_begin(audio, &reader));
+            }
+            for (; units_read < RECORDED; ++units_read) {
+                ASSERT_OK(seqread_read(reader, pointers.data(), UNIT_SAMPLES));
+                expectPortion(units_read);
+            }
+            EXPECT_EQ(seqread_samples_remaining(reader), 0u);
+            seqread_finish(reader);
+        },
+        KEPT_BY_LISTS);
+    clip_close(clip);
+}
+
+TEST_P(OutOfMemoryWithSound, WhileFinishingAReader) {
+    unsigned clip = 0;
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    for (unsigned units_read : {0u, 1u, RECORDED}) {
+        unsigned reader = 0;
+        auto const round = [&] {
+            ASSERT_OK(seqread_begin(clip_get_track(clip, AUDIO), &reader));
+            for (unsigned unit = 0; unit < units_read; ++unit)
+                ASSERT_OK(seqread_read(reader, pointers.data(), UNIT_SAMPLES));
+            {
+                test::NothingRecycled const nothing_recycled;
+                Memory::failFrom(1, GetParam());
+                seqread_finish(reader);
+                Memory::recover();
+            }
+            EXPECT_EQ(seqread_subchannel_count(reader), 0u);
+            hemlock::UnitReadAhead::waitForTasks(60000);
+        };
+        round();
+        std::int64_t const before = Memory::allocated();
+        round();
+        EXPECT_LE(Memory::allocated(), before + KEPT_BY_LISTS);
+    }
+    clip_close(clip);
+}
+
+TEST_P(OutOfMemoryWithSound, WhileWriting) {
+    std::wstring const copy = folder.name("copy.clip");
+    walk(
+        [&](AllocationWalk& failing) {
+            unsigned clip = create(copy);
+            unsigned const audio = clip_get_track(clip, AUDIO);
+            unsigned writer = 0, units_written = 0;
+            wchar_t const* message = nullptr;
+            bool finished = false;
+            run(failing, [&] {
+                message = seqwrite_begin(audio, &writer);
+                while (message == nullptr && units_written < RECORDED) {
+                    fillPortion(units_written);
+                    message = seqwrite_write(writer, pointers.data(), UNIT_SAMPLES);
+                    if (message == nullptr) ++units_written;
+                }
+                if (message != nullptr) return;
+                message = seqwrite_finish(writer);
+                finished = message == nullptr;
+            });
+            EXPECT_FINE(message);
+            if (writer == 0) {
+                ASSERT_OK(seqwrite_begin(audio, &writer));
+            }
+            for (; units_written < RECORDED; ++units_written) {
+                fillPortion(units_written);
+                ASSERT_OK(seqwrite_write(writer, pointers.data(), UNIT_SAMPLES));
+            }
+            if (!finished) {
+                ASSERT_OK(seqwrite_finish(writer));
+            }
+            clip_close(clip);
+
+            ASSERT_OK(clip_open(copy.c_str(), &clip));
+            unsigned const written = clip_get_track(clip, AUDIO);
+            EXPECT_EQ(track_length_in_units(written), RECORDED);
+            unsigned reader = 0;
+            ASSERT_OK(seqread_begin(written, &reader));
+            for (unsigned unit = 0; unit < RECORDED; ++unit) {
+                ASSERT_OK(seqread_read(reader, pointers.data(), UNIT_SAMPLES));
+                expectPortion(unit);
+            }
+            seqread_finish(reader);
+            clip_close(clip);
+            std::filesystem::remove(copy);
+        },
+        KEPT_BY_LISTS);
+}
+
+TEST_P(OutOfMemory, WhileAskingForTexts) {
+    KTimecode const timecode(VideoFrequency::f25, 123456789);
+    std::wstring const text = timecode.toString(5);
+    walk([&](AllocationWalk& failing) {
+        wchar_t const *standard = nullptr, *frequency = nullptr;
+        VideoStandard parsed = VideoStandard::none;
+        std::wstring label;
+        run(failing, [&] {
+            standard = toString(STANDARD);
+            frequency = toString(VideoFrequency::f23_98);
+            parsed = toVideoStandard(L"1080i 50Hz");
+            label = timecode.toString(5);
+        });
+        EXPECT_TRUE(standard == nullptr || said(standard) == L"1080i 50Hz");
+        EXPECT_TRUE(frequency == nullptr || said(frequency) == L"23.98Hz");
+        EXPECT_TRUE(parsed == VideoStandard::none || parsed == STANDARD);
+        EXPECT_TRUE(label.empty() || label == text);
+    });
+}
+
+// The first task of a process starts the pool. The case runs in processes of its own; the argument says what fails.
+constexpr int NOTHING_FAILED = 2;
+
+TEST(TaskPoolChild, DISABLED_TakesTasksWhenMemoryIsBack) {
+    unsigned long allocation = 0, failures = 0;
+    std::wistringstream(test::childArgument()) >> allocation >> failures;
+    KSemaphore done(0);
+    bool taken = true;
+    Memory::failFrom(allocation, static_cast<Failures>(failures));
+    try {
+        platform::runInBackground([&done] { done.post(); });
+    } catch (std::exception const&) {
+        taken = false;
+    }
+    bool const has_failed = Memory::recover();
+    if (taken) done.wait();
+
+    platform::runInBackground([&done] { done.post(); });
+    done.wait();
+    if (!has_failed) std::_Exit(NOTHING_FAILED);
+}
+
+TEST_P(OutOfMemory, WhileStartingTheTaskPool) {
+    int code = test::CHILD_PASSED;
+    for (unsigned allocation = 1; code == test::CHILD_PASSED; ++allocation)
+        code = test::runChild("TaskPoolChild.DISABLED_TakesTasksWhenMemoryIsBack",
+                              std::to_wstring(allocation) + L" " + std::to_wstring(static_cast<int>(GetParam())));
+    EXPECT_EQ(code, NOTHING_FAILED);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, OutOfMemory, test::bothFailures(), test::nameOf);
+INSTANTIATE_TEST_SUITE_P(Each, OutOfMemoryWithSound, test::bothFailures(), test::nameOf);
+
+}  // namespace
+}  // namespace KelvonClip

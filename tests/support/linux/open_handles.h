@@ -1,0 +1,15 @@
+// What the process has open.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+
+namespace KelvonClip::test {
+
+// Descriptors, that of the look itself included.
+inline std::size_t openHandles() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+}  // namespace KelvonClip::test
