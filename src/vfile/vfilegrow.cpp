@@ -1,4 +1,5 @@
 #include "vfile/vfilegrow.h"
+#include "platform/host.h"
 
 #include <algorithm>
 #include <array>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "foundation/load_store.h"
+#include "platform/host.h"
 #include "vfile/shared_files.h"
 
 namespace KelvonClip {
@@ -75,6 +77,29 @@ void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer,
     host->read(position + DATA_AT, length, buffer, std::move(done));
 }
 
+// One turn. What runs in a wait of the thread that has the turn may extend the file too.
+class VFileGrow::TurnToExtend {
+  public:
+    explicit TurnToExtend(VFileGrow& grow_file)
+        : file(grow_file), nested(file.extending_thread == std::this_thread::get_id()) {
+        if (nested) return;
+        // At the end of a process a thread that is gone may have had the turn.
+        file.turn.wait(1, platform::otherThreadsAreGone() ? 0 : KSemaphore::FOREVER);
+        file.extending_thread = std::this_thread::get_id();
+    }
+    ~TurnToExtend() {
+        if (nested) return;
+        file.extending_thread = std::thread::id();
+        file.turn.post();
+    }
+    TurnToExtend(TurnToExtend const&) = delete;
+    TurnToExtend& operator=(TurnToExtend const&) = delete;
+
+  private:
+    VFileGrow& file;
+    bool const nested;
+};
+
 void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* buffer,
                       std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, GREATEST_LENGTH)) return done->setError("Write beyond end of grow file");
@@ -82,7 +107,7 @@ void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* 
     std::uint64_t const end = position + length;
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
 
-    auto const alone = extending.hold();
+    TurnToExtend const alone(*this);
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
     if (KString const error = host->writeSync(position + DATA_AT, length, buffer); !error.empty())
         return done->setError(error);

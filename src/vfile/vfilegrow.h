@@ -11,6 +11,7 @@
 #pragma once
 
 #include <atomic>
+#include <thread>
 
 #include "vfile/aligned_buffer.h"
 #include "vfile/vfilehosted.h"
@@ -45,10 +46,15 @@ class VFileGrow : public VFileHosted {
   private:
     VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes);
 
+    class TurnToExtend;
+
     KString writeHeader();
 
     std::atomic<std::uint64_t> length_bytes;  // never decreases
-    KMutexLock extending;                     // held by the write that extends the file
+
+    // Writes that extend the file take turns. A semaphore, because the wait for a turn is alertable.
+    KSemaphore turn{1};
+    std::atomic<std::thread::id> extending_thread{};
 
     // Guarded by the write-back lock.
     AlignedBuffer header_block;       // as last written, successfully or not
