@@ -25,12 +25,12 @@ Writers& writers() {
 void finishAllWriters() noexcept {
     // A failure of one writer does not affect the others.
     for (auto const& [handle, writer] : writers().removeAll())
-        unreported([&] {
+        unreported([&kept = writer] {
             // A forked child does not finish the parent's recordings.
-            if (writer->belongsToThisProcess())
-                writer->finish();
+            if (kept->belongsToThisProcess())
+                kept->finish();
             else
-                (void)neverDestroyed<std::shared_ptr<HemlockWriter>>(writer);
+                (void)neverDestroyed<std::shared_ptr<HemlockWriter>>(kept);
         });
 }
 

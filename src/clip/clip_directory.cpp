@@ -301,7 +301,7 @@ void closeAllClips(std::uint32_t patience_ms) {
     leaveToTheParent(closed);
     // Queries may take any time, so the clips are written back before waiting for them.
     for (auto const& [number, entry] : closed.by_clip_handle)
-        unreported([&] { writeBack(*entry, Durability::power_loss); });
+        unreported([&held = *entry] { writeBack(held, Durability::power_loss); });
     closed = {};  // destroys entries without running queries
     UnclosedFile::closeAll();
 

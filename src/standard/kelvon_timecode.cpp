@@ -333,6 +333,7 @@ int KTimecode::cmp24(KTimecode const& other) const {
     if (!defined || !other.defined) return cmp(other);
     if (count == other.count) return 0;
     std::uint32_t const day = get_fields_per_day();  // not 0: the timecode is defined
+    // NOLINTNEXTLINE(clang-analyzer-core.DivideZero)
     std::uint32_t const ahead = (day + count % day - other.count % day) % day;
     if (ahead == 0) return 0;
     return ahead > day / 2 ? -1 : 1;

@@ -192,7 +192,7 @@ HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
     // Refuse what a later replay would not accept.
     if (!rangeWithin(next_free, length, fileLength())) return {FULL};
 
-    HostRange const place{{}, next_free, length};
+    HostRange place{{}, next_free, length};
     if (!extendLastRecord(position, length) && !addRecord(position, length)) return {};
     next_free += length;
     return place;
@@ -303,7 +303,7 @@ KString DataStruct::removeWhatReplayLeft(VFileObject& host) {
 
 KString DataStruct::saveOldest(VFileObject& host) {
     Unsaved const oldest = unsaved.front();  // a copy: the list may grow in the waits below
-    KString const refused = wipeBlock(host, oldest.next_block_at);
+    KString refused = wipeBlock(host, oldest.next_block_at);
     // On a full disk there is no space for the next block. Records that were already accepted are written all the same;
     // no new ones are accepted until there is space.
     if (!refused.empty() && !endsReplay(host, oldest.next_block_at)) return refused;

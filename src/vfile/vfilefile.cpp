@@ -16,6 +16,7 @@ struct VFileFile::Request : platform::HostRequest {
         : HostRequest(&Request::completed), file(std::move(target)), completion(std::move(operation)),
           length(requested), actual(actual_length), writing(is_write) {}
 
+    // NOLINTNEXTLINE(misc-new-delete-overloads): the check does not know a delete with a size
     static void* operator new(std::size_t bytes) { return platform::takeRecycled(bytes); }
     static void operator delete(void* memory, std::size_t bytes) { platform::giveRecycled(memory, bytes); }
 
@@ -33,12 +34,11 @@ struct VFileFile::Request : platform::HostRequest {
     static void completed(HostRequest& request, bool failed, std::uint32_t transferred) noexcept {
         std::unique_ptr<Request> const record(static_cast<Request*>(&request));
         if (record->writing) record->file->unflushed.store(true);
-        if (failed) {
+        bool const may_be_short = record->actual != nullptr;
+        if (failed || (!may_be_short && transferred != record->length)) {
             record->fail();
-        } else if (record->actual != nullptr) {
+        } else if (may_be_short) {
             *record->actual = transferred;
-        } else if (transferred != record->length) {
-            record->fail();
         }
     }
 

@@ -9,7 +9,7 @@ namespace KelvonClip {
 
 namespace CIO {
 
-constinit KString CIOObject::NO_TEXT;
+KString CIOObject::NO_TEXT;
 
 CIOObject::~CIOObject() {
     if (!outOfMemory()) delete error();
@@ -41,7 +41,7 @@ void CIOObject::setOutOfMemory() noexcept {
 
 KString CIOObject::takeError() noexcept {
     KString* const text = first_error.load(std::memory_order_acquire);
-    return text == nullptr ? KString() : std::move(*text);
+    return text == nullptr || outOfMemory() ? KString() : std::move(*text);
 }
 
 void CIOObject::handErrorTo(CIOObject& other) const noexcept {

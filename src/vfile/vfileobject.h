@@ -56,7 +56,7 @@ class CIOObject {
     void handErrorTo(CIOObject& other) const noexcept;
 
   private:
-    static KString NO_TEXT;  // its address marks the error without a text
+    static KString NO_TEXT;  // only its address is used: it marks the error without a text
     std::atomic<KString*> first_error{nullptr};
 };
 

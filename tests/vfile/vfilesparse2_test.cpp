@@ -685,7 +685,7 @@ TEST_F(VFileSparse2Test, AMapBlockThatCannotBeReadIsNotRecordedOver) {
     writeRecords(0, 3 * RECORDS);
     file.reset();
     auto const before = image().extents;
-    for (std::uint64_t n : {2, 3, 4}) {  // the superblock is the first
+    for (std::uint64_t n : {2u, 3u, 4u}) {  // the superblock is the first
         faulty->failFrom(n, FaultyFile::once, FaultyFile::reads_only);
         open();
         ASSERT_TRUE(faulty->struck());

@@ -138,6 +138,7 @@ void Ring::submitAndWait(TransferList& queued, Deadline const& deadline) {
 void Ring::takeBackUnsubmitted(TransferList& queued) {
     for (unsigned at = *ring.sq.khead; at != ring.sq.sqe_tail; ++at) {
         auto* const transfer =
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel keeps it as a number
             reinterpret_cast<Transfer*>(static_cast<std::uintptr_t>(ring.sq.sqes[at & ring.sq.ring_mask].user_data));
         if (transfer == WAKE) continue;
         --in_kernel;

@@ -12,8 +12,8 @@ namespace KelvonClip::platform {
 
 namespace {
 
-constexpr std::size_t HUGE_PAGE = 2 * 1024 * 1024;
-constexpr std::size_t HUGE_PAGE_THRESHOLD = 64 * 1024;
+constexpr std::size_t HUGE_PAGE = std::size_t{2} * 1024 * 1024;
+constexpr std::size_t HUGE_PAGE_THRESHOLD = std::size_t{64} * 1024;
 
 // Maps fresh pages. Heap memory may already be backed by ordinary pages, which the kernel would not replace.
 std::byte* mapHugePages(std::size_t bytes) {
