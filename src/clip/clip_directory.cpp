@@ -225,7 +225,7 @@ KString closeClip(std::uint32_t handle) {
     // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
-    if (!entry || --entry->open_count > 0) return {};
+    if (!entry || !entry->handle.belongsToThisProcess() || --entry->open_count > 0) return {};
     unregisterEntry(*entry);
     return writeBack(*entry, Durability::power_loss);
 }
@@ -233,6 +233,7 @@ KString closeClip(std::uint32_t handle) {
 KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability) {
     Entry const entry = findClip(handle);
     if (!entry) return unknown;
+    if (!entry->handle.belongsToThisProcess()) return "Write failed";
     entry->checkpoints.restart();
     return writeBack(*entry, durability);
 }
@@ -276,10 +277,14 @@ KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void cons
     auto const found = findTrack(track_handle);
     if (!found) return "Bad Handle";
     if (found.entry->read_only) return "Clip was opened in read-only mode";
+    // In a forked child locks that the parent's other threads held are never released.
+    if (!found.entry->handle.belongsToThisProcess()) return "Write failed";
     KString error = found.track->writeUnit(unit, buffer, size);
     // The next checkpoint tries again what this one could not write. clip_checkpoint reports errors.
     if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
-        unreported([&] { writeBack(*found.entry, *durability); });
+        unreported([&] {
+            if (!writeBack(*found.entry, *durability).empty()) writeBack(*found.entry, Durability::process_end);
+        });
     return error;
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <span>
+#include <thread>
 #include <utility>
 
 #include "foundation/kassert.h"
@@ -261,7 +262,10 @@ KString DataStruct::startBlock() {
 
 // --- Writing back ---
 
-bool DataStruct::somebodyUpTheStackSaves() const { return saving || snapshot_writer == std::this_thread::get_id(); }
+bool DataStruct::somebodyUpTheStackSaves() const {
+    auto const here = std::this_thread::get_id();
+    return saver == here || snapshot_writer == here;
+}
 
 bool DataStruct::nothingToSaveFirst() const {
     return unsaved.empty() && !superblock->dirty && !stale_runs && !stale_tail;
@@ -274,10 +278,10 @@ KString DataStruct::saveFullBlocks(VFileObject& host) {
     if (nothingToSaveFirst()) return {};
     auto const alone = map_io.hold();
     struct Guard {
-        bool& flag;
-        explicit Guard(bool& set) : flag(set) { flag = true; }
-        ~Guard() { flag = false; }
-    } guard(saving);
+        std::thread::id& saver;
+        explicit Guard(std::thread::id& set) : saver(set) { saver = std::this_thread::get_id(); }
+        ~Guard() { saver = {}; }
+    } guard(saver);
     if (KString error = removeWhatReplayLeft(host); !error.empty()) return error;
     while (!nothingToSaveFirst()) {
         KString error = unsaved.empty() ? saveSuperblock(host) : saveOldest(host);

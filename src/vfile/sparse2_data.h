@@ -106,7 +106,7 @@ struct DataStruct {
         std::uint64_t next_block_at;
     };
     std::vector<Unsaved> unsaved;      // oldest first
-    bool saving = false;               // saveFullBlocks is active further up on this thread's stack
+    std::thread::id saver;             // the thread in whose stack saveFullBlocks is active
     bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
     bool unreadable = false;           // the replay ended at a block that could not be read
     bool stale_tail = false;           // the current block on disk has data after the replayed records

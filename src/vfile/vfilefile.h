@@ -70,7 +70,7 @@ class VFileFile : public VFileObject {
     std::atomic<std::uint64_t> reserved_length{0};
     KString ownWriting();
 
-    KMutexLock const owning;
+    KMutexLock const owning, flushing;
     std::atomic<bool> owned{false};  // this object is the only one that may write
     std::atomic<bool> unflushed{false}, flush_failed{false};
     bool const read_only;

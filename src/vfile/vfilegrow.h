@@ -41,7 +41,7 @@ class VFileGrow : public VFileHosted {
     bool isContainer() const override { return true; }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override;
-    KString close() override { return writeBack(Durability::power_loss); }
+    KString close() override { return lastWriteBack(); }
 
   private:
     VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes);

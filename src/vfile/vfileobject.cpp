@@ -112,6 +112,12 @@ KString VFileObject::writeBack(Durability durability) {
     return runSteps(self, durability);
 }
 
+KString VFileObject::lastWriteBack() {
+    KString error = writeBack(Durability::power_loss);
+    if (!error.empty()) static_cast<void>(writeBack(Durability::process_end));
+    return error;
+}
+
 KString writeBackAll(std::span<VFileObject* const> files, Durability durability) {
     std::vector<Hold> const alone = lockWriteBacks(files);
     std::vector<VFileObject*> in_work(files.begin(), files.end());

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <limits>
+#include <mutex>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include "foundation/exported.h"
@@ -55,34 +58,45 @@ KString VFileSparse2::writeBack(WriteBackStep step, Durability durability) {
     return step == WriteBackStep::maps ? writeMap() : KString();
 }
 
+// What could not be written stays in `to_save`, so that none of the files that share this map goes on to its length.
 KString VFileSparse2::writeMap() {
-    DataStruct::Snapshot const snapshot = std::exchange(to_save, {});
-    // Ends also when memory runs out.
+    // Lets go of the disk before it takes the lock of the log: recording threads take them the other way round. Also
+    // when memory runs out.
     struct Writing {
         KProtect<DataStruct>& data;
         std::unique_lock<std::recursive_mutex> alone;
+        Writing(KProtect<DataStruct>& log, std::unique_lock<std::recursive_mutex> map_io)
+            : data(log), alone(std::move(map_io)) {}
+        Writing(Writing const&) = delete;
+        Writing& operator=(Writing const&) = delete;
         ~Writing() {
-            if (!alone.owns_lock()) return;
             alone.unlock();
             data.hold().value.snapshot_writer = {};
         }
-    } writing{data, {}};
+    };
+    KString error;
     {
-        auto locked = data.hold();
-        auto prepared = locked.value.prepareToSave(*host, snapshot);
-        if (!prepared.write_block) return std::move(prepared.error);
-        writing.alone = locked.value.map_io.hold();
-        locked.value.snapshot_writer = std::this_thread::get_id();
+        std::optional<Writing> writing;
+        {
+            auto locked = data.hold();
+            auto prepared = locked.value.prepareToSave(*host, to_save);
+            if (!prepared.write_block) {
+                if (prepared.error.empty()) to_save = {};
+                return std::move(prepared.error);
+            }
+            writing.emplace(data, locked.value.map_io.hold());
+            locked.value.snapshot_writer = std::this_thread::get_id();
+        }
+        error = DataStruct::save(*host, to_save);
     }
-    KString error = DataStruct::save(*host, snapshot);
-    if (error.empty()) data.hold().value.saved(snapshot);
+    if (error.empty()) data.hold().value.saved(std::exchange(to_save, {}));
     return error;
 }
 
 KString VFileSparse2::close() {
     if (read_only) return {};
     data.hold().value.shortenToHost(*host);
-    return VFileObject::writeBack(Durability::power_loss);
+    return lastWriteBack();
 }
 
 void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buffer,

@@ -100,6 +100,13 @@ class LinuxFile : public HostFile {
         if (direct.valid()) queryAlignment();
     }
 
+    // Locks belong to the open file description, which a forked child shares: closing alone would not release them.
+    ~LinuxFile() override {
+        if (isTheParents()) return;
+        ::flock(buffered.get(), LOCK_UN);
+        lockOwnerByte(F_UNLCK);
+    }
+
     bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
         return start(false, position, length, static_cast<std::byte*>(buffer), request);
     }
@@ -112,13 +119,7 @@ class LinuxFile : public HostFile {
 
     // A lock of the open file description, on a byte past the end of every file.
     bool ownWriting() override {
-        struct flock owner {};
-        owner.l_type = F_WRLCK;
-        owner.l_whence = SEEK_SET;
-        owner.l_start = OWNER_BYTE;
-        owner.l_len = 1;
-        return isTheParents() || repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_SETLK, &owner); }) ||
-               (errno != EAGAIN && errno != EACCES);
+        return isTheParents() || lockOwnerByte(F_WRLCK) || (errno != EAGAIN && errno != EACCES);
     }
 
     bool size(std::uint64_t& bytes) const override {
@@ -149,6 +150,15 @@ class LinuxFile : public HostFile {
     }
 
   private:
+    bool lockOwnerByte(short type) const {
+        struct flock owner {};
+        owner.l_type = type;
+        owner.l_whence = SEEK_SET;
+        owner.l_start = OWNER_BYTE;
+        owner.l_len = 1;
+        return repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_SETLK, &owner); });
+    }
+
     bool start(bool writing, std::uint64_t position, std::uint32_t length, std::byte* memory, HostRequest& request) {
         if (position > MAX_POSITION - length) return false;
         new (request.host_record) Transfer{.request = &request,
