@@ -184,13 +184,24 @@ TEST_F(VFileGrowTest, AFailedCreationGivesTheHostsError) {
     EXPECT_EQ(open()->length(), 0u);
 }
 
-TEST_F(VFileGrowTest, AFailedHeaderAtClosingLeavesTheOldOne) {
+TEST_F(VFileGrowTest, AHeaderThatCannotBeWrittenAtClosingLeavesTheOldOne) {
     VFileGrow::create(host);
     auto file = open();
     file->writeSync(0, 512, pattern(0, 512).data());
     file.reset();
     file = open();
     file->writeSync(512, 512, pattern(512, 512).data());
+    faulty->failFrom(1, FaultyFile::from_there_on);
+    file.reset();
+    EXPECT_TRUE(faulty->struck());
+    faulty->heal();
+    EXPECT_EQ(open()->length(), 512u);
+}
+
+TEST_F(VFileGrowTest, AHeaderThatFailsOnceAtClosingIsWrittenAgain) {
+    VFileGrow::create(host);
+    auto file = open();
+    file->writeSync(0, 512, pattern(0, 512).data());
     faulty->failFrom(1);
     file.reset();
     EXPECT_TRUE(faulty->struck());
