@@ -29,6 +29,11 @@ std::atomic<std::uint64_t> allocations{0};
     if (void* const memory = std::malloc(bytes > 0 ? bytes : 1)) return memory;
     throw std::bad_alloc();
 }
+// What the library allocates without an exception.
+[[gnu::noinline]] void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(bytes > 0 ? bytes : 1);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
