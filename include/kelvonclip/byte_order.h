@@ -1,7 +1,7 @@
 /// @file
 /// Big-endian numbers as they lie in files, and the host's numbers.
 ///
-/// Every function treats its arguments as the consecutive pieces of one big-endian quantity, the most significant first.
+/// The arguments of each function are the consecutive pieces of one big-endian quantity, the most significant first.
 ///   * fromBE takes pieces as the host loaded them from big-endian storage, and gives the number.
 ///   * toBE takes pieces as numbers, and gives the value whose bytes in the host's memory are in stream order.
 ///

@@ -5,7 +5,7 @@
 /// the bit rate fixes the bytes of a unit. A unit covers one field of an interlaced raster, one frame of a progressive
 /// one. A video unit has room for luma and for chroma data, a key unit for one picture.
 ///
-/// All sizes are bytes of one unit. Each function returns 0 for a standard that is neither high nor standard definition.
+/// All sizes are bytes of one unit. Each function returns 0 for a standard of neither high nor standard definition.
 ///
 /// Threads: all functions may be called from any thread at any time.
 /// Source: docs/standards.md, "JPEG 2000".

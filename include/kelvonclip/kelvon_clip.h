@@ -33,8 +33,8 @@ namespace KelvonClip {
 KELVONCLIP_API wchar_t const* clip_open(wchar_t const* file_name, unsigned int* handle);
 
 /// Like clip_open, for reading and writing. The clip may be opened for writing several times, in this process under
-/// another spelling of its path or in other processes. Only the opener that writes a unit first can write until it closes
-/// the clip; the writes of the others fail with "The file is being written by somebody else".
+/// another spelling of its path or in other processes. Only the opener that writes a unit first can write until it
+/// closes the clip; the writes of the others fail with "The file is being written by somebody else".
 KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned int* handle);
 
 /// Undoes one opening of a clip. The last call invalidates the handles of the clip and its tracks, and flushes
@@ -48,8 +48,8 @@ KELVONCLIP_API void clip_close(unsigned int clip);
 /// the file is valid at every moment.
 /// Threads: any; recording threads are not delayed. For a clip that was opened read-only the call does nothing.
 /// @param clip  the clip's handle
-/// @return null on success; "invalid clip handle", or the message of the write that failed. What could not be written is
-///     kept in memory; the next checkpoint or clip_close tries again.
+/// @return null on success; "invalid clip handle", or the message of the write that failed. What could not be written
+///     is kept in memory; the next checkpoint or clip_close tries again.
 KELVONCLIP_API wchar_t const* clip_checkpoint(unsigned int clip);
 
 /// Sets the interval of automatic checkpoints while a clip is recorded. A thread that has written a unit makes a
@@ -108,8 +108,7 @@ KELVONCLIP_API unsigned int clip_get_length(unsigned int clip);
 /// @param drop_frame  receives whether it counts drop-frame, as the header says; may be null. The header of a clip that
 ///                    create_finish made with the timecode track as its source says nothing, which reads as false
 /// @return null, "TC in track", "invalid clip handle" (unknown clip), "Timecode not found in header" (the header names
-/// a
-///         source that is not known). The last two leave the outputs untouched
+///         a source that is not known). The last two leave the outputs untouched
 KELVONCLIP_API wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool* drop_frame);
 
 /// Whether the header names a timecode source that is known, or none (the clip counts from 0 then); false for an
@@ -131,10 +130,11 @@ KELVONCLIP_API unsigned int clip_track_count(unsigned int clip);
 KELVONCLIP_API unsigned int clip_get_track(unsigned int clip, unsigned int index);
 
 /// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The
-/// name stays taken, in this process, until create_finish succeeds. @param file_name  path of the clip file, as for
-/// clip_open; null counts as empty @param standard   the picture format of all its tracks @param creation   receives
-/// the create handle @return null, or the first that applies: "Invalid filename" (empty), "Invalid handle pointer"
-/// (`creation` is null),
+/// name stays taken, in this process, until create_finish succeeds.
+/// @param file_name  path of the clip file, as for clip_open; null counts as empty
+/// @param standard   the picture format of all its tracks
+/// @param creation   receives the create handle
+/// @return null, or the first that applies: "Invalid filename" (empty), "Invalid handle pointer" (`creation` is null),
 ///         "Invalid video standard", "Already creating clip with same name"
 KELVONCLIP_API wchar_t const* create_begin(wchar_t const* file_name, VideoStandard standard, unsigned int* creation);
 
@@ -166,10 +166,11 @@ KELVONCLIP_API wchar_t const* cfg_video_avci(unsigned int creation);
 KELVONCLIP_API wchar_t const* cfg_video_dv(unsigned int creation);
 
 /// Sets the format of the video and key tracks to JPEG 2000, at the lowest bit rate whose units hold the given sizes.
-/// @param creation     the create handle @param luma_size    luma bytes of a video unit, at most
-/// j2k_video_luma_max_size @param chroma_size  chroma bytes of a video unit, at most j2k_video_chroma_max_size @param
-/// key_size     bytes of a key unit, at most j2k_key_max_size. When luma and chroma are both 0 the lowest bit rate
-///                     of the standard is taken, whatever the key size
+/// @param creation     the create handle
+/// @param luma_size    luma bytes of a video unit, at most j2k_video_luma_max_size
+/// @param chroma_size  chroma bytes of a video unit, at most j2k_video_chroma_max_size
+/// @param key_size     bytes of a key unit, at most j2k_key_max_size. When luma and chroma are both 0 the lowest bit
+///                     rate of the standard is taken, whatever the key size
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle), "Video can only be configured once",
 ///         "Luma size too big", "Chroma size too big", "Key size too big", "Internal error" (a luma size without a
 ///         chroma size), "Internal error while calculating bitrate"
@@ -184,11 +185,11 @@ KELVONCLIP_API wchar_t const* cfg_video_j2k(unsigned int creation, unsigned int 
 KELVONCLIP_API wchar_t const* cfg_audio_hemlock(unsigned int creation, unsigned int subchannels);
 
 /// Sets where the clip's timecode comes from; without this call the clip counts from 0. Sources that an earlier call
-/// has named stay named; the header takes the first of striped, tc0 striped, timecode track. @param creation
-/// the create handle @param timecode_offset  timecode of the first frame, in fields; not kept when the source is the
-/// timecode track @param drop_frame       whether it counts drop-frame; not kept when the source is the timecode track,
-/// whose units say
-///                         it themselves
+/// has named stay named; the header takes the first of striped, tc0 striped, timecode track.
+/// @param creation         the create handle
+/// @param timecode_offset  timecode of the first frame, in fields; not kept when the source is the timecode track
+/// @param drop_frame       whether it counts drop-frame; not kept when the source is the timecode track, whose units
+///                         say it themselves
 /// @param timecode_track   the source is the timecode track; it does not add one, see cfg_track_timecode
 /// @param tc0_striped      the source is the timecode in unit 0 of the timecode track, counting on from there; goes
 ///                         before `timecode_track`. clip_get_timecode gives `timecode_offset`, track_get_timecode what
@@ -205,17 +206,18 @@ KELVONCLIP_API wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int 
 
 /// Creates the clip file as described, with room for 24 hours in every track, and opens it for reading and writing. An
 /// existing file of that name is overwritten from its start, not truncated. Until the new clip is closed no other
-/// process can open the file (on Windows; on Linux, with this library). @param creation  the create handle; ends when
-/// the call succeeds. After a failure it stays valid, so that the caller
+/// process can open the file (on Windows; on Linux, with this library).
+/// @param creation  the create handle; ends when the call succeeds. After a failure it stays valid, so that the caller
 ///                  may correct the description and try again
 /// @param clip      receives the handle of the open clip
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle),
-///         "Video tracks added but video not configured", "Key tracks added but video not configured", "Audio tracks
-///         added but audio not configured", "Bad rate calculation", "Can't create on top of file which is already
-///         open", "Invalid clip handle" (`clip` is null), "Internal error" (the configured format does not exist in the
-///         clip's video standard), "Error creating XML header", "Error creating header text" (more tracks than the
-///         header has room for), "Can't create file with same filename as file which is already open", the host's text
-///         (on Linux also "The file is in use: it can't be created while it is open elsewhere")
+///         "Video tracks added but video not configured", "Key tracks added but video not configured",
+///         "Audio tracks added but audio not configured", "Bad rate calculation",
+///         "Can't create on top of file which is already open", "Invalid clip handle" (`clip` is null),
+///         "Internal error" (the configured format does not exist in the clip's video standard),
+///         "Error creating XML header", "Error creating header text" (more tracks than the header has room for),
+///         "Can't create file with same filename as file which is already open", the host's text (on Linux also
+///         "The file is in use: it can't be created while it is open elsewhere")
 KELVONCLIP_API wchar_t const* create_finish(unsigned int creation, unsigned int* clip);
 
 }  // namespace KelvonClip

@@ -95,7 +95,7 @@ enum class VideoStandard : std::uint32_t {
 };
 
 /// @{
-/// Sets the value to the first valid one (1) and returns true. With getnext it visits every valid value in rising order:
+/// Sets the value to the first valid one (1) and returns true. With getnext it visits all valid values in rising order:
 /// @code
 /// std::vector<VideoStandard> standardsAt(VideoFrequency frequency) {
 ///     std::vector<VideoStandard> found;
@@ -237,8 +237,8 @@ KELVONCLIP_API VideoResolution toVideoResolution(VideoStandard standard);
 KELVONCLIP_API VideoStandard toVideoStandard(VideoResolution resolution, VideoFrequency frequency);
 
 /// @{
-/// The text of a value, such as "ndf", "59.94Hz", "1080psf" and "1080psf 23.98Hz"; null for a value without one. That of
-/// a standard is its raster's, a space and its frequency's.
+/// The text of a value, such as "ndf", "59.94Hz", "1080psf" and "1080psf 23.98Hz"; null for a value without one. That
+/// of a standard is its raster's, a space and its frequency's.
 /// The text stays valid until the library is unloaded and is never freed by the caller; equal texts have one address.
 KELVONCLIP_API wchar_t const* toString(DropframeFlag flag);
 KELVONCLIP_API wchar_t const* toString(VideoFrequency frequency);

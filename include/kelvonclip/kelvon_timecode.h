@@ -1,15 +1,15 @@
 /// @file
 /// Timecode: counts of fields, their labels, and the arithmetic between them.
 ///
-/// A timecode is a number of fields since midnight of day 0 at a frequency, with labels that are drop-frame or not. What
-/// is called field here is one unit of the VideoFrequency: a field of an interlaced raster, a frame of a progressive
-/// one. A label (days, hours, minutes, seconds, frames, field) always counts two fields to a frame: its field count is
-/// frames * 2, plus 1 on field 2, plus the fields of the larger units.
+/// A timecode is a number of fields since midnight of day 0 at a frequency, with labels that are drop-frame or not.
+/// What is called field here is one unit of the VideoFrequency: a field of an interlaced raster, a frame of a
+/// progressive one. A label (days, hours, minutes, seconds, frames, field) always counts two fields to a frame: its
+/// field count is frames * 2, plus 1 on field 2, plus the fields of the larger units.
 ///
 /// So at a progressive rate two pictures share a frame number, the second one on field 2. At 50Hz, 50i and 50p alike,
 /// frames run from 0 to 24. At 25Hz (25p) the 25 pictures of a second are labelled frame 0 field 1, frame 0 field 2,
-/// frame 1 field 1, ... frame 12 field 1: frames run from 0 to 12, and the last one has no field 2. Whoever wants to show
-/// frames 0 to 24 at 25p shows frames * 2, plus 1 on field 2.
+/// frame 1 field 1, ... frame 12 field 1: frames run from 0 to 12, and the last one has no field 2. Whoever wants to
+/// show frames 0 to 24 at 25p shows frames * 2, plus 1 on field 2.
 ///
 /// Counts are unsigned 32-bit numbers; sums and products wrap silently.
 ///
@@ -121,8 +121,8 @@ class KTimecode {
     KELVONCLIP_API unsigned int get_frames() const;
     /// @}
 
-    /// Whether the timecode is on field 2; false when undefined. Until another question has worked out the label this is
-    /// the last bit of the count, which at 25Hz alone is not always the label's field: ask for the frames first there.
+    /// Whether the timecode is on field 2; false when undefined. Until another question has worked out the label this
+    /// is the last bit of the count. Only at 25Hz that is not always the label's field: ask for the frames first there.
     KELVONCLIP_API bool get_f2() const;
 
     /// The flag; `none` when undefined.
@@ -162,8 +162,8 @@ class KTimecode {
     /// @}
 
     /// @{
-    /// Compare by field count, whatever the frequencies and flags. An undefined timecode is greater than every defined one and
-    /// equal to another undefined one.
+    /// Compare by field count, whatever the frequencies and flags. An undefined timecode is greater than every defined
+    /// one and equal to another undefined one.
     KELVONCLIP_API bool operator==(KTimecode const& other) const;
     KELVONCLIP_API bool operator!=(KTimecode const& other) const;
     KELVONCLIP_API bool operator<(KTimecode const& other) const;
@@ -186,8 +186,8 @@ class KTimecode {
     /// @}
 
     /// @{
-    /// Add and subtract fields. All leave an undefined timecode undefined. Sums wrap at 32 bits; differences stop at 0. An undefined operand
-    /// makes the result undefined.
+    /// Add and subtract fields. All leave an undefined timecode undefined. Sums wrap at 32 bits; differences stop at 0.
+    /// An undefined operand makes the result undefined.
     KELVONCLIP_API KTimecode& operator++();
     KELVONCLIP_API KTimecode& operator+=(unsigned int nfields);
     KELVONCLIP_API KTimecode& operator+=(KTimecode const& other);

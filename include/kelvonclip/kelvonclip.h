@@ -9,11 +9,10 @@
 /// is unloaded and is never freed by the caller; equal texts are the identical pointer. Besides the texts named at each
 /// function, those of the host and of the storage formats (docs/format.md) may be returned. Nothing is thrown.
 ///
-/// **Memory.** Running out of memory is a failure like any other. The call that meets it returns "Out of memory", a text
-/// that is there without any, or its neutral value; nothing is begun by halves and nothing that was acknowledged is
-/// lost. The call may be made again as soon as there is memory. Functions that end something, clip_close and
-/// seqread_finish, end it without any; what a clip could not write back for lack of memory is kept and written before
-/// the next clip is opened or closed, or when the library is unloaded.
+/// **Memory.** Running out of memory is an error like any other. The call returns "Out of memory", a text that is not
+/// allocated, or its neutral value. Nothing is left half done, and nothing that was acknowledged is lost. The call may
+/// be repeated when there is memory again. clip_close and seqread_finish need no memory. What a clip could not write
+/// back for lack of memory is kept, and written when the next clip is opened or closed or when the library is unloaded.
 ///
 /// **Text.** Wide text is UTF-16 where `wchar_t` has 16 bits (Windows) and code points where it has 32 (Linux; a value
 /// above 10FFFF hexadecimal gives "bad conversion"). Windows gets file names as they are. Linux gets their UTF-8,
@@ -27,12 +26,13 @@
 /// before the function returns. On Linux only completions of transfers that the library began on this thread run in the
 /// wait, never code of the caller's; a signal handler may run in between, after which the wait goes on.
 ///
-/// **Other processes.** `clip_open` and `clip_open_rw` share a file with other openers, whatever their mode, and
-/// `create_finish` shares it with nobody until the new clip is closed. On Windows these are share modes, which bind
-/// every program; on Linux advisory locks (`flock`), which bind those who ask for them, and nobody on a file system
-/// without locks. Nothing keeps two processes from having one clip open for writing: each would write over the maps of
-/// the other, so one writer at a time is the callers' care. A process sees of another's recording what the containers
-/// had written back when it opened the clip (docs/architecture.md, "Virtual files").
+/// **Other processes.** `clip_open` and `clip_open_rw` share a file with other openers, whatever their mode.
+/// `create_finish` shares it with nobody until the new clip is closed. Only one opener of a file can write: the first
+/// that writes a unit, until it closes the clip. The writes of the others fail with "The file is being written by
+/// somebody else". On Windows these are share modes and locks, which bind every program. On Linux they are advisory
+/// locks, which bind only programs that ask for them. On a file system without locks they bind nobody, and the callers
+/// must take care that there is one writer at a time. Of another process's recording a process sees what was written
+/// by the last checkpoint before it opened the clip (clip_checkpoint_every).
 ///
 /// **Units.** The library never looks into a unit of video or key: it stores the caller's bytes and gives them back.
 /// What they hold is said at TrackVideoType.

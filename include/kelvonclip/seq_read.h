@@ -5,8 +5,8 @@
 /// gets them at 48 kHz, whatever the video's rate is. Samples are signed 32-bit numbers, full scale is the range of the
 /// type, and what was recorded comes back as it was written, but for the ends of recordings: the first 100 samples
 /// (2.1 ms) of each are faded in, and the last 100 of its last unit are faded out, unless the recording ended exactly
-/// with that unit. Where one recording follows another the stream is kept at the nominal count by leaving out a sample or
-/// giving one twice. Units are read ahead in the background.
+/// with that unit. Where one recording follows another the stream is kept at the nominal count by leaving out a sample
+/// or giving one twice. Units are read ahead in the background.
 ///
 /// Threads: readers are independent of each other. One reader serves one caller at a time; different readers, any
 /// threads.
@@ -22,9 +22,9 @@ namespace KelvonClip {
 /// Begins reading an audio track at its first sample.
 /// @param track   handle from clip_get_track, of a track whose track_audio_type is hemlock
 /// @param reader  receives the reader's handle; end the reader with seqread_finish
-/// @return null on success, else a text that stays valid until the library is unloaded and is never freed by the caller,
-///         the first that applies: "Track does not use the hemlock audio codec" (also for an unknown track), "Invalid
-///         argument (null pointer)" (`reader` is null), "Invalid video standard"
+/// @return null on success, else a text that stays valid until the library is unloaded and is never freed by the
+///         caller, the first that applies: "Track does not use the hemlock audio codec" (also for an unknown track),
+///         "Invalid argument (null pointer)" (`reader` is null), "Invalid video standard"
 /// The total that seqread_samples_remaining counts down from is taken here.
 KELVONCLIP_API wchar_t const* seqread_begin(unsigned int track, unsigned int* reader);
 
@@ -41,8 +41,8 @@ KELVONCLIP_API wchar_t const* seqread_begin(unsigned int track, unsigned int* re
 /// Waits for the disk when the background reads are not ahead.
 KELVONCLIP_API wchar_t const* seqread_read(unsigned int reader, std::int32_t* const* buffers, unsigned int n);
 
-/// Samples for each subchannel between the position and the end of the track as it was at seqread_begin; 0 beyond it and
-/// for an unknown handle. Before the first read: the track's length in fields times the nominal samples of a field,
+/// Samples for each subchannel between the position and the end of the track as it was at seqread_begin; 0 beyond it
+/// and for an unknown handle. Before the first read: the track's length in fields times the nominal samples of a field,
 /// rounded up.
 KELVONCLIP_API std::uint64_t seqread_samples_remaining(unsigned int reader);
 

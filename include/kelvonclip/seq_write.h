@@ -4,9 +4,9 @@
 /// A writer cuts the samples into units that follow the video's cadence and writes each unit as soon as it is complete.
 /// Samples are signed 32-bit numbers at 48 kHz, full scale is the range of the type; they are stored as they are.
 /// What lies between seqwrite_begin and seqwrite_finish is one recording: it begins with a fade-in and, unless it ends
-/// exactly where a unit does, ends with a fade-out. Each covers 100 samples (2.1 ms) and is done when the track is read.
-/// The fade-out lies at the end of the last unit, behind the silence that fills the unit up: where that is 100 samples or
-/// more, the recording itself is not faded.
+/// exactly where a unit does, ends with a fade-out. Each covers 100 samples (2.1 ms) and is done when the track is
+/// read. The fade-out lies at the end of the last unit, behind the silence that fills the unit up: where that is 100
+/// samples or more, the recording itself is not faded.
 ///
 /// Threads: writers are independent of each other. One writer serves one caller at a time; different writers, any
 /// threads. One writer a track: two would write the same units.
@@ -17,7 +17,8 @@
 ///     unsigned int reader = 0, writer = 0;
 ///     if (wchar_t const* message = seqread_begin(from, &reader)) return message;
 ///     wchar_t const* message = seqwrite_begin(to, &writer);
-///     std::vector<std::vector<std::int32_t>> samples(seqread_subchannel_count(reader), std::vector<std::int32_t>(4800));
+///     std::vector<std::vector<std::int32_t>> samples(seqread_subchannel_count(reader),
+///                                                    std::vector<std::int32_t>(4800));
 ///     std::vector<std::int32_t*> buffers;
 ///     for (auto& subchannel : samples)
 ///         buffers.push_back(subchannel.data());
@@ -41,11 +42,12 @@
 namespace KelvonClip {
 
 /// Begins a recording behind what the track holds.
-/// @param track   handle from clip_get_track, of a track whose track_audio_type is hemlock, in a clip opened for writing
+/// @param track   handle from clip_get_track, of a track whose track_audio_type is hemlock, in a clip opened for
+///                writing
 /// @param writer  receives the writer's handle; end the recording with seqwrite_finish
-/// @return null on success, else a text that stays valid until the library is unloaded and is never freed by the caller,
-///         the first that applies: "Track does not use the hemlock audio codec" (also for an unknown track), "Invalid
-///         argument (null pointer)" (`writer` is null), "Invalid video standard"
+/// @return null on success, else a text that stays valid until the library is unloaded and is never freed by the
+///         caller, the first that applies: "Track does not use the hemlock audio codec" (also for an unknown track),
+///         "Invalid argument (null pointer)" (`writer` is null), "Invalid video standard"
 KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* writer);
 
 /// Appends samples to every subchannel.
@@ -67,8 +69,9 @@ KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t c
 KELVONCLIP_API unsigned int seqwrite_subchannel_count(unsigned int writer);
 
 /// Ends a recording: writes what is left, the last unit filled up with silence, and removes the writer.
-/// @return null on success, else "Invalid handle" or the message of the first unit that could not be written; the writer
-///         is gone in any case but "Out of memory", after which it still has everything and can be finished again
+/// @return null on success, else "Invalid handle" or the message of the first unit that could not be written; the
+///         writer is gone in any case but "Out of memory", after which it still has everything and can be finished
+///         again
 KELVONCLIP_API wchar_t const* seqwrite_finish(unsigned int writer);
 
 }  // namespace KelvonClip

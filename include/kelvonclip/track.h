@@ -53,14 +53,14 @@ enum class TrackCategory : std::uint32_t {
 enum class TrackVideoType : std::uint32_t {
     /// Not a video or key track.
     none = 0,
-    /// JPEG 2000. A unit is one field of an interlaced raster, one frame of a progressive one. A video unit has room for
-    /// track_j2k_video_luma_size bytes of luma and track_j2k_video_chroma_size of chroma data, a key unit for one picture;
-    /// how the bytes are shared out is the caller's affair.
+    /// JPEG 2000. A unit is one field of an interlaced raster, one frame of a progressive one. A video unit has room
+    /// for track_j2k_video_luma_size bytes of luma and track_j2k_video_chroma_size of chroma data, a key unit for one
+    /// picture; how the bytes are shared out is the caller's affair.
     j2k = 1,
     /// DV. A unit is the DIF blocks, 80 bytes each, of one frame.
     dv = 2,
-    /// AVC-Intra or XAVC. A unit is one frame, both fields of an interlaced raster, with all that the coder counts as part
-    /// of it. The sizes of AVC-Intra in high definition have room for the parameter sets in front of every frame.
+    /// AVC-Intra or XAVC. A unit is one frame, both fields of an interlaced raster, with all that the coder counts as
+    /// part of it. The sizes of AVC-Intra in high definition have room for the parameter sets in front of every frame.
     avc = 3,
 };
 
@@ -136,8 +136,8 @@ KELVONCLIP_API unsigned int track_length_in_fields(unsigned int track);
 KELVONCLIP_API wchar_t const* track_read(unsigned int track, unsigned int unit, void* buffer);
 
 /// Writes one unit of a track and waits for it. A unit past the end extends the track; units that are skipped read
-/// as zeros where the storage allows gaps. What is written is in the file when the call returns; that the track is longer
-/// now is written when the clip is closed (docs/architecture.md, "Virtual files").
+/// as zeros where the storage allows gaps. The bytes are in the file when the call returns. That the track is longer
+/// now is written at the next checkpoint or when the clip is closed (clip_checkpoint_every).
 /// @param track   handle of a track whose clip was opened with clip_open_rw or made by create_finish
 /// @param unit    0-based, counted like those of track_read
 /// @param buffer  `size` bytes; the caller's, not kept after the return. A whole unit at a multiple of 4096 bytes goes
@@ -150,20 +150,20 @@ KELVONCLIP_API wchar_t const* track_read(unsigned int track, unsigned int unit, 
 /// Blocks, alertably, for its own I/O only.
 KELVONCLIP_API wchar_t const* track_write(unsigned int track, unsigned int unit, void const* buffer, unsigned int size);
 
-/// The timecode of a unit of a timecode track: one unit a field, docs/format.md, "Timecode unit". In a clip whose timecode
-/// source is "tc0striped", unit 0 carries the timecode of the whole track and the unit number is added to it. A unit that
-/// cannot be read, or lies past the end, counts as one of zeros, which is the timecode 0.
+/// The timecode of a unit of a timecode track: one unit a field, docs/format.md, "Timecode unit". In a clip whose
+/// timecode source is "tc0striped", unit 0 carries the timecode of the whole track and the unit number is added to it.
+/// A unit that cannot be read, or lies past the end, counts as one of zeros, which is the timecode 0.
 /// @param track       handle of a timecode track; units of other tracks are decoded as if they were timecode
 /// @param unit        0-based
 /// @param timecode    receives the count in fields, 0 when the unit has none; may be null
-/// @param drop_frame  receives the unit's own flag, whether it counts drop-frame; may be null. Under "tc0striped" that of
-///                    unit 0
+/// @param drop_frame  receives the unit's own flag, whether it counts drop-frame; may be null. Under "tc0striped" that
+///                    of unit 0
 /// @return null on success, else "Error using track handle" (unknown track), "Bad Handle"
 KELVONCLIP_API wchar_t const* track_get_timecode(unsigned int track, unsigned int unit, unsigned int* timecode,
                                                  bool* drop_frame);
 
-/// Whether a unit of a timecode track carries a timecode: whether its first 8 bytes are not all FF hexadecimal, so units
-/// of zeros carry one. In a clip whose timecode source is "tc0striped": whether the
+/// Whether a unit of a timecode track carries a timecode: whether its first 8 bytes are not all FF hexadecimal, so
+/// units of zeros carry one. In a clip whose timecode source is "tc0striped": whether the
 /// timecode of unit 0 plus the unit number is at most the track's length in units. False for an unknown track.
 KELVONCLIP_API bool track_valid_timecode(unsigned int track, unsigned int unit);
 

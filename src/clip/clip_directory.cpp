@@ -126,8 +126,8 @@ std::shared_ptr<OpenFileEntry::Extra const> openTracksNow(OpenFileEntry const& e
     return entry.extra;
 }
 
-// A track that cannot be opened is left out without a report. Only a lack of memory, which passes, is passed on: none of
-// the tracks are open then, and the next query tries again.
+// A track that cannot be opened is left out without a report. Only a lack of memory, which passes, is passed on: none
+// of the tracks are open then, and the next query tries again.
 std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& meta) {
     std::vector<std::unique_ptr<Track>> tracks;
     for (XmlElement const* track_meta : meta.track_meta) {

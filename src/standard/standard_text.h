@@ -1,5 +1,5 @@
-// The texts of video standards, for the library itself. The exported functions return a neutral value if memory runs out;
-// a clip's header needs to know the difference.
+// The texts of video standards, for the library itself. The exported functions return a neutral value if memory runs
+// out; a clip's header needs to know the difference.
 #pragma once
 
 #include <kelvonclip/kelvon_std.h>

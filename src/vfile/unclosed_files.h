@@ -1,5 +1,5 @@
-// Files whose last user has let go of them while there was no memory to close them. They stay as they are, with all that
-// they hold, until there is: closing is tried again before any file is opened and when a clip is closed.
+// Files whose last user has let go of them while there was no memory to close them. They stay as they are, with all
+// that they hold, until there is: closing is tried again before any file is opened and when a clip is closed.
 //
 // Threads: any. Nothing here needs memory.
 #pragma once

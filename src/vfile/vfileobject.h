@@ -160,8 +160,8 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     virtual KString flush() = 0;
     // All steps for this stack. Empty on success: everything written before the call then has the given durability.
     KString writeBack(Durability durability);
-    // The same for closing: what cannot be made to survive a loss of power is written all the same. Gives the message of
-    // the durable attempt.
+    // The same for closing: what cannot be made to survive a loss of power is written all the same. Gives the message
+    // of the durable attempt.
     KString lastWriteBack();
 
     // Called once, by the registry of shared files, when the last reference is released: writes what the file itself

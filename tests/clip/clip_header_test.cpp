@@ -66,7 +66,7 @@ std::string written(HeaderContent const& content) {
     return text.area ? std::string(text.area->bytes.begin(), text.area->bytes.end()) : std::string();
 }
 
-// ---- writing ----------------------------------------------------------------------------------------------------------
+// ---- writing --------------------------------------------------------------------------------------------------------
 
 TEST(ClipHeaderWriter, WritesTheElementsInTheirOrderAndPadsWithSpaces) {
     HeaderContent content = someContent();
@@ -229,7 +229,7 @@ TEST(ClipHeader, ReadingGivesBackWhatWasWritten) {
     }
 }
 
-// ---- reading: the standard and the tracks -------------------------------------------------------------------------------
+// ---- reading: the standard and the tracks ---------------------------------------------------------------------------
 
 TEST(ClipHeaderReader, EveryStandardGivesItsRasterAndFrequency) {
     VideoStandard standard{};
@@ -292,7 +292,7 @@ TEST(ClipHeaderReader, ElementsThatAreAbsentLeaveTheirDefaults) {
     EXPECT_TRUE(meta->meta.empty());
 }
 
-// ---- reading: numbers and texts -----------------------------------------------------------------------------------------
+// ---- reading: numbers and texts -------------------------------------------------------------------------------------
 
 std::string element(std::string const& name, std::string const& text) {
     return "<" + name + ">" + text + "</" + name + ">";
@@ -351,7 +351,7 @@ TEST(ClipHeaderReader, TextsAndTheFreeListAreKept) {
     EXPECT_EQ(meta->meta[2].value, "8");
 }
 
-// ---- reading: timecode --------------------------------------------------------------------------------------------------
+// ---- reading: timecode ----------------------------------------------------------------------------------------------
 
 TEST(ClipHeaderReader, SourceTextsAreComparedExactly) {
     struct Row {
@@ -404,7 +404,7 @@ TEST(ClipHeaderReader, EitherDropFrameElementSetsDropFrameWithExactlyDf) {
     EXPECT_FALSE(readClipWith(element("Striped_TC_DF", "ndf") + element("RecTCStripeNDF", "ndf"))->drop_frame);
 }
 
-// ---- reading: kinds of header -------------------------------------------------------------------------------------------
+// ---- reading: kinds of header ---------------------------------------------------------------------------------------
 
 TEST(ClipHeaderReader, ParentClipWithoutTracksIsAChildClip) {
     HeaderRead const result = parseClipHeader(padded(root(
@@ -481,7 +481,7 @@ TEST(ClipHeaderReader, HeaderNestedAsDeepAsTheAreaAllowsIsRead) {
     EXPECT_EQ(levels, depth);
 }
 
-// ---- reading from files and damage --------------------------------------------------------------------------------------
+// ---- reading from files and damage ----------------------------------------------------------------------------------
 
 std::shared_ptr<test::MemoryFile> fileOf(std::string const& bytes) {
     auto file = std::make_shared<test::MemoryFile>();

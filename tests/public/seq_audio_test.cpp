@@ -311,8 +311,8 @@ TEST(SequentialAudio, WritersOnTracksOfOneClipStartWithUnrelatedBlockWords) {
             EXPECT_EQ(model::get32(next.data() + 4096u * s + 8), words.back() + 1);
         }
     }
-    // Of thirty-two random numbers of 32 bits at most one pair is closer than a thousand. The chance of more is less than
-    // one in ten million.
+    // Of thirty-two random numbers of 32 bits at most one pair is closer than a thousand. The chance of more is less
+    // than one in ten million.
     std::ranges::sort(words);
     std::size_t close = 0;
     for (std::size_t i = 1; i < words.size(); ++i)

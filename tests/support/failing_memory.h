@@ -1,9 +1,9 @@
 // Lets allocations fail at will, those of every thread of a program in which one source file includes
 // replaced_allocation.h.
 //
-// The allocation walk: an operation is run again and again. Nothing fails at first; then its first allocation does, then
-// its second, and so on, until it gets through without meeting the failure (some times in a row, because threads that
-// take part vary in what they need).
+// The allocation walk: an operation is run again and again. Nothing fails at first; then its first allocation does,
+// then its second, and so on, until it gets through without meeting the failure (some times in a row, because threads
+// that take part vary in what they need).
 //
 //     for (AllocationWalk walk(Failures::one); walk.next();) {
 //         ... prepare

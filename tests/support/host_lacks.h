@@ -1,6 +1,6 @@
-// What tests need and some hosts do not give: io_uring, for example, which containers often refuse. Such a test fails on
-// a host that lacks it, so that nobody takes a skipped test for a passed one. Where the lack is known, the environment
-// variable KELVONCLIP_HOST_LACKS names it (several with commas between them), and the test is skipped and counted.
+// What tests need and some hosts do not give: io_uring, for example, which containers often refuse. Such a test fails
+// on a host that lacks it, so that nobody takes a skipped test for a passed one. Where the lack is known, the
+// environment variable KELVONCLIP_HOST_LACKS names it (several with commas between them); the test is then skipped.
 #pragma once
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// The life of a thread's ring: when it is made and closed, and what happens where the host refuses it, from the start or
-// later on. The engine that then does the work is tested beside it.
+// The life of a thread's ring: when it is made and closed, and what happens where the host refuses it, from the start
+// or later on. The engine that then does the work is tested beside it.
 #include "platform/linux/io_queue.h"
 
 #include <cerrno>
@@ -350,8 +350,8 @@ TEST_F(PlainEngineTest, WaitCompletesARequestHoweverLittleTimeItHas) {
         EXPECT_EQ(semaphore.waitAlertable(timeout_ms), WaitResult::timed_out);
 }
 
-// KEEP: a completion begins the time-out anew. Without a ring each look at the semaphore completes one request, so a wait
-// that has no time at all goes on to the one that posts.
+// KEEP: a completion begins the time-out anew. Without a ring each look at the semaphore completes one request, so a
+// wait that has no time at all goes on to the one that posts.
 TEST_F(PlainEngineTest, EveryCompletionBeginsTheTimeOutAnew) {
     KSemaphore semaphore(0);
     Buffer read(BLOCK, 1);

@@ -1,4 +1,4 @@
-// Recordings whose process is killed: what a checkpoint brought to the disk is there, in its place, and nothing else shows.
+// Recordings whose process is killed: what a checkpoint brought to the disk is there, in its place, and nothing else.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,8 +33,8 @@ unsigned int createRecording(std::wstring const& name) {
     return createClip(name, {VideoStandard::s1080i_50, 1, 0, 2, 2, true});
 }
 
-// Records for ever. After each checkpoint it writes the number of units that every track has to the pipe. With an interval
-// checkpoints come by themselves, and the number is written after every unit instead.
+// Records for ever. After each checkpoint it writes the number of units that every track has to the pipe. With an
+// interval checkpoints come by themselves, and the number is written after every unit instead.
 [[noreturn]] void record(std::wstring const& name, int promises, unsigned int interval_ms) {
     unsigned int const clip = createRecording(name);
     if (clip == 0) std::_Exit(1);

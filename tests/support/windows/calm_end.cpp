@@ -1,6 +1,6 @@
-// Lets a test program end calmly: Wine 8 now and then faults when a process ends while one of its threads is starting or
-// ending, and the programs here are over within milliseconds of their last use of the thread pool. Windows has no such
-// trouble, so nothing of it belongs into the library.
+// Lets a test program end calmly: Wine 8 now and then faults when a process ends while one of its threads is starting
+// or ending, and the programs here are over within milliseconds of their last use of the thread pool. Windows has no
+// such trouble, so nothing of it belongs into the library.
 #include <gtest/gtest.h>
 
 #include <windows.h>
