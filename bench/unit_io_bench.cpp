@@ -5,6 +5,7 @@
 #include <kelvonclip/kelvonclip.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>

@@ -3,7 +3,12 @@
 #include <kelvonclip/kelvonclip.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "demo.h"
 

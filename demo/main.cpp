@@ -1,7 +1,10 @@
 // kelvonclip_demo record|play ESSENCE CLIPS EXTRACTED RESULTS: appends one line of figures for each clip to RESULTS.
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <filesystem>
 #include <fstream>
+#include <string>
 
 #include "demo.h"
 

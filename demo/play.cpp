@@ -1,8 +1,12 @@
 #include <kelvonclip/kelvonclip.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <filesystem>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "demo.h"
 

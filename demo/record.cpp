@@ -1,6 +1,11 @@
 #include <kelvonclip/kelvonclip.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "demo.h"
 

@@ -1,4 +1,5 @@
 // The clip header reader and writer with arbitrary header areas.
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 

@@ -1,6 +1,10 @@
 // Grow containers with arbitrary host files.
 #include "vfile/vfilegrow.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
 #include "container_fuzz.h"
 
 using namespace KelvonClip;

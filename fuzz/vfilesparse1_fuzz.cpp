@@ -1,6 +1,9 @@
 // Sparse files of format 1 with arbitrary host files.
 #include "vfile/vfilesparse1.h"
 
+#include <cstddef>
+#include <cstdint>
+
 #include "container_fuzz.h"
 
 using namespace KelvonClip;

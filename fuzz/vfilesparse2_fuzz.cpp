@@ -1,6 +1,10 @@
 // Sparse files of format 2 with arbitrary host files: reading, and writing after the replay.
 #include "vfile/vfilesparse2.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
 #include "container_fuzz.h"
 
 using namespace KelvonClip;

@@ -1,5 +1,6 @@
 // The XML parser, writer and extractor with arbitrary bytes.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 

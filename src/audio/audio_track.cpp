@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "clip/clip_directory.h"
 #include "vfile/vfileobject.h"

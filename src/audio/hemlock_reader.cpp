@@ -1,6 +1,8 @@
 #include "audio/hemlock_reader.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <utility>
 
 #include "foundation/kassert.h"
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <new>
+#include <utility>
 
 #include "foundation/kassert.h"
 #include "foundation/string_stash.h"

@@ -1,4 +1,8 @@
 // The exported functions of the sequential reader, and the finishing of open readers when the library ends.
+#include <cstdint>
+#include <exception>
+#include <memory>
+
 #include <kelvonclip/seq_read.h>
 
 #include "audio/audio_track.h"

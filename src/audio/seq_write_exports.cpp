@@ -1,7 +1,10 @@
 // The exported functions of the sequential writer, and the finishing of open writers when the library ends.
 #include <kelvonclip/seq_write.h>
 
+#include <cstdint>
+#include <memory>
 #include <random>
+#include <vector>
 
 #include "audio/audio_track.h"
 #include "audio/hemlock_writer.h"

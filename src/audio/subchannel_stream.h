@@ -11,6 +11,7 @@
 // Threads: one caller at a time.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>

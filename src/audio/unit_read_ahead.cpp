@@ -5,6 +5,7 @@
 #include <exception>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "foundation/exported.h"
 #include "foundation/ksemaphore.h"

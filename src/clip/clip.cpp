@@ -1,6 +1,7 @@
 #include "clip/clip.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "clip/track.h"
 

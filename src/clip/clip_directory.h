@@ -24,6 +24,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 
 #include "clip/checkpoint_timer.h"
 #include "clip/clip.h"

@@ -2,6 +2,7 @@
 #include <kelvonclip/kelvon_clip.h>
 
 #include <algorithm>
+#include <cstdint>
 
 #include "clip/clip_directory.h"
 #include "foundation/exported.h"

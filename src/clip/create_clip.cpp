@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "clip/info_j2k.h"
 #include "clip/track_format.h"

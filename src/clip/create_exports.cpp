@@ -2,6 +2,7 @@
 #include <kelvonclip/info_j2k.h>
 #include <kelvonclip/kelvon_clip.h>
 
+#include <cstdint>
 #include <utility>
 
 #include "clip/clip_directory.h"

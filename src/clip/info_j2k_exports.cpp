@@ -1,4 +1,6 @@
 // The exported size limits of JPEG 2000 tracks: the sizes at a standard's maximum and minimum bit rates.
+#include <cstdint>
+
 #include <kelvonclip/info_j2k.h>
 
 #include "clip/info_j2k.h"

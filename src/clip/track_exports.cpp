@@ -3,6 +3,7 @@
 #include <kelvonclip/track.h>
 
 #include <algorithm>
+#include <cstdint>
 
 #include "clip/clip_directory.h"
 #include "foundation/exported.h"

@@ -1,7 +1,9 @@
 #include "clip/unit_buffer_pool.h"
 
 #include <cstring>
+#include <exception>
 #include <new>
+#include <utility>
 
 #include "foundation/kassert.h"
 #include "platform/host_file.h"

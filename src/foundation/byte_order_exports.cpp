@@ -1,4 +1,6 @@
 // Emits the inline functions of the public header into the library, so that it exports them.
+#include <cstdint>
+
 #include <kelvonclip/byte_order.h>
 
 namespace {

@@ -7,6 +7,7 @@
 #include "foundation/string_stash.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>

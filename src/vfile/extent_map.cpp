@@ -1,6 +1,7 @@
 #include "vfile/extent_map.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <new>
 

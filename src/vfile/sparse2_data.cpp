@@ -1,6 +1,7 @@
 #include "vfile/sparse2_data.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <span>

@@ -1,6 +1,7 @@
 #include "vfile/vfile_builder.h"
 
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <utility>
 #include <vector>

@@ -6,6 +6,9 @@
 // Threads: any. Opening containers reads them; the calling thread waits for its own I/O.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+
 #include "vfile/vfileobject.h"
 #include "xml/xml_parse.h"
 

@@ -1,6 +1,7 @@
 #include "vfile/vfilefile.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <utility>
 

@@ -11,6 +11,8 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <memory>
 #include <thread>
 
 #include "vfile/aligned_buffer.h"

@@ -2,6 +2,8 @@
 // the host; derived classes override those that differ.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "vfile/vfileobject.h"

@@ -5,6 +5,10 @@
 // Threads: any; the section has no mutable state.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <utility>
+
 #include "vfile/vfilehosted.h"
 
 namespace KelvonClip {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "vfile/aligned_buffer.h"

@@ -8,6 +8,9 @@
 // Threads: any.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+
 #include "foundation/kprotect.h"
 #include "vfile/extent_map.h"
 #include "vfile/vfilehosted.h"

@@ -1,6 +1,7 @@
 #include "vfile/vfilesparse2.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <mutex>
 #include <optional>

@@ -12,6 +12,9 @@
 // while it copies the current block.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+
 #include "foundation/kprotect.h"
 #include "vfile/sparse2_data.h"
 #include "vfile/vfilehosted.h"

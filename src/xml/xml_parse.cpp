@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
+#include <initializer_list>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "foundation/kassert.h"

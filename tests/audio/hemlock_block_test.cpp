@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <random>
+#include <utility>
+#include <vector>
 
 #include "audio/gain_tables.h"
 #include "support/audio_model.h"

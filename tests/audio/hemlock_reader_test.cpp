@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <random>
+#include <string>
 #include <thread>
 
 #include "audio/memory_units.h"

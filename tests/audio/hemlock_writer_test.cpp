@@ -1,5 +1,11 @@
 #include "audio/hemlock_writer.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <new>
+#include <random>
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "audio/hemlock_reader.h"

@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
 #include <numeric>
+#include <random>
 
 #include "support/audio_model.h"
 

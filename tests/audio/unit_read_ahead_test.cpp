@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "audio/memory_units.h"
 #include "platform/task_pool.h"

@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <random>
+#include <string>
+#include <utility>
 
 #include "support/memory_file.h"
 

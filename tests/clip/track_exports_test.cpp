@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/track.h>

@@ -1,6 +1,7 @@
 #include "foundation/ksemaphore.h"
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>

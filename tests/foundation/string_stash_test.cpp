@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <cwchar>
+#include <string>
 #include <thread>
 #include <vector>
 

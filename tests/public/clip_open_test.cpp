@@ -1,5 +1,8 @@
 // Opening, closing and querying clips through the exports.
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <thread>
 #include <vector>
 

@@ -1,5 +1,7 @@
 // Creating clips through the exports.
 
+#include <filesystem>
+#include <string>
 #include <vector>
 
 #include <kelvonclip/info_j2k.h>

@@ -1,6 +1,8 @@
 // Processes that end with clips still open: everything they have recorded is in the files.
 
+#include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 #include <vector>

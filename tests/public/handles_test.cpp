@@ -1,5 +1,7 @@
 // The common space of handle numbers. Each case needs a fresh process, which the test runner provides.
 
+#include <cstdint>
+
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 

@@ -1,6 +1,9 @@
 // Truncated clip files, files with wrong sizes, and files with deep nesting, opened through the exports. The result is
 // the recorded data, silence or a message; never other data, a crash or a hang.
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <limits>

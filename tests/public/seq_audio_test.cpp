@@ -5,9 +5,12 @@
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>

@@ -1,6 +1,9 @@
 // Tracks and their units through the exports.
 
+#include <cstdint>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "public/public_support.h"

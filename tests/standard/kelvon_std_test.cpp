@@ -1,6 +1,8 @@
 // Video standards: every table row, every fallback, the parsers.
 #include <kelvonclip/kelvon_std.h>
 
+#include <cstddef>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>

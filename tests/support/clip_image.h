@@ -1,6 +1,7 @@
 // Hand-made clip files: header texts and header areas, in types of the standard library only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <string>

@@ -2,6 +2,8 @@
 // disk may have after a crash.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>

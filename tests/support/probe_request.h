@@ -1,8 +1,10 @@
 // A request to a HostFile, and its result.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "platform/host_file.h"
 #include "platform/wait.h"

@@ -1,6 +1,8 @@
 // The state of a recording after a power failure, or after the process was killed, at any moment.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <random>

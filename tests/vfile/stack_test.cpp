@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "support/disk_image.h"
 #include "support/memory_file.h"

@@ -1,13 +1,16 @@
 #include "vfile/vfilegrow.h"
 
-#include <atomic>
-#include <gtest/gtest.h>
-#include <thread>
-#include <vector>
-
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <limits>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
 
 #include "support/disk_image.h"
 #include "support/memory_file.h"

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <limits>
+#include <vector>
 
 #include "support/disk_image.h"
 #include "support/memory_file.h"

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
+#include <optional>
+#include <vector>
 
 #include "support/disk_image.h"
 #include "support/memory_file.h"

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "support/disk_image.h"
 #include "support/memory_file.h"

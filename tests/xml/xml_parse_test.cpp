@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <random>
+#include <string_view>
 
 namespace KelvonClip {
 namespace {

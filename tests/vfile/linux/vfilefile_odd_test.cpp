@@ -1,6 +1,9 @@
 // Host files here take positions, lengths and addresses of every kind.
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
