@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <new>
+#include <utility>
 
 #include "platform/host.h"
 #include "platform/round_up.h"

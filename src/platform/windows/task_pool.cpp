@@ -3,8 +3,10 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "platform/recycled_memory.h"
 

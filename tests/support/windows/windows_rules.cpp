@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <new>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace KelvonClip::test {
