@@ -1,32 +1,28 @@
 #include "vfile/unclosed_files.h"
 
-#include <mutex>
+#include <atomic>
 #include <utility>
-
-#include "foundation/locked.h"
 
 namespace KelvonClip {
 
 namespace {
 
-constinit std::mutex list_mutex;
-constinit UnclosedFile* first = nullptr;
+// A list to which files are only added, and from which all are taken at once. So it needs no mutex, for which some hosts
+// would allocate memory.
+constinit std::atomic<UnclosedFile*> first = nullptr;
 
 }  // namespace
 
 void UnclosedFile::keep(std::shared_ptr<UnclosedFile> file) noexcept {
-    auto const hold = locked(list_mutex);
     UnclosedFile& added = *file;
     added.kept = std::move(file);
-    added.next = std::exchange(first, &added);
+    added.next = first.load();
+    while (!first.compare_exchange_weak(added.next, &added)) {
+    }
 }
 
 void UnclosedFile::closeAll() noexcept {
-    UnclosedFile* each = nullptr;
-    {
-        auto const hold = locked(list_mutex);
-        each = std::exchange(first, nullptr);
-    }
+    UnclosedFile* each = first.exchange(nullptr);
     while (each != nullptr) {
         UnclosedFile& file = *each;
         each = file.next;
