@@ -7,8 +7,8 @@ namespace KelvonClip {
 
 namespace {
 
-// A list to which files are only added, and from which all are taken at once. So it needs no mutex, for which some hosts
-// would allocate memory.
+// Files are only added to this list, and all are taken at once. So it needs no mutex, for which some hosts would
+// allocate memory.
 constinit std::atomic<UnclosedFile*> first = nullptr;
 
 }  // namespace

@@ -49,16 +49,28 @@ class BothFailures : public testing::TestWithParam<Failures> {
         AllocationWalk walk(GetParam());
         while (walk.next() && !HasFailure()) {
             SCOPED_TRACE(testing::Message() << "allocation " << walk.allocation());
-            std::size_t const handles = openHandles();
             std::int64_t const before = Memory::allocated();
-            round(walk);
-            hemlock::UnitReadAhead::waitForTasks(60000);
+            expectNoHandlesLeft([&] { round(walk); });
             if (walk.allocation() == 0) continue;  // what is kept for later is made now
-            EXPECT_EQ(openHandles(), handles);
             EXPECT_LE(Memory::allocated(), before + kept);
         }
         EXPECT_GT(walk.allocation(), 5u) << "the walk has to have met an allocation";
         RecordProperty("rounds", std::to_string(walk.allocation()));
+    }
+
+  private:
+    // Windows opens some handles once and for all: at the first exception of a process, and when two threads first meet
+    // at a mutex. So a round that leaves handles behind is run again: a leak recurs.
+    static void expectNoHandlesLeft(std::function<void()> const& round) {
+        constexpr int TRIES = 4;
+        std::size_t before = 0, after = 0;
+        for (int tries = 0; tries < TRIES && (tries == 0 || after != before) && !HasFailure(); ++tries) {
+            before = openHandles();
+            round();
+            hemlock::UnitReadAhead::waitForTasks(60000);
+            after = openHandles();
+        }
+        EXPECT_EQ(after, before);
     }
 };
 

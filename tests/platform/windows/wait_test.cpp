@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "platform/task_pool.h"
-#include "support/windows/process_resources.h"
+#include "support/windows/open_handles.h"
 
 namespace KelvonClip::platform {
 namespace {
@@ -59,10 +59,10 @@ TEST(WindowsSemaphore, ASemaphoreWithoutUnitsTakesAndGivesNone) {
 }
 
 TEST(WindowsSemaphore, HandlesAreGivenBack) {
-    std::size_t const before = test::handleCount();
+    std::size_t const before = test::openHandles();
     for (int i = 0; i < 1000; ++i)
         HostSemaphore semaphore(0, 1);
-    EXPECT_EQ(test::handleCount(), before);
+    EXPECT_EQ(test::openHandles(), before);
 }
 
 TEST(WindowsTaskPool, TasksMayAllWaitForEachOther) {

@@ -16,7 +16,8 @@
 #include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
-#include "support/windows/process_resources.h"
+#include "support/windows/heap_blocks.h"
+#include "support/windows/open_handles.h"
 #include "support/windows/windows_rules.h"
 
 namespace KelvonClip {
@@ -163,10 +164,10 @@ TEST(LibraryResources, AHundredThreadsThatOpenAndCloseLeaveNoHandleBehind) {
             });
     };
     hundredThreads();  // what is made once, on first use, is there now
-    std::size_t const before = handleCount();
+    std::size_t const before = openHandles();
     hundredThreads();
     // The C++ library keeps a few handles of ended threads for reuse; a leak for each clip would be hundreds.
-    EXPECT_LE(handleCount(), before + 20);
+    EXPECT_LE(openHandles(), before + 20);
 }
 
 TEST(LibraryResources, ClipsLeaveNoHandleBehind) {
@@ -183,10 +184,10 @@ TEST(LibraryResources, ClipsLeaveNoHandleBehind) {
         clip_close(createClip(folder.name(("new" + std::to_string(number)).c_str()), AUDIO_CLIP));
     };
     round(0);
-    std::size_t const before = handleCount();
+    std::size_t const before = openHandles();
     for (int number = 1; number <= 30; ++number)
         round(number);
-    EXPECT_EQ(handleCount(), before);
+    EXPECT_EQ(openHandles(), before);
 }
 
 // Records and plays `units` units of both subchannels.
@@ -214,12 +215,12 @@ void expectNothingLeftBehind(int rounds, Round&& round) {
     constexpr int FIRST_ROUNDS = 20;
     for (int number = 0; number < FIRST_ROUNDS; ++number)
         round();
-    std::size_t const handles = handleCount(), blocks = heapBlockCount();
+    std::size_t const handles = openHandles(), blocks = heapBlockCount();
     for (int number = 0; number < rounds; ++number)
         round();
     // The task pool and the C++ library may start and end a thread meanwhile.
     constexpr std::size_t THREADS_OF_OTHERS = 10;
-    EXPECT_LE(handleCount(), handles + THREADS_OF_OTHERS);
+    EXPECT_LE(openHandles(), handles + THREADS_OF_OTHERS);
     EXPECT_LE(heapBlockCount(), blocks + THREADS_OF_OTHERS);
 }
 

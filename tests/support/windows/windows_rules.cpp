@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <new>
@@ -39,10 +40,28 @@ class Locked {
     SRWLOCK& lock;
 };
 
+// What is allocated here stands for memory of the system: tests that count the library's allocations, or let them fail,
+// must not meet it.
+template <class T>
+struct SystemMemory {
+    using value_type = T;
+    SystemMemory() = default;
+    template <class Other>
+    SystemMemory(SystemMemory<Other> const&) {}
+
+    T* allocate(std::size_t count) {
+        if (void* const memory = HeapAlloc(GetProcessHeap(), 0, count * sizeof(T))) return static_cast<T*>(memory);
+        throw std::bad_alloc();
+    }
+    void deallocate(T* memory, std::size_t) { HeapFree(GetProcessHeap(), 0, memory); }
+    bool operator==(SystemMemory const&) const { return true; }
+};
+
 // The open unbuffered, overlapped handles, with the access that they were opened for.
 SRWLOCK files_lock = SRWLOCK_INIT;
-std::map<HANDLE, DWORD>& files() {
-    static auto* const open_files = new std::map<HANDLE, DWORD>;
+using Files = std::map<HANDLE, DWORD, std::less<>, SystemMemory<std::pair<HANDLE const, DWORD>>>;
+Files& files() {
+    static auto* const open_files = new Files;
     return *open_files;
 }
 std::optional<DWORD> accessOf(HANDLE file) {
@@ -61,12 +80,10 @@ struct Transfer {
     LPOVERLAPPED_COMPLETION_ROUTINE routine;
     DWORD error = 0, transferred = 0;
 
-    // Stands for memory of the system, so tests that count the library's allocations must not count it.
-    static void* operator new(std::size_t bytes) {
-        if (void* const memory = HeapAlloc(GetProcessHeap(), 0, bytes)) return memory;
-        throw std::bad_alloc();
+    static void* operator new(std::size_t bytes) { return SystemMemory<std::byte>().allocate(bytes); }
+    static void operator delete(void* memory) {
+        SystemMemory<std::byte>().deallocate(static_cast<std::byte*>(memory), 0);
     }
-    static void operator delete(void* memory) { HeapFree(GetProcessHeap(), 0, memory); }
 
     // Runs the transfer on the worker thread with an OVERLAPPED of its own: the event field of the issuer's is in use.
     void run() {
@@ -136,7 +153,7 @@ class Worker {
 
     SRWLOCK lock = SRWLOCK_INIT;
     CONDITION_VARIABLE more = CONDITION_VARIABLE_INIT;
-    std::vector<std::unique_ptr<Transfer>> waiting;
+    std::vector<std::unique_ptr<Transfer>, SystemMemory<std::unique_ptr<Transfer>>> waiting;
     std::uint32_t random = 1;
     HANDLE const running = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE const thread;  // last, because the thread uses all members above

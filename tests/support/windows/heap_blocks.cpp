@@ -1,16 +1,13 @@
-#include "support/windows/process_resources.h"
+#include "support/windows/heap_blocks.h"
 
-#include <cstdint>
+#include <windows.h>
+
 #include <stdexcept>
 #include <vector>
 
 namespace KelvonClip::test {
 
 namespace {
-
-// Handle numbers are multiples of four from four on, and the lowest free one is given out first.
-constexpr std::uintptr_t NUMBER_STEP = 4;
-constexpr int LONGEST_GAP = 4096;
 
 std::size_t blocksOf(HANDLE heap) {
     std::size_t blocks = 0;
@@ -22,18 +19,6 @@ std::size_t blocksOf(HANDLE heap) {
 }
 
 }  // namespace
-
-std::size_t handleCount() {
-    std::size_t open = 0;
-    int gap = 0;
-    for (std::uintptr_t number = NUMBER_STEP; gap < LONGEST_GAP; number += NUMBER_STEP) {
-        DWORD flags = 0;
-        bool const is_open = GetHandleInformation(reinterpret_cast<HANDLE>(number), &flags) != FALSE;
-        open += is_open;
-        gap = is_open ? 0 : gap + 1;
-    }
-    return open;
-}
 
 std::size_t heapBlockCount() {
     std::vector<HANDLE> heaps(64);
