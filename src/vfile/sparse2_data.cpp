@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "foundation/exported.h"
 #include "foundation/kassert.h"
 
 namespace KelvonClip {
@@ -96,6 +97,8 @@ KString DataStruct::replay(VFileObject& host) {
     if (KString error = readBlock(host, *superblock); !error.empty()) return error;
     if (!hasMagic(*superblock, super_block::MAGIC)) return u"Bad superblock";
     next_free = BLOCK_SIZE;
+    std::uint64_t const host_end = host.length();
+    old_host_end = host_end != 0 ? host_end : GREATEST;  // 0: the host cannot tell
     while (block_count < MAX_REPLAYED_BLOCKS && replayBlock(host)) {
     }
     forgetUnreachedRuns();
@@ -176,13 +179,13 @@ HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::u
             return {{}, extent->host + offset, std::min(length, extent->length - offset)};
         }
         if (unreadable) return {UNREADABLE};
-        if (lastRecordEndsAt(position) || hasRoom()) return allocate(position, length);
+        if (lastRecordEndsAt(position) || hasRoom()) return allocate(position, length, UnlandedRanges::makeNode());
         if (KString error = makeRoom(host); !error.empty()) return {std::move(error)};
     }
 }
 
 // Allocates space for an unmapped range at the end of the log, up to the start of the next extent.
-HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
+HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length, UnlandedRanges::Node node) {
     bool const aligned_position =
         kassert(position % SECTOR_SIZE == 0, "vfilesparse2", __LINE__, "pos % SECTOR_SIZE == 0");
     bool const aligned_length = kassert(length % SECTOR_SIZE == 0, "vfilesparse2", __LINE__, "len % SECTOR_SIZE == 0");
@@ -196,6 +199,7 @@ HostRange DataStruct::allocate(std::uint64_t position, std::uint64_t length) {
 
     HostRange place{{}, next_free, length};
     if (!extendLastRecord(position, length) && !addRecord(position, length)) return {};
+    unlanded.add(std::move(node), position, length, next_free < old_host_end);
     next_free += length;
     return place;
 }
@@ -258,6 +262,42 @@ KString DataStruct::startBlock() {
     ++block_count;
     record_count = frozen_records = 0;
     follower_wiped = stale_tail = false;
+    return {};
+}
+
+// --- What has not landed ---
+
+std::optional<Extent> DataStruct::readable(std::uint64_t position) const {
+    auto extent = filemap.atOrAfter(position);
+    if (!extent || extent->start > position) return extent;
+    auto const gap = unlanded.atOrAfter(position);
+    if (!gap) return extent;
+    if (gap->start == position) return Extent{gap->end, 1, 0};  // zeros up to there
+    extent->length = std::min(extent->length, gap->start - extent->start);
+    return extent;
+}
+
+void DataStruct::clearOldBytes(VFileObject& host, UnlandedRanges::Clear which) {
+    std::uint64_t position = 0;
+    while (auto const piece = unlanded.beginClearing(position, which)) {
+        bool successful = false;
+        unreported([&] { successful = clear(host, *piece).empty(); });
+        unlanded.cleared(*piece, successful);
+        position = piece->end;
+    }
+}
+
+KString DataStruct::clear(VFileObject& host, UnlandedRanges::Piece piece) const {
+    AlignedBuffer const zeros(BLOCK_SIZE);
+    for (std::uint64_t position = piece.start; position < piece.end;) {
+        auto const extent = filemap.atOrAfter(position);
+        if (!extent || extent->start > position) return "Software error";
+        std::uint64_t const offset = position - extent->start;
+        auto const step = static_cast<std::uint32_t>(
+            std::min({extent->length - offset, piece.end - position, std::uint64_t{BLOCK_SIZE}}));
+        if (KString error = host.writeSync(extent->host + offset, step, zeros.data()); !error.empty()) return error;
+        position += step;
+    }
     return {};
 }
 
@@ -373,9 +413,33 @@ bool DataStruct::everyRecordIsSaved() const {
            std::ranges::none_of(unsaved, [](Unsaved const& block) { return block.full && block.full->dirty; });
 }
 
-void DataStruct::shortenToHost(VFileObject& host) {
+void DataStruct::giveBackUnwritten(VFileObject& host) {
     if (record_count == 0 || unreadable) return;
     host.releaseAllocation();
+    giveBackIdleRecords();
+    shortenToHost(host);
+}
+
+// Only in the current block: blocks before it are full and on disk.
+void DataStruct::giveBackIdleRecords() {
+    while (record_count > 0) {
+        ExtentRecord const last = record(record_count - 1);
+        std::uint64_t const start = last.start * SECTOR_SIZE, end = start + last.length * SECTOR_SIZE;
+        std::uint64_t const kept_end = unlanded.landedEnd(start, end - start);
+        bool const all = kept_end == start;
+        // KEEP: a record that was only reserved stays.
+        if (kept_end == end || (all && !unlanded.wasWritten(start, end - start))) return;
+        setRecord(record_count - 1, all ? ExtentRecord{} : ExtentRecord{last.start, (kept_end - start) / SECTOR_SIZE});
+        unlanded.forget(kept_end, end - kept_end);
+        next_free -= end - kept_end;
+        if (!all) return;
+        --record_count;
+    }
+}
+
+// Removes from the last record what the host does not have.
+void DataStruct::shortenToHost(VFileObject& host) {
+    if (record_count == 0) return;
     std::uint64_t const host_length = host.length();
     if (host_length >= next_free) return;
     // A sector of which only a part exists counts as missing.

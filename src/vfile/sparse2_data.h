@@ -12,6 +12,7 @@
 //   * A block is written after all blocks before it. When it is written, the position of the next block of its run has
 //     no map-block magic on disk, whatever the host contained before: otherwise the replay would continue there.
 //   * The superblock on disk names a run only after the blocks before that run are on disk.
+//   * `unlanded` has every part of `filemap` to which nothing has been written since its place was allocated.
 //   * A record that may be on disk is frozen: it is never extended. So a block that is written only in part, whichever
 //     sectors that are, holds a prefix of the same list.
 //   * The data in memory is consistent during every wait for the disk: completion routines that run in such a wait may
@@ -29,6 +30,7 @@
 #include "vfile/aligned_buffer.h"
 #include "vfile/extent_map.h"
 #include "vfile/sparse2_format.h"
+#include "vfile/unlanded_ranges.h"
 #include "vfile/vfileobject.h"
 
 namespace KelvonClip {
@@ -53,6 +55,7 @@ struct DataStruct {
     std::shared_ptr<BlockBufStruct> current;  // the last map block, which receives new records; null when there is none
     std::uint32_t record_count = 0;           // in the current block
     ExtentMap filemap;
+    UnlandedRanges unlanded;
 
     // Reads the superblock and replays the log. Empty on success, even if damage ends the map early; otherwise the
     // host's error or "Bad superblock".
@@ -64,6 +67,13 @@ struct DataStruct {
     // Where [position, position + length) is stored; allocates space if it is not stored yet. The result may cover only
     // the beginning of the range. A result of length 0: the request does not fit the map.
     HostRange mapRange(VFileObject& host, std::uint64_t position, std::uint64_t length);
+
+    // The extent that contains `position`, or else the next one; what has not landed counts as not stored.
+    std::optional<Extent> readable(std::uint64_t position) const;
+
+    // Overwrites with zeros what the host may still hold of another file in ranges to which nothing was written. What
+    // cannot be overwritten is left for the next time.
+    void clearOldBytes(VFileObject& host, UnlandedRanges::Clear which);
 
     // The data that a write-back writes: the records that exist when it begins.
     struct Snapshot {
@@ -86,8 +96,8 @@ struct DataStruct {
     // Updates the state after a snapshot was written.
     void saved(Snapshot const& snapshot);
 
-    // Removes from the last record what was reserved and never written. Part of closing.
-    void shortenToHost(VFileObject& host);
+    // Removes from the end of the log what was reserved and never written. Part of closing.
+    void giveBackUnwritten(VFileObject& host);
 
     // Held while map blocks are written, so that an older copy of a block never overwrites a newer one. It is taken
     // under the lock of the log and kept when that lock is released.
@@ -112,6 +122,7 @@ struct DataStruct {
     bool stale_tail = false;           // the current block on disk has data after the replayed records
     std::uint32_t frozen_records = 0;  // of the current block
     bool follower_wiped = false;       // of the current block
+    std::uint64_t old_host_end = 0;    // when the file was opened; before it, the host may hold bytes of another file
 
     bool replayBlock(VFileObject& host);
     bool replayRecords();
@@ -127,9 +138,13 @@ struct DataStruct {
     bool hasRoom() const;
     KString makeRoom(VFileObject& host);
     KString startBlock();
-    HostRange allocate(std::uint64_t position, std::uint64_t length);
+    HostRange allocate(std::uint64_t position, std::uint64_t length, UnlandedRanges::Node node);
     bool extendLastRecord(std::uint64_t position, std::uint64_t length);
     bool addRecord(std::uint64_t position, std::uint64_t length);
+
+    KString clear(VFileObject& host, UnlandedRanges::Piece piece) const;
+    void giveBackIdleRecords();
+    void shortenToHost(VFileObject& host);
 
     bool somebodyUpTheStackSaves() const;
     bool nothingToSaveFirst() const;

@@ -21,6 +21,37 @@ using Registry = SharedFiles<VFileObject const*, VFileSparse2>;
 
 }  // namespace
 
+// The completion object of a write into a range that nothing has been written to before. Tells the log the outcome, then
+// passes it on.
+class VFileSparse2::Landing : public CIO::CIOObject {
+  public:
+    Landing(std::shared_ptr<VFileSparse2> file, std::uint64_t position, std::uint32_t bytes,
+            std::shared_ptr<CIO::CIOObject> caller_done)
+        : sparse(std::move(file)), start(position), length(bytes), done(std::move(caller_done)) {}
+
+    void complete() override {
+        bool const has_failed = error() != nullptr;
+        if (tracked) {
+            auto locked = sparse->data.hold();
+            if (has_failed)
+                locked.value.unlanded.failed(start, length);
+            else
+                locked.value.unlanded.landed(start, length);
+        }
+        if (has_failed) handErrorTo(*done);
+        done.reset();
+        sparse.reset();
+    }
+
+    bool tracked = false;
+
+  private:
+    std::shared_ptr<VFileSparse2> sparse;
+    std::uint64_t start;
+    std::uint32_t length;
+    std::shared_ptr<CIO::CIOObject> done;
+};
+
 VFileSparse2::VFileSparse2(std::shared_ptr<VFileObject> host_file, DataStruct replayed, bool opened_read_only)
     : VFileHosted(std::move(host_file)), read_only(opened_read_only), length_bytes(replayed.fileLength()),
       data(std::move(replayed)) {}
@@ -53,6 +84,7 @@ KString VFileSparse2::writeBack(WriteBackStep step, Durability durability) {
         to_save = data.hold().value.beginSaving();
         return {};
     }
+    if (step == WriteBackStep::maps) data.hold().value.clearOldBytes(*host, UnlandedRanges::Clear::what_failed);
     // A container below must be able to find the data before this map refers to it, and then the map itself.
     if (host->isContainer())
         if (KString error = host->writeBack(durability); !error.empty()) return error;
@@ -96,7 +128,11 @@ KString VFileSparse2::writeMap() {
 
 KString VFileSparse2::close() {
     if (read_only) return {};
-    data.hold().value.shortenToHost(*host);
+    {
+        auto locked = data.hold();
+        locked.value.giveBackUnwritten(*host);
+        locked.value.clearOldBytes(*host, UnlandedRanges::Clear::everything);
+    }
     return lastWriteBack();
 }
 
@@ -104,7 +140,7 @@ void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buff
                         std::shared_ptr<CIO::CIOObject> done) {
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
     auto locked = data.hold();
-    auto const find = [&](std::uint64_t at) { return locked.value.filemap.atOrAfter(at); };
+    auto const find = [&](std::uint64_t at) { return locked.value.readable(at); };
     readSparse(find, *host, position, length, buffer, done);
 }
 
@@ -122,10 +158,26 @@ void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void cons
         kassert(piece.length <= std::numeric_limits<std::uint32_t>::max(), "vfilesparse2", __LINE__,
                 "length <= UINT_MAX");
         auto const step = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece.length, length));
-        host->write(piece.host, step, from, done);
+        writePiece(locked.value, position, piece.host, step, from, done);
         position += step;
         length -= step;
         from += step;
+    }
+}
+
+void VFileSparse2::writePiece(DataStruct& log, std::uint64_t position, std::uint64_t host_position,
+                              std::uint32_t length, std::byte const* from,
+                              std::shared_ptr<CIO::CIOObject> const& done) {
+    if (!log.unlanded.overlap(position, length)) return host->write(host_position, length, from, done);
+    auto landing = CIO::makeCompletion<Landing>(std::static_pointer_cast<VFileSparse2>(shared_from_this()), position,
+                                                length, done);
+    if (!log.unlanded.begin(position, length)) return done->setError("Write failed");
+    landing->tracked = true;
+    try {
+        host->write(host_position, length, from, landing);
+    } catch (...) {
+        landing->setOutOfMemory();  // it has not landed
+        throw;
     }
 }
 

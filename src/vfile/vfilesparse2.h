@@ -5,6 +5,8 @@
 // on disk are in DataStruct (sparse2_data.h; docs/format.md, "Sparse format 2").
 //
 // Invariants
+//   * Readers see a range once its first write has landed; before that, and after a failed one, it reads as zeros. Never
+//     do they see what an older file left in the host.
 //   * The superblock and the current map block on disk are out of date until a write-back, or until the last user
 //     closes the file.
 // Threads: any. Every operation holds the lock of the file while it reads or changes the map and issues its host
@@ -50,6 +52,10 @@ class VFileSparse2 : public VFileHosted {
   private:
     VFileSparse2(std::shared_ptr<VFileObject> host_file, DataStruct replayed, bool opened_read_only);
 
+    class Landing;
+    // Writes to the host what belongs to one extent. `log` is locked.
+    void writePiece(DataStruct& log, std::uint64_t position, std::uint64_t host_position, std::uint32_t length,
+                    std::byte const* from, std::shared_ptr<CIO::CIOObject> const& done);
     KString writeMap();
 
     bool const read_only;
