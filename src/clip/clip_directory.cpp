@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "clip/units_per_record.h"
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
 #include "foundation/live_count.h"
@@ -143,12 +144,24 @@ std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& m
     return tracks;
 }
 
+// Makes sure that the map of the tracks has a record for everything that a day of recording writes.
+void budgetRecords(Clip const& clip, std::vector<std::unique_ptr<Track>> const& tracks) {
+    std::vector<std::uint32_t> units_per_day;
+    for (auto const& track : tracks)
+        if (track->format().valid && track->units().needsMapRecords())
+            units_per_day.push_back(unitsPerDay(clip.videoStandard(), track->fieldsPerUnit()));
+    std::uint32_t const together = unitsPerRecord(units_per_day);
+    for (auto const& track : tracks)
+        if (track->units().needsMapRecords()) track->allocateTogether(together);
+}
+
 void openTracks(Entry const& entry) {
     if (openTracksNow(*entry)) return;
     auto const opening = trackOpeningLock().hold();
     if (openTracksNow(*entry)) return;
 
     auto tracks = openTracksOf(*entry->clip, *entry->meta);
+    if (!entry->read_only) budgetRecords(*entry->clip, tracks);
     auto extra = std::make_shared<OpenFileEntry::Extra>();
     std::map<std::uint32_t, Entry> by_track_handle;
     for (auto const& track : tracks) {

@@ -7,6 +7,7 @@
 
 #include "clip/info_j2k.h"
 #include "clip/track_format.h"
+#include "clip/units_per_record.h"
 #include "foundation/kassert.h"
 #include "foundation/kid.h"
 #include "platform/host.h"
@@ -18,8 +19,6 @@
 namespace KelvonClip {
 
 namespace {
-
-constexpr std::uint32_t TEN_MINUTES_PER_DAY = 144;
 
 // An upper bound of the number of tracks: more would not fit into a header even without contents.
 constexpr std::string_view SHORTEST_TRACK_META = "<TrackMeta><TrackType></TrackType><VFile></VFile></TrackMeta>";
@@ -117,12 +116,7 @@ KString checkDescription(ClipDescription const& clip) {
 }
 
 std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_size, std::uint32_t fields_per_unit) {
-    std::uint32_t const fields_per_second = RoughFieldsPerSecond(standard);
-    // KEEP: only 59.94Hz is corrected for drop-frame; 29.97, 47.95 and 23.98Hz count as 30, 48 and 24.
-    std::uint32_t const dropped = toVideoFrequency(standard) == VideoFrequency::f59_94 ? 4 : 0;
-    std::uint32_t const ten_minutes = (fields_per_second * 60 - dropped) * 10 + dropped;
-    std::uint32_t const units = ten_minutes * TEN_MINUTES_PER_DAY / fields_per_unit;
-    return VFileGrow::HEADER_SIZE + std::uint64_t{units} * stored_unit_size;
+    return VFileGrow::HEADER_SIZE + std::uint64_t{unitsPerDay(standard, fields_per_unit)} * stored_unit_size;
 }
 
 ClipLayout layOutClip(ClipDescription const& clip) {

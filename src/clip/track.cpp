@@ -120,6 +120,9 @@ void Track::writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size
 
     parent.raiseWrittenLength(written_length, saturated((std::uint64_t{unit} + 1) * fieldsPerUnit()));
     std::uint64_t const position = positionOf(unit, window().head);
+    // Where the host is full or refuses, the write itself says so.
+    if (bytes_together > 0 && file->allocatedFrom(position) < stored_unit_size)
+        file->allocate(position, bytes_together);
     if (size == stored_unit_size && isAlignedForDirectIO(buffer))
         return file->write(position, stored_unit_size, buffer, std::move(done));
 
@@ -128,6 +131,11 @@ void Track::writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size
     std::memcpy(data, buffer, size);  // the rest of a pool buffer is zero
     file->write(position, stored_unit_size, data,
                 CIO::makeCompletion<PooledTransfer>(std::move(pooled), nullptr, 0u, std::move(done)));
+}
+
+void Track::allocateTogether(std::uint32_t units) {
+    if (units > 1 && track_format.valid)
+        bytes_together = std::min(units, UINT_LIMIT / stored_unit_size) * stored_unit_size;
 }
 
 KString Track::readUnit(std::uint32_t unit, void* buffer) {

@@ -63,6 +63,10 @@ class Track {
     KString readUnit(std::uint32_t unit, void* buffer);
     KString writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size);
 
+    // From now on, a unit that has no place in the file gets one together with the units after it, `units` altogether.
+    // Called before the first write.
+    void allocateTogether(std::uint32_t units);
+
     // The end, in fields, of the last unit that was written; guarded by the parent clip's lock.
     std::uint32_t writtenLength() const { return written_length; }
     UnitBufferPool const& bufferPool() const { return unit_buffer_pool; }
@@ -81,6 +85,7 @@ class Track {
     std::uint32_t stored_unit_size;
     std::uint32_t trim_start, trim_end;  // fields
     UnitBufferPool unit_buffer_pool;
+    std::uint32_t bytes_together = 0;  // allocated at a time; 0: each unit is allocated by its own write
     std::uint32_t written_length = 0;  // fields
 };
 

@@ -28,6 +28,7 @@ class VFileHosted : public VFileObject {
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override { return host->writeBack(step, durability); }
     bool isContainer() const override { return host->isContainer(); }
+    bool needsMapRecords() const override { return host->needsMapRecords(); }
     KMutexLock const& writeBackLock() override { return host->writeBackLock(); }
     KString flush() override { return host->flush(); }
 

@@ -154,6 +154,8 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     virtual KString writeBack(WriteBackStep step, Durability durability) = 0;
     // True if this file or one below it has a map or a length of its own.
     virtual bool isContainer() const = 0;
+    // True if this file or one below it needs a map record for each range that is allocated apart from the others.
+    virtual bool needsMapRecords() const { return false; }
     // Serialises write-backs: the lock of the host file at the bottom of the stack.
     virtual KMutexLock const& writeBackLock() = 0;
     // Flushes what was written to the host file to the disk. Empty on success.
