@@ -35,11 +35,12 @@ class UnlandedRanges {
 
     bool empty() const { return ranges.empty(); }
 
-    // Adds a range that has just been allocated, so it overlaps no other one. `holds_old_bytes`: the host may hold bytes
-    // of another file there.
+    // Adds a range that has just been allocated, so it overlaps no other one. `holds_old_bytes`: the host may hold
+    // bytes of another file there.
     void add(Node node, std::uint64_t start, std::uint64_t length, bool holds_old_bytes) noexcept;
 
-    // True if not all of the range has landed. A write of it must then call `begin`, and `landed` or `failed` at its end.
+    // True if not all of the range has landed. A write of it must then call `begin`, and `landed` or `failed` at its
+    // end.
     bool overlap(std::uint64_t start, std::uint64_t length) const;
     // False if a part is being cleared. If it throws, nothing has changed.
     bool begin(std::uint64_t start, std::uint64_t length);
@@ -59,8 +60,8 @@ class UnlandedRanges {
     // Removes the range, whose place was given back.
     void forget(std::uint64_t start, std::uint64_t length) noexcept;
 
-    // Idle ranges where the host may have bytes of another file: the next one at or after `position`. Until `cleared` is
-    // called for it, writes of it are refused.
+    // Idle ranges where the host may have bytes of another file: the next one at or after `position`. Until `cleared`
+    // is called for it, writes of it are refused.
     enum class Clear { what_failed, everything };  // ranges whose write failed; reserved ones too
     std::optional<Piece> beginClearing(std::uint64_t position, Clear which);
     void cleared(Piece const& piece, bool successful) noexcept;

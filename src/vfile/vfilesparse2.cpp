@@ -21,8 +21,8 @@ using Registry = SharedFiles<VFileObject const*, VFileSparse2>;
 
 }  // namespace
 
-// The completion object of a write into a range that nothing has been written to before. Tells the log the outcome, then
-// passes it on.
+// The completion object of a write into a range that nothing has been written to before. Tells the log the outcome,
+// then passes it on.
 class VFileSparse2::Landing : public CIO::CIOObject {
   public:
     Landing(std::shared_ptr<VFileSparse2> file, std::uint64_t position, std::uint32_t bytes,

@@ -5,8 +5,8 @@
 // on disk are in DataStruct (sparse2_data.h; docs/format.md, "Sparse format 2").
 //
 // Invariants
-//   * Readers see a range once its first write has landed; before that, and after a failed one, it reads as zeros. Never
-//     do they see what an older file left in the host.
+//   * A range reads as zeros until its first write has landed, and after that write has failed. What an older file left
+//     in the host is never read.
 //   * The superblock and the current map block on disk are out of date until a write-back, or until the last user
 //     closes the file.
 // Threads: any. Every operation holds the lock of the file while it reads or changes the map and issues its host

@@ -29,8 +29,8 @@ constexpr std::uint64_t MOST_RECORDS = std::uint64_t{8188} * 4095;
 constexpr std::uint32_t A_DAY_AT_60 = 60 * 60 * 60 * 24;
 constexpr VideoStandard FASTEST = VideoStandard::s1080p_60;
 
-// The largest clip that can be created, by the units of a day: as many tracks as the header has room for, at the highest
-// rate, with a unit for each field.
+// The largest clip that can be created, by the units of a day: as many tracks as the header has room for, at the
+// highest rate, with a unit for each field.
 ClipDescription largestClip() {
     ClipDescription clip;
     clip.file_name = "clip";

@@ -1,5 +1,5 @@
-// What readers of a sparse file see of ranges whose first write is on its way or has failed, and what is left of them on
-// disk.
+// What readers of a sparse file see of ranges whose first write is on its way or has failed, and what is left of them
+// on disk.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
