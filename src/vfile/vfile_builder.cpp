@@ -1,5 +1,6 @@
 #include "vfile/vfile_builder.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -37,13 +38,6 @@ struct BuildContext {
 
 // --- The bottom of a stack ---
 
-KString hostFileName(KString const& header_path, KString const& text) {
-    std::ptrdiff_t const backslash = header_path.findLast(U'\\');
-    if (backslash < 0) return KString(platform::fileBesideHeader(header_path.codePoints(), text.codePoints()));
-    // KEEP: joined even if the text is an absolute path.
-    return KString::format("%1\\%2", {header_path.substring(0, static_cast<std::size_t>(backslash)), text});
-}
-
 Built buildFileName(XmlElement const& form, BuildContext const& context) {
     return built(VFileFile::open(hostFileName(context.header_path, form.text), context.read_only));
 }
@@ -62,15 +56,11 @@ Built buildGrow(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_
     return built(VFileGrow::open(std::move(file), read_only));
 }
 
-std::optional<std::uint64_t> number(XmlElement const& form, KString const& name) {
-    XmlElement const& element = form.child(name);
-    return element.invalid ? std::nullopt : element.text.toUnsigned();
-}
-
 Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> file, bool) {
-    auto const start = number(form, "Start");
+    VFileLevel const level{VFileKind::partition, &form};
+    auto const start = level.number("Start");
     if (!start) return badSpecification();
-    auto const length = number(form, "Length");
+    auto const length = level.number("Length");
     if (!length) return badSpecification();
     return buildPartition(std::move(file), *start, *length);
 }
@@ -79,50 +69,63 @@ Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> fi
 
 struct Form {
     char const* name;
+    VFileKind kind;
     Built (*bottom)(XmlElement const& form, BuildContext const& context);
     Built (*level)(XmlElement const& form, std::shared_ptr<VFileObject> file, bool read_only);
 };
 constexpr auto FORMS = std::to_array<Form>({
-    {"FileName", buildFileName, nullptr},
-    {"Sparse", nullptr, buildSparse},
-    {"Sparse2", nullptr, buildSparse2},
-    {"ThisFile", buildThisFile, nullptr},
-    {"Partition", nullptr, buildPartitionForm},
-    {"Grow", nullptr, buildGrow},
+    {"FileName", VFileKind::file_name, buildFileName, nullptr},
+    {"Sparse", VFileKind::sparse1, nullptr, buildSparse},
+    {"Sparse2", VFileKind::sparse2, nullptr, buildSparse2},
+    {"ThisFile", VFileKind::this_file, buildThisFile, nullptr},
+    {"Partition", VFileKind::partition, nullptr, buildPartitionForm},
+    {"Grow", VFileKind::grow, nullptr, buildGrow},
 });
 
-struct Level {
-    Form const* form = nullptr;  // null: the element describes no virtual file
-    XmlElement const* element = nullptr;
-};
+Form const& formOf(VFileKind kind) {
+    return *std::ranges::find_if(FORMS, [&](Form const& form) { return form.kind == kind; });
+}
 
-Level levelOf(XmlElement const& description) {
+}  // namespace
+
+VFileLevel vfileLevel(XmlElement const& description) {
     if (description.invalid || description.name != KString("VFile")) return {};
     for (Form const& form : FORMS) {
         XmlElement const& element = description.child(form.name);
-        if (!element.invalid) return {&form, &element};
+        if (!element.invalid) return {form.kind, &element};
     }
     return {};
 }
 
-}  // namespace
+VFileLevel VFileLevel::below() const { return vfileLevel(element->child("VFile")); }
+
+std::optional<std::uint64_t> VFileLevel::number(char const* name) const {
+    XmlElement const& child = element->child(name);
+    return child.invalid ? std::nullopt : child.text.toUnsigned();
+}
+
+KString hostFileName(KString const& header_path, KString const& text) {
+    std::ptrdiff_t const backslash = header_path.findLast(U'\\');
+    if (backslash < 0) return KString(platform::fileBesideHeader(header_path.codePoints(), text.codePoints()));
+    // KEEP: joined even if the text is an absolute path.
+    return KString::format("%1\\%2", {header_path.substring(0, static_cast<std::size_t>(backslash)), text});
+}
 
 Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KString const& header_path,
                                std::shared_ptr<VFileObject> const& this_file) {
     BuildContext const context{read_only, header_path, this_file};
 
     // Down to the bottom of the description, then up again.
-    std::vector<Level> levels;
-    Level level = levelOf(element);
-    while (level.form != nullptr && level.form->level != nullptr) {
+    std::vector<VFileLevel> levels;
+    VFileLevel level = vfileLevel(element);
+    for (; level.kind != VFileKind::none && !level.isBottom(); level = level.below())
         levels.push_back(level);
-        level = levelOf(level.element->child("VFile"));
-    }
-    if (level.form == nullptr) return badSpecification();
-    Built result = level.form->bottom(*level.element, context);
+    if (level.kind == VFileKind::none) return badSpecification();
+    Built result = formOf(level.kind).bottom(*level.element, context);
     for (; result.error.empty() && !levels.empty(); levels.pop_back()) {
         if (!result.file) return badSpecification();  // a container needs a host
-        result = levels.back().form->level(*levels.back().element, std::move(result.file), read_only);
+        VFileLevel const& outer = levels.back();
+        result = formOf(outer.kind).level(*outer.element, std::move(result.file), read_only);
     }
     return result;
 }

@@ -8,11 +8,31 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "vfile/vfileobject.h"
 #include "xml/xml_parse.h"
 
 namespace KelvonClip {
+
+// The kinds of files that a description can name; `none`: it names none of them.
+enum class VFileKind { none, file_name, sparse1, sparse2, this_file, partition, grow };
+
+// One level of a description. `element` holds its numbers or text, and the next level if `isBottom` is false.
+struct VFileLevel {
+    VFileKind kind = VFileKind::none;
+    XmlElement const* element = nullptr;
+
+    bool isBottom() const { return kind == VFileKind::file_name || kind == VFileKind::this_file; }
+    VFileLevel below() const;
+    // Of a partition; absent if it has no such number.
+    std::optional<std::uint64_t> number(char const* name) const;
+};
+// The outermost level of a "VFile" element.
+VFileLevel vfileLevel(XmlElement const& description);
+
+// The path of the file that a "FileName" element of the header at `header_path` names.
+KString hostFileName(KString const& header_path, KString const& text);
 
 // `header_path`: the path of the file that holds the header; file names in the description are relative to its folder.
 // `this_file`: the file for "ThisFile". If it is null, a description that is only a "ThisFile" gives neither an error

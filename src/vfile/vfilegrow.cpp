@@ -2,23 +2,18 @@
 #include "platform/host.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <limits>
 #include <utility>
 
 #include "foundation/load_store.h"
 #include "platform/host.h"
+#include "vfile/grow_format.h"
 #include "vfile/shared_files.h"
 
 namespace KelvonClip {
 
 namespace {
-
-namespace header {  // big-endian; docs/format.md, "Grow container"
-constexpr std::array<unsigned char, 8> MAGIC{0x4B, 0x4C, 0x56, 0x4E, 0x47, 0x52, 0x4F, 0x57};
-constexpr std::size_t LENGTH_AT = 8;  // bytes of data
-}  // namespace header
 
 // The position of the file's byte 0 in the host, and the maximum length for which all host positions fit into 64 bits.
 constexpr std::uint64_t DATA_AT = VFileGrow::HEADER_SIZE;
@@ -26,7 +21,7 @@ constexpr std::uint64_t GREATEST_LENGTH = std::numeric_limits<std::uint64_t>::ma
 
 using Registry = SharedFiles<VFileObject const*, VFileGrow>;
 
-std::uint64_t lengthIn(AlignedBuffer const& header_block) { return loadBE64(header_block.data() + header::LENGTH_AT); }
+std::uint64_t lengthIn(AlignedBuffer const& header_block) { return loadBE64(header_block.data() + grow::LENGTH_AT); }
 
 }  // namespace
 
@@ -39,7 +34,7 @@ Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read
         AlignedBuffer block(HEADER_SIZE);
         if (KString error = host->readSync(0, HEADER_SIZE, block.data()); !error.empty())
             return {std::move(error), nullptr};
-        if (std::memcmp(block.data(), header::MAGIC.data(), header::MAGIC.size()) != 0)
+        if (std::memcmp(block.data(), grow::MAGIC.data(), grow::MAGIC.size()) != 0)
             return {u"Bad grow header magic number", nullptr};
         return {{}, std::unique_ptr<VFileGrow>(new VFileGrow(host, std::move(block)))};
     });
@@ -49,7 +44,7 @@ KString VFileGrow::create(std::shared_ptr<VFileObject> const& host) {
     char const* const refusal = "Cannot create grow-block while same block is already open";
     return Registry::ofProcess().whileClosed(host.get(), host, refusal, [&] {
         AlignedBuffer block(HEADER_SIZE);
-        std::memcpy(block.data(), header::MAGIC.data(), header::MAGIC.size());
+        std::memcpy(block.data(), grow::MAGIC.data(), grow::MAGIC.size());
         return host->writeSync(0, HEADER_SIZE, block.data());
     });
 }
@@ -63,7 +58,7 @@ KString VFileGrow::writeBack(WriteBackStep step, Durability durability) {
 
 KString VFileGrow::writeHeader() {
     if (lengthIn(header_block) == length_to_promise && !header_unsure) return {};
-    storeBE64(header_block.data() + header::LENGTH_AT, length_to_promise);
+    storeBE64(header_block.data() + grow::LENGTH_AT, length_to_promise);
     header_unsure = true;
     KString error = host->writeSync(0, HEADER_SIZE, header_block.data());
     header_unsure = !error.empty();

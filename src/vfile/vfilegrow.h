@@ -16,13 +16,14 @@
 #include <thread>
 
 #include "vfile/aligned_buffer.h"
+#include "vfile/grow_format.h"
 #include "vfile/vfilehosted.h"
 
 namespace KelvonClip {
 
 class VFileGrow : public VFileHosted {
   public:
-    static constexpr std::uint32_t HEADER_SIZE = 4096;  // bytes in the host before byte 0 of the file
+    static constexpr std::uint32_t HEADER_SIZE = grow::HEADER_SIZE;  // bytes in the host before byte 0 of the file
 
     // Opens the grow file in `host`; all openers share one object. Errors: the host's, if the header cannot be read;
     // "Bad grow header magic number".
