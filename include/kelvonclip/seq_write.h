@@ -60,8 +60,8 @@ KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* w
 ///         "Bad Handle" once the clip is closed), or "Out of memory".
 ///         After a unit's message all samples of the call have been taken in, and the next call, or seqwrite_finish,
 ///         tries that unit again. After "Out of memory" the writer holds what it could still write before the unit that
-///         failed and nothing of what came after; what earlier calls took in is never lost. A unit for which only the
-///         memory is lacking is no message: it waits, and later calls write it.
+///         failed and nothing of what came after; what earlier calls took in is never lost. If only the memory for
+///         writing a unit is lacking, the call succeeds: the unit is kept, and later calls write it.
 /// Waits for the disk.
 KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t const* const* buffers, unsigned int n);
 
@@ -69,9 +69,9 @@ KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t c
 KELVONCLIP_API unsigned int seqwrite_subchannel_count(unsigned int writer);
 
 /// Ends a recording: writes what is left, the last unit filled up with silence, and removes the writer.
-/// @return null on success, else "Invalid handle" or the message of the first unit that could not be written; the
-///         writer is gone in any case but "Out of memory", after which it still has everything and can be finished
-///         again
+/// @return null on success, else "Invalid handle" or the message of the first unit that could not be written. The
+///         writer is removed also when the call fails, except with "Out of memory": then it has kept everything, and
+///         the call can be repeated
 KELVONCLIP_API wchar_t const* seqwrite_finish(unsigned int writer);
 
 }  // namespace KelvonClip

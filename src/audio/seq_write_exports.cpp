@@ -74,7 +74,7 @@ KString write(std::uint32_t handle, std::int32_t const* const* buffers, std::uin
     return writer->write(buffers, n);
 }
 
-// A writer that is short of memory stays, with everything that it holds, to be finished again.
+// After a lack of memory the writer stays, with all its data, and can be finished again.
 KString finish(std::uint32_t handle) {
     return writers().removeAfter(
         handle, [](HemlockWriter& writer) { return writer.finish(); }, KString("Invalid handle"));

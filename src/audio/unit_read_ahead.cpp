@@ -179,7 +179,7 @@ KString UnitReadAhead::next(Unit& unit) {
     queueRuns();
     Run& run = *pending.front();
     await(run);
-    if (run.outOfMemory()) run.readHere();  // there may be memory by now
+    if (run.outOfMemory()) run.readHere();  // there may be memory again
     if (run.outOfMemory()) throw std::bad_alloc();
     std::uint32_t const index = run.handed_out;
     if (!run.errors[index].empty()) {

@@ -108,7 +108,7 @@ HeaderRead parseClipHeader(std::string_view area) {
     XmlExtractor extractor(CLIP_HEADER_SIZE);
     extractor.addTag(ROOT);
     extractor.append(area.data(), area.size());
-    if (extractor.failed()) throw std::bad_alloc();  // so far nothing else can fail
+    if (extractor.failed()) throw std::bad_alloc();  // the only reason up to here
     XmlParsed parsed = extractor.extract();
     if (parsed.failed) return {PARSING_ERROR, nullptr};
 

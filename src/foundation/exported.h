@@ -52,7 +52,7 @@ Result exportedQuery(Result neutral, Work&& work) noexcept {
     }
 }
 
-// Runs work whose failure there is nobody to report to.
+// Runs work whose errors cannot be reported to anybody.
 template <class Work>
 void unreported(Work&& work) noexcept {
     try {

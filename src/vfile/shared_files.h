@@ -107,7 +107,7 @@ class SharedFiles {
                 UnclosedFile::keep(std::move(place));
                 return;
             } catch (std::exception const&) {
-                // The same as an error of the host.
+                // Not reported, like an error of the host.
             }
             file.reset();
         }
@@ -154,7 +154,7 @@ class SharedFiles {
                     return {nullptr, std::move(place)};
                 }
                 if (auto live = entry->second.object.lock()) return {std::move(live), nullptr};
-                if (entry->second.unclosed) throw std::bad_alloc();  // and there is none yet
+                if (entry->second.unclosed) throw std::bad_alloc();  // there still is no memory to close it
                 entry->second.waiting.push_back(changed);
             }
             changed->wait();

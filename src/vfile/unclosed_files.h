@@ -1,7 +1,7 @@
-// Files whose last user has let go of them while there was no memory to close them. They stay as they are, with all
-// that they hold, until there is: closing is tried again before any file is opened and when a clip is closed.
+// Files that could not be closed by their last user for lack of memory. They keep all their data. Closing is tried
+// again before any file is opened and when a clip is closed.
 //
-// Threads: any. Nothing here needs memory.
+// Threads: any. Nothing here allocates memory.
 #pragma once
 
 #include <memory>
@@ -12,11 +12,11 @@ class UnclosedFile {
   public:
     virtual ~UnclosedFile() = default;
 
-    // Closes the file, or keeps it again. `self` is the reference to this object that was kept.
+    // Closes the file, or keeps it again. `self` is the reference that was kept.
     virtual void closeAgain(std::shared_ptr<UnclosedFile> self) noexcept = 0;
 
     static void keep(std::shared_ptr<UnclosedFile> file) noexcept;
-    // Tries to close all that are kept.
+    // Tries to close all files that are kept.
     static void closeAll() noexcept;
 
   private:

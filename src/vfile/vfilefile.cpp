@@ -133,7 +133,7 @@ void VFileFile::allocate(std::uint64_t position, std::uint32_t length) {
 void VFileFile::releaseAllocation() { reserved_length.store(0); }
 
 KString VFileFile::flush() {
-    auto const alone = flushing.hold();  // whoever comes while a flush is running waits for its end
+    auto const alone = flushing.hold();  // a caller that comes during a flush waits for its end
     if (unflushed.exchange(false) && !handle->flush()) flush_failed.store(true);
     return flush_failed ? "Flush failed" : "";
 }

@@ -72,13 +72,13 @@ void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer,
     host->read(position + DATA_AT, length, buffer, std::move(done));
 }
 
-// One turn. What runs in a wait of the thread that has the turn may extend the file too.
+// One turn. A completion that runs while the thread that has the turn waits may extend the file too.
 class VFileGrow::TurnToExtend {
   public:
     explicit TurnToExtend(VFileGrow& grow_file)
         : file(grow_file), nested(file.extending_thread == std::this_thread::get_id()) {
         if (nested) return;
-        // At the end of a process a thread that is gone may have had the turn.
+        // At the end of a process the turn may belong to a thread that no longer exists.
         file.turn.wait(1, platform::otherThreadsAreGone() ? 0 : KSemaphore::FOREVER);
         file.extending_thread = std::this_thread::get_id();
     }

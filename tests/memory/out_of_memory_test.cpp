@@ -1,5 +1,6 @@
-// That running out of memory is a message like any other: whichever allocation of a call fails, the call gives "Out of
-// memory" or its neutral value, nothing that was acknowledged is lost, and the library goes on when memory is back.
+// Running out of memory is an error like any other: whichever allocation of a call fails, the call gives "Out of
+// memory" or its neutral value, nothing that was acknowledged is lost, and the library works again when there is
+// memory.
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -55,7 +56,7 @@ std::wstring said(wchar_t const* message) { return message == nullptr ? L"" : me
 #define EXPECT_FINE(message)                                                                                           \
     EXPECT_TRUE((message) == nullptr || (message) == OUT_OF_MEMORY) << testing::PrintToString(said(message))
 
-// Where flushing costs nothing, if there is such a place.
+// A folder in memory, if there is one, because flushing takes no time there.
 std::filesystem::path inMemory() {
     std::filesystem::path const place = "/dev/shm";
     return std::filesystem::is_directory(place) ? place : std::filesystem::temp_directory_path();
@@ -192,7 +193,7 @@ TEST_P(OutOfMemory, WhileReading) {
     walk([&](AllocationWalk& failing) {
         Unit direct(track_unit_size(audio), 0), copied(track_unit_size(audio), 0, 1);
         wchar_t const* messages[3] = {};
-        // A new thread, which has to make what its transfers need.
+        // A new thread must create its ring.
         std::thread([&] {
             run(failing, [&] {
                 messages[0] = track_read(audio, 0, direct.data());
@@ -226,7 +227,7 @@ TEST_P(OutOfMemory, WhileWriting) {
         for (auto const* message : messages)
             EXPECT_FINE(message);
         if (messages[0] == nullptr) acknowledged[AUDIO].at(appended) = byte;
-        // What a write has left behind that failed is anybody's guess.
+        // After a failed write the contents of the unit are not specified.
         acknowledged[AUDIO][0] = messages[1] == nullptr ? std::optional(byte) : std::nullopt;
         expectAcknowledged(clip);
         clip_close(clip);
@@ -274,7 +275,7 @@ TEST_P(OutOfMemory, WhileCreating) {
         run(failing, [&] { message = create(created, creation, clip, done); });
         EXPECT_FINE(message);
         EXPECT_EQ(clip != 0, message == nullptr);
-        // What failed is done again, and only that.
+        // Only the calls that failed are repeated.
         ASSERT_OK(create(created, creation, clip, done));
 
         ASSERT_EQ(clip_track_count(clip), TRACKS);
@@ -293,7 +294,7 @@ TEST_P(OutOfMemory, WhileCreating) {
     });
 }
 
-// Sound that counts up, in portions of one unit.
+// Samples that count up, in portions of one unit.
 class OutOfMemoryWithSound : public OutOfMemory {
   protected:
     void SetUp() override {
@@ -312,7 +313,7 @@ class OutOfMemoryWithSound : public OutOfMemory {
         clip_close(clip);
     }
 
-    // Lists that threads share keep the greatest size that they have had.
+    // Lists that threads share keep their largest capacity.
     static constexpr std::int64_t KEPT_BY_LISTS = 2;
 
     static std::int32_t sampleAt(unsigned subchannel, unsigned unit, unsigned index) {

@@ -1,4 +1,4 @@
-// Two that have one file open for writing: the first write decides who writes.
+// Two openers of one file for writing: the first write decides which of them can write.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,7 +19,7 @@ wchar_t const* writeUnit(unsigned int clip, unsigned int unit) {
     return track_write(clip_get_track(clip, 0), unit, patternBytes(UNIT, unit).data(), UNIT);
 }
 
-// Two spellings of a path are two openers, as two processes are.
+// Two spellings of a path count as two openers, like two processes.
 TEST(Ownership, TheFirstWriteKeepsEverybodyElseFromWritingUntilTheClipIsClosed) {
     ScratchPath folder;
     auto const name = folder.name("clip"), other_spelling = folder.name("./clip");

@@ -1,14 +1,14 @@
-// Lets allocations fail at will, those of every thread of a program in which one source file includes
+// Lets chosen allocations fail, on every thread of a test program. One source file of the program includes
 // replaced_allocation.h.
 //
-// The allocation walk: an operation is run again and again. Nothing fails at first; then its first allocation does,
-// then its second, and so on, until it gets through without meeting the failure (some times in a row, because threads
-// that take part vary in what they need).
+// The allocation walk runs an operation again and again. At first nothing fails; then its first allocation fails, then
+// its second, and so on, until the operation ends before the allocation that would fail. This must happen four times in
+// a row, because the number of allocations varies if other threads take part.
 //
 //     for (AllocationWalk walk(Failures::one); walk.next();) {
 //         ... prepare
-//         walk.run([&] { message = clip_open(name, &clip); });  // nothing in here but what is to meet the failure
-//         ... look at the message; memory is back
+//         walk.run([&] { message = clip_open(name, &clip); });  // only the operation that is tested
+//         ... check the message; allocations succeed again
 //     }
 #pragma once
 
@@ -23,17 +23,18 @@ namespace KelvonClip::test {
 
 enum class Failures { one, all_from_there_on, each_multiple };
 
-// What the replaced operators, and whatever else counts as an allocation, ask and tell.
+// Decides for each allocation whether it fails, and counts them. Called by the replaced operators and by everything
+// else that counts as an allocation.
 class Memory {
   public:
-    // The n-th allocation from now on fails, that one and all later ones, or each n-th; 0: none.
+    // Lets the n-th allocation from now on fail, alone, with all later ones, or each n-th; 0: none.
     static void failFrom(std::uint64_t n, Failures which) {
         failures = which;
         seen = 0;
         struck = false;
         first_failure = n;
     }
-    // Memory is back. Whether an allocation has failed.
+    // Lets no more allocations fail. Returns whether one has failed.
     static bool recover() {
         first_failure = 0;
         return struck;
@@ -49,7 +50,7 @@ class Memory {
     }
 
     static void* allocate(std::size_t bytes, std::size_t alignment) {
-        // In front of the memory lies where it really begins.
+        // The pointer before the memory holds the address of the whole allocation.
         std::size_t const slack = alignment + sizeof(void*);
         if (!allows() || bytes > static_cast<std::size_t>(-1) - slack) return nullptr;
         void* const whole = std::malloc(bytes + slack);
@@ -64,7 +65,7 @@ class Memory {
         --live;
         std::free(static_cast<void**>(memory)[-1]);
     }
-    // What has been allocated and not freed.
+    // The number of allocations that were not freed.
     static std::int64_t allocated() { return live; }
 
   private:
@@ -90,7 +91,7 @@ class AllocationWalk {
   public:
     explicit AllocationWalk(Failures which) : failures(which) {}
 
-    // To the next allocation; false once the operation meets none any more that has to fail.
+    // Goes on to the next allocation; false when the operation has none left that could fail.
     bool next() {
         ++steps;
         return unharmed < 4;
@@ -100,13 +101,13 @@ class AllocationWalk {
         operation();
         unharmed = Memory::recover() ? 0 : unharmed + 1;
     }
-    // The one that fails; 0: none, this time.
+    // The allocation that fails in this run; 0: none.
     std::uint64_t allocation() const { return steps - 1; }
 
   private:
     Failures const failures;
     std::uint64_t steps = 0;
-    int unharmed = 0;  // runs in a row
+    int unharmed = 0;  // runs in a row without a failed allocation
 };
 
 }  // namespace KelvonClip::test

@@ -20,7 +20,7 @@ namespace {
 
 using namespace test;
 
-// A child leaves its parent's clips alone, which a search for leaks at its exit takes for leaks.
+// A child does not close its parent's clips; a leak checker would report them at its exit.
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define KELVONCLIP_LEAKS_ARE_SEARCHED

@@ -1,4 +1,4 @@
-// What the process has open.
+// How many descriptors the process has open.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace KelvonClip::test {
 
-// Descriptors, that of the look itself included.
+// Includes the descriptor that is used for counting.
 inline std::size_t openHandles() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }

@@ -1,4 +1,4 @@
-// What the process has open.
+// How many handles the process has open.
 #pragma once
 
 #include <windows.h>
