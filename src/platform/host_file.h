@@ -38,7 +38,8 @@ class HostFile {
         std::u16string error;            // the host's error text, or empty
         std::unique_ptr<HostFile> file;  // null on failure
     };
-    // `name` is UTF-16. When opening fails without an error code of the host, the error text is empty and `file` null.
+    // `name` is UTF-16 without zeros. When opening fails without an error code of the host, the error text is empty and
+    // `file` null.
     static Opened open(std::u16string const& name, FileAccess access);
 
     virtual ~HostFile() = default;

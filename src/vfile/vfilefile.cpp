@@ -69,7 +69,10 @@ Opened<VFileFile> VFileFile::create(KString const& name) {
 }
 
 MadeFile<VFileObject> VFileFile::openHost(KString const& name, platform::FileAccess access) {
-    auto opened = platform::HostFile::open(name.toUtf16(), access);
+    std::u16string const host_name = name.toUtf16();
+    // The host would take it for the end of the name, and open another file.
+    if (host_name.find(u'\0') != std::u16string::npos) return {"A file name can't hold a zero character", nullptr};
+    auto opened = platform::HostFile::open(host_name, access);
     if (opened.file == nullptr) return {KString(opened.error), nullptr};
     bool const read_only = access == platform::FileAccess::read_only;
     return {{}, std::unique_ptr<VFileObject>(new VFileFile(name, std::move(opened.file), read_only))};

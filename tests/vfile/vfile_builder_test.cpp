@@ -147,6 +147,14 @@ TEST_F(VFileBuilderTest, PlaceholdersInFileNamesAreText) {
     EXPECT_EQ(build(vfile("<FileName>%2</FileName>"), folder.file("%1.xml")).error, KString());
 }
 
+TEST_F(VFileBuilderTest, AFileNameWithAZeroNamesNoOtherFile) {
+    putFile(folder.path / "a.dat", 4096);
+    std::string const text = "<FileName>a.dat" + std::string(1, '\0') + "tail</FileName>";
+    auto const built = build(vfile(text), folder.file("x.xml"));
+    EXPECT_EQ(built.file, nullptr);
+    EXPECT_EQ(built.error, KString("A file name can't hold a zero character"));
+}
+
 TEST_F(VFileBuilderTest, WithoutAFolderInTheHeadersPathTheTextIsUsedAsItIs) {
     putFile(folder.path / "a.dat", 4096);
     auto const built = build(vfile("<FileName>" + (folder.path / "a.dat").string() + "</FileName>"), "x.xml");

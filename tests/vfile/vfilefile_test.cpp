@@ -62,6 +62,20 @@ TEST_P(VFileFileTest, OpeningAMissingFileGivesTheHostsText) {
     EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
+TEST_P(VFileFileTest, NameWithAZeroIsRefusedAndNotCutShort) {
+    std::u32string const zero(1, U'\0');
+    KString const name(clip().codePoints() + zero + U"tail");
+    makeFile(path(), BLOCK);
+    for (bool read_only : {true, false}) {
+        auto const opened = VFileFile::open(name, read_only);
+        EXPECT_EQ(opened.file, nullptr);
+        EXPECT_EQ(opened.error, KString("A file name can't hold a zero character"));
+    }
+    std::filesystem::remove(path());
+    EXPECT_EQ(VFileFile::create(name).error, KString("A file name can't hold a zero character"));
+    EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
 TEST_P(VFileFileTest, FailedOpenLeavesNothingThatCountsAsOpen) {
     EXPECT_EQ(VFileFile::open(clip(), true).file, nullptr);
     EXPECT_NE(VFileFile::create(clip()).file, nullptr);

@@ -8,6 +8,7 @@
 #include "platform/host_file.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -20,6 +21,7 @@
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -130,7 +132,7 @@ class LinuxFile : public HostFile {
     }
 
     bool resize(std::uint64_t bytes) override {
-        if (bytes > MAX_POSITION || isTheParents()) return false;
+        if (bytes > MAX_POSITION || isTheParents() || exceedsProcessLimit(bytes)) return false;
         return repeated([&] { return ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes)); });
     }
 
@@ -159,8 +161,20 @@ class LinuxFile : public HostFile {
         return repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_SETLK, &owner); });
     }
 
+    // Whether the process's limit for the size of files is below `end`. The kernel would send SIGXFSZ, which ends the
+    // process unless the program handles it. The limit is asked for only when a write reaches further than all before.
+    bool exceedsProcessLimit(std::uint64_t end) {
+        if (end <= allowed_end.load(std::memory_order_relaxed)) return false;
+        struct rlimit limit;
+        if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && end > limit.rlim_cur)
+            return true;
+        allowed_end.store(end, std::memory_order_relaxed);
+        return false;
+    }
+
     bool start(bool writing, std::uint64_t position, std::uint32_t length, std::byte* memory, HostRequest& request) {
         if (position > MAX_POSITION - length) return false;
+        if (writing && exceedsProcessLimit(position + length)) return false;
         new (request.host_record) Transfer{.request = &request,
                                            .file = &descriptors,
                                            .next = nullptr,
@@ -198,6 +212,7 @@ class LinuxFile : public HostFile {
     Descriptor direct;
     Descriptors descriptors;
     bool read_only;
+    std::atomic<std::uint64_t> allowed_end = 0;  // what the process's limit was found to allow
 };
 
 struct AccessFlags {
@@ -228,21 +243,28 @@ std::u16string takeLock(int descriptor, AccessFlags const& access) {
     }
 }
 
-// Opens a second, direct descriptor for the open file `file`. Invalid if the file system does not support direct
-// transfers, or if the path now names another file.
-Descriptor openDirect(std::string const& path, int open_flags, struct stat const& file) {
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
+struct OpenedDirect {
+    std::u16string error;
+    Descriptor descriptor;
+};
+
+// Opens a second, direct descriptor for the open file `file`. Invalid without an error if the file system does not
+// support direct transfers, or if the path now names another file. A passing shortage is an error: the file would be
+// slow for as long as it is open.
+OpenedDirect openDirect(std::string const& path, int open_flags, struct stat const& file) {
     Descriptor direct = openDescriptor(path, (open_flags & ~O_CREAT) | O_DIRECT);
+    if (!direct.valid()) return {isShortage(errno) ? hostErrorText(errno) : std::u16string(), Descriptor()};
     struct stat found;
-    bool const same = direct.valid() && ::fstat(direct.get(), &found) == 0 && found.st_dev == file.st_dev &&
-                      found.st_ino == file.st_ino;
-    return same ? std::move(direct) : Descriptor();
+    bool const same = ::fstat(direct.get(), &found) == 0 && found.st_dev == file.st_dev && found.st_ino == file.st_ino;
+    return {{}, same ? std::move(direct) : Descriptor()};
 }
 
 }  // namespace
 
 HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     AccessFlags const& access = ACCESS.at(static_cast<std::size_t>(wanted));
-    if (name.find(u'\0') != std::u16string::npos) return {hostErrorText(EINVAL), nullptr};  // would truncate the path
     std::string const path = hostFileName(name);
 
     // Check the kind of file before opening it: opening a pipe or a device may block or have side effects.
@@ -255,7 +277,8 @@ HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
     if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
 
-    Descriptor direct = openDirect(path, access.open_flags, found);
+    auto [error, direct] = openDirect(path, access.open_flags, found);
+    if (!error.empty()) return {std::move(error), nullptr};
     bool const read_only = wanted == FileAccess::read_only;
     return {{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct), read_only)};
 }

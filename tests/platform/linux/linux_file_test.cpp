@@ -103,6 +103,12 @@ class LinuxFileTest : public testing::TestWithParam<test::IoEngine> {
         return std::move(opened.file);
     }
 
+    // The descriptors that one open file has.
+    std::vector<int> flagsWhileOpen() const {
+        auto const file = open(FileAccess::read_only);
+        return flagsOfDescriptorsFor(path());
+    }
+
     ScratchFolder folder;
 };
 
@@ -285,22 +291,59 @@ TEST_P(LinuxFileTest, LongestRequestOfAllEndsWithTheFile) {
     EXPECT_EQ(read(*file, 0, LONGEST - BLOCK + 1, folded.memory), moved(1000));
 }
 
+bool limitFileSize(rlim_t bytes) {
+    struct rlimit const limit{bytes, bytes};
+    return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
+// The limit is lowered after the file was longer once, so that the host meets it and not this library.
 TEST_P(LinuxFileTest, WriteThatTheHostCutsShortAndThenRefusesHasFailed) {
-    std::string const where = path().string();
     test::IoEngine const engine = GetParam();
     EXPECT_TRUE(inChild([&] {
         engine.use();
-        struct rlimit const limit{16 * BLOCK, 16 * BLOCK};
         std::signal(SIGXFSZ, SIG_IGN);
-        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
         auto const opened = HostFile::open(name(), FileAccess::create);
+        if (!opened.file->resize(32 * BLOCK) || !opened.file->resize(0) || !limitFileSize(16 * BLOCK)) return false;
         Buffer const written(32 * BLOCK);
-        auto const outcome = write(*opened.file, 0, 32 * BLOCK, written.memory);
-        bool const cut = outcome.has_value() && outcome->first;
+        bool const cut = write(*opened.file, 0, 32 * BLOCK, written.memory) == Outcome(std::pair(true, 16U * BLOCK));
         bool const usable = write(*opened.file, 0, 16 * BLOCK, written.memory) == moved(16 * BLOCK);
-        return cut && usable && !opened.file->resize(17 * BLOCK);
+        return cut && usable;
     }));
     EXPECT_EQ(std::filesystem::file_size(path()), 16U * BLOCK);
+}
+
+// What goes past the limit would end the process.
+TEST_P(LinuxFileTest, WhatGoesPastTheProcessLimitIsRefusedAndTheProcessLives) {
+    test::IoEngine const engine = GetParam();
+    EXPECT_TRUE(inChild([&] {
+        engine.use();
+        if (!limitFileSize(16 * BLOCK)) return false;
+        auto const opened = HostFile::open(name(), FileAccess::create);
+        Buffer const written(32 * BLOCK);
+        for (std::uint64_t const position : {8, 16, 1000}) {
+            if (write(*opened.file, position * BLOCK, 16 * BLOCK, written.memory).has_value()) return false;
+            if (opened.file->resize((position + 16) * BLOCK)) return false;
+        }
+        return write(*opened.file, 0, 16 * BLOCK, written.memory) == moved(16 * BLOCK) &&
+               opened.file->resize(16 * BLOCK) && !opened.file->resize(16 * BLOCK + 1);
+    }));
+    EXPECT_EQ(std::filesystem::file_size(path()), 16U * BLOCK);
+}
+
+TEST_P(LinuxFileTest, OpeningFailsWhenThereIsNoDescriptorForDirectTransfers) {
+    test::makeFile(path(), BLOCK);
+    if (flagsWhileOpen().size() < 2) GTEST_SKIP() << "no direct transfers here";
+    for (FileAccess access : {FileAccess::read_only, FileAccess::read_write, FileAccess::create}) {
+        EXPECT_TRUE(inChild([&] {
+            int const next = ::dup(0);
+            ::close(next);
+            struct rlimit const one_left{static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
+            if (::setrlimit(RLIMIT_NOFILE, &one_left) != 0) return false;
+            auto const opened = HostFile::open(name(), access);
+            return opened.file == nullptr && toText(opened.error) == std::strerror(EMFILE) &&
+                   ::dup(0) == next;  // nothing is left open
+        }));
+    }
 }
 
 TEST_P(LinuxFileTest, ConflictOfLocksSaysWhoIsInTheWay) {
@@ -404,15 +447,6 @@ TEST(HostText, OpenErrorsAreTheHostsTexts) {
               std::strerror(ENOTDIR));
     EXPECT_EQ(toText(HostFile::open(folder.file(std::string(300, 'x').c_str()).toUtf16(), FileAccess::create).error),
               std::strerror(ENAMETOOLONG));
-}
-
-TEST(HostText, NameWithAZeroIsNotCutShort) {
-    ScratchFolder const folder;
-    std::u16string name = folder.file("clip").toUtf16();
-    name += u'\0';
-    name += u"tail";
-    EXPECT_EQ(toText(HostFile::open(name, FileAccess::create).error), std::strerror(EINVAL));
-    EXPECT_FALSE(std::filesystem::exists(folder.path / "clip"));
 }
 
 TEST(HostText, LastErrorIsTheThreadsOwn) {
