@@ -62,6 +62,15 @@ KELVONCLIP_API wchar_t const* clip_checkpoint(unsigned int clip);
 ///     does not fail the call that writes the unit; clip_checkpoint returns the message.
 KELVONCLIP_API wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int milliseconds, bool durable);
 
+/// Takes in what another process has recorded into a clip since it was opened or last refreshed: everything up to the
+/// recording's last checkpoint. track_length_in_units and clip_get_length rise; what could be read before stays as it
+/// is.
+/// Threads: any; other threads may read the clip meanwhile.
+/// @param clip  the handle of a clip that was opened read-only
+/// @return null on success; "invalid clip handle", "Clip was not opened in read-only mode", or the message of the read
+///     that failed. After a failure the clip is as it was, or has taken in a part; the next call tries again.
+KELVONCLIP_API wchar_t const* clip_refresh(unsigned int clip);
+
 /// Whether the file is a child clip: its header names a parent clip and lists no tracks.
 /// @return true also for an unknown handle
 KELVONCLIP_API bool clip_get_is_child_clip(unsigned int clip);

@@ -32,7 +32,7 @@
 /// somebody else". On Windows these are share modes and locks, which bind every program. On Linux they are advisory
 /// locks, which bind only programs that ask for them. On a file system without locks they bind nobody, and the callers
 /// must take care that there is one writer at a time. Of another process's recording a process sees what was written
-/// by the last checkpoint before it opened the clip (clip_checkpoint_every).
+/// by the last checkpoint (clip_checkpoint_every) before it opened the clip or called clip_refresh.
 ///
 /// **Units.** The library never looks into a unit of video or key: it stores the caller's bytes and gives them back.
 /// What they hold is said at TrackVideoType.

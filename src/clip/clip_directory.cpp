@@ -189,6 +189,15 @@ KString writeBack(OpenFileEntry const& entry, Durability durability) {
     return writeBackAll(files, durability);
 }
 
+KString refresh(OpenFileEntry const& entry) {
+    auto const extra = openTracksNow(entry);
+    if (!extra) return {};  // they will be opened as they are then
+    std::vector<VFileObject*> files;
+    for (auto const& open_track : extra->tracks)
+        files.push_back(&open_track.track.units());
+    return refreshAll(files);
+}
+
 // In a forked child, leaks the parent's clips. They must not be written back, and destroying them might wait for locks
 // that other threads of the parent held at the fork.
 void leaveToTheParent(ClipDirectory& clips) {
@@ -249,6 +258,13 @@ KString checkpointClip(std::uint32_t handle, char const* unknown, Durability dur
     if (!entry->handle.belongsToThisProcess()) return "Write failed";
     entry->checkpoints.restart();
     return writeBack(*entry, durability);
+}
+
+KString refreshClip(std::uint32_t handle, char const* unknown) {
+    Entry const entry = findClip(handle);
+    if (!entry) return unknown;
+    if (!entry->read_only) return "Clip was not opened in read-only mode";
+    return refresh(*entry);
 }
 
 std::unique_lock<std::recursive_mutex> lockOpening() { return openLock().hold(); }

@@ -75,6 +75,10 @@ KString closeClip(std::uint32_t handle);
 // Writes back the containers of an open clip. Empty on success; `unknown` for an unknown handle.
 KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability);
 
+// Takes in what another process has written back to a clip that is open read-only. Empty on success; `unknown` for an
+// unknown handle; "Clip was not opened in read-only mode".
+KString refreshClip(std::uint32_t handle, char const* unknown);
+
 bool isClipOpen(KString const& name);
 
 // Prevents other threads from opening and closing clips. Creation holds it, so that nobody opens a clip whose file is

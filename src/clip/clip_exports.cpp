@@ -73,6 +73,10 @@ wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int millisecond
     });
 }
 
+wchar_t const* clip_refresh(unsigned int clip) {
+    return exported([&] { return refreshClip(clip, UNKNOWN_CLIP); });
+}
+
 // KEEP: an unknown clip counts as a child clip.
 bool clip_get_is_child_clip(unsigned int clip) { return metaValue(clip, true, &MetaObject::child_clip); }
 

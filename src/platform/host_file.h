@@ -53,6 +53,10 @@ class HostFile {
     // another, already is. True if the file system has no locks.
     virtual bool ownWriting() = 0;
 
+    // Lets others open a file that was opened with FileAccess::create. False if requests are under way or somebody else
+    // got in between; then it is as it was.
+    virtual bool share() = 0;
+
     // Gets the length in bytes; false if the host reports an error.
     virtual bool size(std::uint64_t& bytes) const = 0;
     virtual bool resize(std::uint64_t bytes) = 0;

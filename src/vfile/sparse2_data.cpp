@@ -55,6 +55,7 @@ constexpr std::size_t recordAt(std::uint32_t index) { return map_block::RECORDS_
 constexpr std::size_t runEntryAt(std::uint32_t run) {
     return super_block::RUN_TABLE_AT + run * super_block::RUN_ENTRY_SIZE;
 }
+constexpr std::uint64_t runBytes(std::uint32_t run) { return std::uint64_t{runSize(run)} * BLOCK_SIZE; }
 
 }  // namespace
 
@@ -99,37 +100,46 @@ KString DataStruct::replay(VFileObject& host) {
     next_free = BLOCK_SIZE;
     std::uint64_t const host_end = host.length();
     old_host_end = host_end != 0 ? host_end : GREATEST;  // 0: the host cannot tell
-    while (block_count < MAX_REPLAYED_BLOCKS && replayBlock(host)) {
+    while (replayBlock(host)) {
     }
     forgetUnreachedRuns();
     return {};
 }
 
-// Replays the next map block and its records; false where the log ends.
-bool DataStruct::replayBlock(VFileObject& host) {
+// The position of the next map block, if the log can go on there.
+std::optional<std::uint64_t> DataStruct::nextPosition() const {
     // KEEP: host positions are compared with the logical length, here and for the records.
+    if (block_count >= MAX_REPLAYED_BLOCKS) return std::nullopt;
     BlockPlace const place = placeOf(block_count);
     auto const run_start = sectorsToBytes(runEntry(place.run));
-    if (!run_start || *run_start == 0) return false;
-    std::uint64_t const run_bytes = std::uint64_t{runSize(place.run)} * BLOCK_SIZE;
-    if (!rangeWithin(*run_start, run_bytes, GREATEST)) return false;
+    if (!run_start || *run_start == 0) return std::nullopt;
+    if (!rangeWithin(*run_start, runBytes(place.run), GREATEST)) return std::nullopt;
     std::uint64_t const position = *run_start + std::uint64_t{place.index} * BLOCK_SIZE;
-    if (!rangeWithin(position, BLOCK_SIZE, fileLength()) || position > next_free) return false;
-    bool const begins_run = place.index == 0;
-    if (begins_run && position != next_free) return false;
+    if (!rangeWithin(position, BLOCK_SIZE, fileLength()) || position > next_free) return std::nullopt;
+    if (place.index == 0 && position != next_free) return std::nullopt;
+    return position;
+}
 
+// Replays the next map block and its records; false where the log ends.
+bool DataStruct::replayBlock(VFileObject& host) {
+    auto const position = nextPosition();
+    if (!position) return false;
     auto block = std::make_shared<BlockBufStruct>();
-    block->host_position = position;
+    block->host_position = *position;
     if (!readBlock(host, *block).empty()) {
         // A block inside the host that cannot be read now may be readable later, so its records must not be
         // overwritten. A block past the end of the host ends the log.
-        unreadable = rangeWithin(position, BLOCK_SIZE, host.length());
+        unreadable = rangeWithin(*position, BLOCK_SIZE, host.length());
         return false;
     }
     if (!hasMagic(*block, map_block::MAGIC)) return false;
+    return begin(std::move(block));
+}
 
+// Makes a block the current one and replays its records; false if the log ends in it.
+bool DataStruct::begin(std::shared_ptr<BlockBufStruct> block) {
     // A new run counts only now: if its first block is missing, the run can be started again at the same position.
-    if (begins_run) next_free += run_bytes;
+    if (BlockPlace const place = placeOf(block_count); place.index == 0) next_free += runBytes(place.run);
     current = std::move(block);
     ++block_count;
     record_count = 0;
@@ -156,6 +166,33 @@ bool DataStruct::replayRecord(ExtentRecord const& record) {
     if (!start || !length || !rangeWithin(next_free, *length, fileLength())) return false;
     if (!filemap.insert({*start, *length, next_free})) return false;
     next_free += *length;
+    return true;
+}
+
+// --- Following a writer ---
+
+std::optional<std::uint64_t> DataStruct::currentPosition() const {
+    if (!current) return std::nullopt;
+    return current->host_position;
+}
+
+bool DataStruct::takeMoreRecords(AlignedBuffer const& block) {
+    if (std::memcmp(block.data(), current->bytes.data(), recordAt(record_count)) != 0) return false;
+    std::memcpy(current->bytes.data(), block.data(), BLOCK_SIZE);
+    replayRecords();
+    return true;
+}
+
+void DataStruct::takeRuns(AlignedBuffer const& newer_superblock) {
+    std::memcpy(superblock->bytes.data(), newer_superblock.data(), BLOCK_SIZE);
+}
+
+bool DataStruct::takeBlock(AlignedBuffer const& block, std::uint64_t position) {
+    if (std::memcmp(block.data(), map_block::MAGIC.data(), map_block::MAGIC.size()) != 0) return false;
+    auto next = std::make_shared<BlockBufStruct>();
+    std::memcpy(next->bytes.data(), block.data(), BLOCK_SIZE);
+    next->host_position = position;
+    begin(std::move(next));
     return true;
 }
 
@@ -243,7 +280,7 @@ KString DataStruct::startBlock() {
     BlockPlace const place = placeOf(block_count);
     if (block_count >= MAX_REPLAYED_BLOCKS) return FULL;
     bool const begins_run = place.index == 0;
-    std::uint64_t const run_bytes = std::uint64_t{runSize(place.run)} * BLOCK_SIZE;
+    std::uint64_t const run_bytes = runBytes(place.run);
     if (begins_run && !rangeWithin(next_free, run_bytes, GREATEST)) return FULL;
 
     std::uint64_t const run_start = begins_run ? next_free : runEntry(place.run) * SECTOR_SIZE;

@@ -61,6 +61,21 @@ struct DataStruct {
     // host's error or "Bad superblock".
     KString replay(VFileObject& host);
 
+    // Following the log of a file that is open read-only while another process writes it. Each of these takes one block
+    // that was read from the disk, and changes only this object.
+    //
+    // Where the last block is; none before the first one.
+    std::optional<std::uint64_t> currentPosition() const;
+    // Takes the records that were added to the last block. False if it does not continue what was replayed: then the
+    // log must be replayed anew.
+    bool takeMoreRecords(AlignedBuffer const& block);
+    bool currentIsFull() const { return !current || record_count == sparse2::map_block::MAX_RECORDS; }
+    // The next block, whose run a newer superblock may name.
+    void takeRuns(AlignedBuffer const& newer_superblock);
+    std::optional<std::uint64_t> nextPosition() const;
+    // False if it is not a block of this log (yet).
+    bool takeBlock(AlignedBuffer const& block, std::uint64_t position);
+
     // Length of the sparse file, from the superblock.
     std::uint64_t fileLength() const;
 
@@ -125,6 +140,7 @@ struct DataStruct {
     std::uint64_t old_host_end = 0;    // when the file was opened; before it, the host may hold bytes of another file
 
     bool replayBlock(VFileObject& host);
+    bool begin(std::shared_ptr<BlockBufStruct> block);
     bool replayRecords();
     bool replayRecord(ExtentRecord const& record);
     void forgetUnreachedRuns();

@@ -120,6 +120,8 @@ void VFileFile::write(std::uint64_t position, std::uint32_t length, void const* 
                     [&](Request& request) { return handle->startWrite(position, length, buffer, request); });
 }
 
+KString VFileFile::share() { return handle->share() ? "" : "The file is in use"; }
+
 std::uint64_t VFileFile::allocatedFrom(std::uint64_t position) {
     std::uint64_t const reserved = reserved_length.load();
     return position < reserved ? reserved - position : 0;

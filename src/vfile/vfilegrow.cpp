@@ -1,5 +1,4 @@
 #include "vfile/vfilegrow.h"
-#include "platform/host.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,6 +8,7 @@
 #include "foundation/load_store.h"
 #include "platform/host.h"
 #include "vfile/grow_format.h"
+#include "vfile/settled_read.h"
 #include "vfile/shared_files.h"
 
 namespace KelvonClip {
@@ -23,19 +23,32 @@ using Registry = SharedFiles<VFileObject const*, VFileGrow>;
 
 std::uint64_t lengthIn(AlignedBuffer const& header_block) { return loadBE64(header_block.data() + grow::LENGTH_AT); }
 
+KString checkMagic(AlignedBuffer const& block) {
+    bool const right = std::memcmp(block.data(), grow::MAGIC.data(), grow::MAGIC.size()) == 0;
+    return right ? u"" : u"Bad grow header magic number";
+}
+
+// If a writer made a checkpoint after the map below was read and before the length was, the map is read again. What it
+// still does not have reads as zeros.
+void coverLength(VFileObject& host, std::uint64_t length) {
+    if (length == 0 || length > GREATEST_LENGTH || host.allocatedFrom(DATA_AT + length - 1) > 0) return;
+    VFileObject* const self[] = {&host};
+    (void)refreshAll(self);
+}
+
 }  // namespace
 
 VFileGrow::VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes)
     : VFileHosted(std::move(host_file)), length_bytes(lengthIn(header_bytes)), header_block(std::move(header_bytes)),
-      length_to_promise(length_bytes) {}
+      length_to_promise(length_bytes), length_found(length_bytes) {}
 
-Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
+Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool read_only) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileGrow> {
         AlignedBuffer block(HEADER_SIZE);
         if (KString error = host->readSync(0, HEADER_SIZE, block.data()); !error.empty())
             return {std::move(error), nullptr};
-        if (std::memcmp(block.data(), grow::MAGIC.data(), grow::MAGIC.size()) != 0)
-            return {u"Bad grow header magic number", nullptr};
+        if (KString error = checkMagic(block); !error.empty()) return {std::move(error), nullptr};
+        if (read_only) coverLength(*host, lengthIn(block));
         return {{}, std::unique_ptr<VFileGrow>(new VFileGrow(host, std::move(block)))};
     });
 }
@@ -63,6 +76,18 @@ KString VFileGrow::writeHeader() {
     KString error = host->writeSync(0, HEADER_SIZE, header_block.data());
     header_unsure = !error.empty();
     return error;
+}
+
+KString VFileGrow::refresh(RefreshStep step) {
+    if (KString error = host->refresh(step); !error.empty()) return error;
+    if (step == RefreshStep::lengths) {
+        AlignedBuffer block(HEADER_SIZE);
+        if (KString error = readSettled(*host, 0, block); !error.empty()) return error;
+        if (KString error = checkMagic(block); !error.empty()) return error;
+        length_found = lengthIn(block);
+    }
+    if (step == RefreshStep::show) length_bytes = std::max(length_bytes.load(), length_found);
+    return {};
 }
 
 void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer, std::shared_ptr<CIO::CIOObject> done) {

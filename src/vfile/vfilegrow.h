@@ -44,6 +44,7 @@ class VFileGrow : public VFileHosted {
     bool isContainer() const override { return true; }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override;
+    KString refresh(RefreshStep step) override;
     KString close() override { return lastWriteBack(); }
 
   private:
@@ -63,6 +64,7 @@ class VFileGrow : public VFileHosted {
     AlignedBuffer header_block;       // as last written, successfully or not
     bool header_unsure = false;       // the last write failed, so the header on disk may be the old or the new one
     std::uint64_t length_to_promise;  // the length that the current write-back writes
+    std::uint64_t length_found;       // the length that the current refresh has read
 };
 
 }  // namespace KelvonClip

@@ -27,6 +27,7 @@ class VFileHosted : public VFileObject {
     void releaseAllocation() override { host->releaseAllocation(); }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override { return host->writeBack(step, durability); }
+    KString refresh(RefreshStep step) override { return host->refresh(step); }
     bool isContainer() const override { return host->isContainer(); }
     bool needsMapRecords() const override { return host->needsMapRecords(); }
     KMutexLock const& writeBackLock() override { return host->writeBackLock(); }

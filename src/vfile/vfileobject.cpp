@@ -85,10 +85,14 @@ std::vector<Hold> lockWriteBacks(std::span<VFileObject* const> files) {
     return held;
 }
 
-// A file whose step fails is set to null; its remaining steps are left out. Returns the first message.
-KString runSteps(std::span<VFileObject*> files, Durability durability) {
+// Runs the steps of one operation on several files. A file whose step fails is set to null; its remaining steps are
+// left out.
+struct Steps {
+    std::span<VFileObject*> files;
     KString first_error;
-    auto const forEach = [&](auto&& work) {
+
+    template <class Work>
+    void run(Work&& work) {
         for (VFileObject*& file : files) {
             if (file == nullptr) continue;
             KString error = work(*file);
@@ -96,12 +100,16 @@ KString runSteps(std::span<VFileObject*> files, Durability durability) {
             file = nullptr;
             if (first_error.empty()) first_error = std::move(error);
         }
-    };
-    for (auto const step : {WriteBackStep::begin, WriteBackStep::maps, WriteBackStep::lengths}) {
-        forEach([&](VFileObject& file) { return file.writeBack(step, durability); });
-        if (durability == Durability::power_loss) forEach([](VFileObject& file) { return file.flush(); });
     }
-    return first_error;
+};
+
+KString writeBackSteps(std::span<VFileObject*> files, Durability durability) {
+    Steps steps{files, {}};
+    for (auto const step : {WriteBackStep::begin, WriteBackStep::maps, WriteBackStep::lengths}) {
+        steps.run([&](VFileObject& file) { return file.writeBack(step, durability); });
+        if (durability == Durability::power_loss) steps.run([](VFileObject& file) { return file.flush(); });
+    }
+    return std::move(steps.first_error);
 }
 
 }  // namespace
@@ -109,7 +117,7 @@ KString runSteps(std::span<VFileObject*> files, Durability durability) {
 KString VFileObject::writeBack(Durability durability) {
     Hold const alone = writeBackLock().hold();
     VFileObject* self[] = {this};
-    return runSteps(self, durability);
+    return writeBackSteps(self, durability);
 }
 
 KString VFileObject::lastWriteBack() {
@@ -121,7 +129,16 @@ KString VFileObject::lastWriteBack() {
 KString writeBackAll(std::span<VFileObject* const> files, Durability durability) {
     std::vector<Hold> const alone = lockWriteBacks(files);
     std::vector<VFileObject*> in_work(files.begin(), files.end());
-    return runSteps(in_work, durability);
+    return writeBackSteps(in_work, durability);
+}
+
+KString refreshAll(std::span<VFileObject* const> files) {
+    std::vector<Hold> const alone = lockWriteBacks(files);
+    std::vector<VFileObject*> in_work(files.begin(), files.end());
+    Steps steps{in_work, {}};
+    for (auto const step : {RefreshStep::lengths, RefreshStep::maps, RefreshStep::show})
+        steps.run([&](VFileObject& file) { return file.refresh(step); });
+    return std::move(steps.first_error);
 }
 
 }  // namespace KelvonClip

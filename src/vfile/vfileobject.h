@@ -121,6 +121,13 @@ enum class WriteBackStep {
     lengths,  // write the lengths
 };
 
+// The steps of following a writer, in the reverse order: what is shown is covered by the maps that were read after it.
+enum class RefreshStep {
+    lengths,  // read the lengths
+    maps,     // read the maps
+    show,     // show the lengths to readers
+};
+
 class VFileObject : public std::enable_shared_from_this<VFileObject> {
   public:
     VFileObject() = default;
@@ -166,6 +173,9 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // of the durable attempt.
     KString lastWriteBack();
 
+    // One step of following a writer in another process (see refreshAll). Empty on success.
+    virtual KString refresh(RefreshStep /*step*/) { return {}; }
+
     // Called once, by the registry of shared files, when the last reference is released: writes what the file itself
     // still keeps in memory. What cannot be written now is lost; callers who need the message use writeBack before.
     // Empty on success.
@@ -179,6 +189,12 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
 // Writes back several stacks together, with one flush per step for all stacks on the same host file. If a stack fails,
 // its remaining steps are left out; the others continue. Returns the first message.
 KString writeBackAll(std::span<VFileObject* const> files, Durability durability);
+
+// Takes in what the writer of files that are open read-only has written back since. The lengths are read before the
+// maps and shown after them, because the writer writes its map before the lengths: so every length that is shown is
+// covered. What was readable stays as it is. If a stack fails, its remaining steps are left out. Returns the first
+// message.
+KString refreshAll(std::span<VFileObject* const> files);
 
 // The result of opening or creating a virtual file: an error text, or the object.
 template <class Kind>

@@ -10,6 +10,7 @@
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
+#include "vfile/settled_read.h"
 #include "vfile/shared_files.h"
 #include "vfile/sparse_read.h"
 
@@ -124,6 +125,46 @@ KString VFileSparse2::writeMap() {
     }
     if (error.empty()) data.hold().value.saved(std::exchange(to_save, {}));
     return error;
+}
+
+KString VFileSparse2::refresh(RefreshStep step) {
+    if (!read_only) return {};
+    if (step == RefreshStep::lengths) to_follow = true;
+    // Several files share this map: the first one's step reads it.
+    if (step != RefreshStep::maps || !std::exchange(to_follow, false)) return {};
+    if (host->isContainer()) {
+        VFileObject* const below[] = {host.get()};
+        if (KString error = refreshAll(below); !error.empty()) return error;
+    }
+    return followWriter();
+}
+
+// Blocks are read without the lock of the log, so readers do not wait for the disk: only a refresh changes the map of a
+// read-only file, and there is one at a time.
+KString VFileSparse2::followWriter() {
+    AlignedBuffer block(sparse2::BLOCK_SIZE);
+    if (auto const position = data.hold().value.currentPosition()) {
+        if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
+        if (!data.hold().value.takeMoreRecords(block)) return replayAnew();
+    }
+    while (data.hold().value.currentIsFull()) {
+        if (KString error = readSettled(*host, 0, block); !error.empty()) return error;
+        data.hold().value.takeRuns(block);
+        auto const position = data.hold().value.nextPosition();
+        if (!position || !rangeWithin(*position, sparse2::BLOCK_SIZE, host->length())) return {};
+        if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
+        if (!data.hold().value.takeBlock(block, *position)) return {};
+    }
+    return {};
+}
+
+// The writer has taken records back, when it closed the file or after a failure: nothing was ever written to them.
+KString VFileSparse2::replayAnew() {
+    DataStruct log;
+    if (KString error = log.replay(*host); !error.empty()) return error;
+    if (log.fileLength() != length_bytes) return u"Bad superblock";
+    data.hold().value = std::move(log);
+    return {};
 }
 
 KString VFileSparse2::close() {

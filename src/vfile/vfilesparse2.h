@@ -11,7 +11,7 @@
 //     closes the file.
 // Threads: any. Every operation holds the lock of the file while it reads or changes the map and issues its host
 // requests. It waits for the disk with the lock held only when a map block is full. A write-back holds the lock only
-// while it copies the current block.
+// while it copies the current block, and a refresh while it takes in a block that it has read.
 #pragma once
 
 #include <cstdint>
@@ -48,6 +48,7 @@ class VFileSparse2 : public VFileHosted {
     bool needsMapRecords() const override { return true; }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override;
+    KString refresh(RefreshStep step) override;
     KString close() override;
 
   private:
@@ -58,11 +59,15 @@ class VFileSparse2 : public VFileHosted {
     void writePiece(DataStruct& log, std::uint64_t position, std::uint64_t host_position, std::uint32_t length,
                     std::byte const* from, std::shared_ptr<CIO::CIOObject> const& done);
     KString writeMap();
+    KString followWriter();
+    KString replayAnew();
 
     bool const read_only;
     std::uint64_t const length_bytes;
     KProtect<DataStruct> data;
-    DataStruct::Snapshot to_save;  // of the write-back that is under way; guarded by the write-back lock
+    // Guarded by the write-back lock.
+    DataStruct::Snapshot to_save;  // of the write-back that is under way
+    bool to_follow = false;        // the map has not been read by the refresh that is under way
 };
 
 }  // namespace KelvonClip

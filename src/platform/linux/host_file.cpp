@@ -124,6 +124,13 @@ class LinuxFile : public HostFile {
         return isTheParents() || lockOwnerByte(F_WRLCK) || (errno != EAGAIN && errno != EACCES);
     }
 
+    // The kernel gives the lock back before it takes the other kind.
+    bool share() override {
+        if (isTheParents()) return false;
+        if (repeated([&] { return ::flock(buffered.get(), LOCK_SH | LOCK_NB); }) || errno != EWOULDBLOCK) return true;
+        return repeated([&] { return ::flock(buffered.get(), LOCK_EX | LOCK_NB); }) && false;
+    }
+
     bool size(std::uint64_t& bytes) const override {
         struct stat found;
         if (::fstat(descriptors.buffered, &found) != 0) return false;
