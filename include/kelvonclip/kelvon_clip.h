@@ -71,6 +71,22 @@ KELVONCLIP_API wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned 
 ///     that failed. After a failure the clip is as it was, or has taken in a part; the next call tries again.
 KELVONCLIP_API wchar_t const* clip_refresh(unsigned int clip);
 
+/// Lets other processes open a clip that this one has created, while it is still recorded. Until then, nobody else can
+/// open it before it is closed. Does nothing for a clip that was opened, or is shared already.
+/// On Windows the file is opened anew, so the call waits up to two seconds for a moment without reads and writes.
+/// Threads: any; units may be written meanwhile.
+/// @param clip  the clip's handle
+/// @return null on success; "invalid clip handle"; "The file is in use" if it cannot be shared now: try again later
+KELVONCLIP_API wchar_t const* clip_share(unsigned int clip);
+
+/// How many bytes of the clip's file lie behind everything that its map lists, as it was found when the clip was
+/// opened. After a recording that was killed these bytes are units that no checkpoint has covered. They can be
+/// recovered until something is written to the clip, because new units are stored there: ask before the first write.
+/// @param clip  the clip's handle
+/// @return 0 for a clip whose recording was closed, for an unknown handle and where the tracks have no map. A clip that
+///     was created over a longer file counts what is left of that file
+KELVONCLIP_API std::uint64_t clip_unreplayed_bytes(unsigned int clip);
+
 /// Whether the file is a child clip: its header names a parent clip and lists no tracks.
 /// @return true also for an unknown handle
 KELVONCLIP_API bool clip_get_is_child_clip(unsigned int clip);

@@ -267,6 +267,13 @@ KString refreshClip(std::uint32_t handle, char const* unknown) {
     return refresh(*entry);
 }
 
+KString shareClip(std::uint32_t handle, char const* unknown) {
+    Entry const entry = findClip(handle);
+    if (!entry) return unknown;
+    auto const host_file = std::dynamic_pointer_cast<VFileFile>(entry->file);
+    return host_file ? host_file->share() : KString();
+}
+
 std::unique_lock<std::recursive_mutex> lockOpening() { return openLock().hold(); }
 
 bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, name) != nullptr; }

@@ -79,6 +79,10 @@ KString checkpointClip(std::uint32_t handle, char const* unknown, Durability dur
 // unknown handle; "Clip was not opened in read-only mode".
 KString refreshClip(std::uint32_t handle, char const* unknown);
 
+// Lets others open the file of a clip that was created and is still open. Empty on success; `unknown` for an unknown
+// handle.
+KString shareClip(std::uint32_t handle, char const* unknown);
+
 bool isClipOpen(KString const& name);
 
 // Prevents other threads from opening and closing clips. Creation holds it, so that nobody opens a clip whose file is

@@ -77,6 +77,19 @@ wchar_t const* clip_refresh(unsigned int clip) {
     return exported([&] { return refreshClip(clip, UNKNOWN_CLIP); });
 }
 
+wchar_t const* clip_share(unsigned int clip) {
+    return exported([&] { return shareClip(clip, UNKNOWN_CLIP); });
+}
+
+std::uint64_t clip_unreplayed_bytes(unsigned int clip) {
+    return queryClip(clip, std::uint64_t{0}, OpenTracks::yes, [](OpenFileEntry const& entry) {
+        std::uint64_t most = 0;
+        for (auto const& open_track : entry.extra->tracks)
+            most = std::max(most, open_track.track.units().unreplayedBytes());
+        return most;
+    });
+}
+
 // KEEP: an unknown clip counts as a child clip.
 bool clip_get_is_child_clip(unsigned int clip) { return metaValue(clip, true, &MetaObject::child_clip); }
 

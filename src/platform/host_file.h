@@ -53,8 +53,8 @@ class HostFile {
     // another, already is. True if the file system has no locks.
     virtual bool ownWriting() = 0;
 
-    // Lets others open a file that was opened with FileAccess::create. False if requests are under way or somebody else
-    // got in between; then it is as it was.
+    // Lets others open a file that was opened with FileAccess::create. False if that is not possible now, because
+    // requests are under way or somebody else opens the file at this moment; it may be tried again.
     virtual bool share() = 0;
 
     // Gets the length in bytes; false if the host reports an error.

@@ -103,6 +103,7 @@ KString DataStruct::replay(VFileObject& host) {
     while (replayBlock(host)) {
     }
     forgetUnreachedRuns();
+    unreplayed_bytes = host_end > next_free ? host_end - next_free : 0;
     return {};
 }
 

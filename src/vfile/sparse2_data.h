@@ -54,6 +54,7 @@ struct DataStruct {
     std::shared_ptr<BlockBufStruct> superblock = std::make_shared<BlockBufStruct>();
     std::shared_ptr<BlockBufStruct> current;  // the last map block, which receives new records; null when there is none
     std::uint32_t record_count = 0;           // in the current block
+    std::uint64_t unreplayed_bytes = 0;       // of the host, behind the log that the replay found
     ExtentMap filemap;
     UnlandedRanges unlanded;
 

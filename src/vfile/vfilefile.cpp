@@ -120,7 +120,15 @@ void VFileFile::write(std::uint64_t position, std::uint32_t length, void const* 
                     [&](Request& request) { return handle->startWrite(position, length, buffer, request); });
 }
 
-KString VFileFile::share() { return handle->share() ? "" : "The file is in use"; }
+KString VFileFile::share() {
+    constexpr std::uint32_t TRIES = 2000, PAUSE_MS = 1;
+    KSemaphore never(0);
+    for (std::uint32_t tries = 0; tries < TRIES; ++tries) {
+        if (handle->share()) return {};
+        never.wait(1, PAUSE_MS);  // alertably: this thread may have requests under way
+    }
+    return "The file is in use";
+}
 
 std::uint64_t VFileFile::allocatedFrom(std::uint64_t position) {
     std::uint64_t const reserved = reserved_length.load();

@@ -49,6 +49,8 @@ class VFileFile : public VFileObject {
     KString flush() override;
     // Flushes the directory entry of a created file. Errors: "Flush failed".
     KString flushName() { return handle->flushName() ? "" : "Flush failed"; }
+    // Lets others open a created file. Errors: "The file is in use", if requests are under way for a long time.
+    KString share();
     // Extends the file to its reserved length, and flushes.
     KString close() override;
 
@@ -62,14 +64,14 @@ class VFileFile : public VFileObject {
 
     struct Request;
 
+    KString ownWriting();
+
     static MadeFile<VFileObject> openHost(KString const& name, platform::FileAccess access);
     static Opened<VFileFile> checked(Opened<VFileObject> opened, bool read_only);
 
     KString const file_name;
     std::unique_ptr<platform::HostFile> handle;
     std::atomic<std::uint64_t> reserved_length{0};
-    KString ownWriting();
-
     KMutexLock const owning, flushing;
     std::atomic<bool> owned{false};  // this object is the only one that may write
     std::atomic<bool> unflushed{false}, flush_failed{false};

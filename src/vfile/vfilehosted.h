@@ -29,6 +29,7 @@ class VFileHosted : public VFileObject {
     KString writeBack(WriteBackStep step, Durability durability) override { return host->writeBack(step, durability); }
     KString refresh(RefreshStep step) override { return host->refresh(step); }
     bool isContainer() const override { return host->isContainer(); }
+    std::uint64_t unreplayedBytes() override { return host->unreplayedBytes(); }
     bool needsMapRecords() const override { return host->needsMapRecords(); }
     KMutexLock const& writeBackLock() override { return host->writeBackLock(); }
     KString flush() override { return host->flush(); }

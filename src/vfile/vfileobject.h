@@ -161,6 +161,9 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     virtual KString writeBack(WriteBackStep step, Durability durability) = 0;
     // True if this file or one below it has a map or a length of its own.
     virtual bool isContainer() const = 0;
+    // The bytes of the host behind the part that a map found when it was opened, of this file or one below it: the
+    // most of any of them. What was recorded after the last write-back of a killed process is there.
+    virtual std::uint64_t unreplayedBytes() { return 0; }
     // True if this file or one below it needs a map record for each range that is allocated apart from the others.
     virtual bool needsMapRecords() const { return false; }
     // Serialises write-backs: the lock of the host file at the bottom of the stack.

@@ -222,6 +222,10 @@ void VFileSparse2::writePiece(DataStruct& log, std::uint64_t position, std::uint
     }
 }
 
+std::uint64_t VFileSparse2::unreplayedBytes() {
+    return std::max(data.hold().value.unreplayed_bytes, host->unreplayedBytes());
+}
+
 std::uint64_t VFileSparse2::allocatedFrom(std::uint64_t position) {
     auto locked = data.hold();
     return locked.value.filemap.contiguousFrom(position);

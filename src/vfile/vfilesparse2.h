@@ -45,6 +45,7 @@ class VFileSparse2 : public VFileHosted {
     void allocate(std::uint64_t position, std::uint32_t length) override;
     void releaseAllocation() override {}
     bool isContainer() const override { return true; }
+    std::uint64_t unreplayedBytes() override;
     bool needsMapRecords() const override { return true; }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override;

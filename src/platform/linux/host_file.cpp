@@ -124,11 +124,10 @@ class LinuxFile : public HostFile {
         return isTheParents() || lockOwnerByte(F_WRLCK) || (errno != EAGAIN && errno != EACCES);
     }
 
-    // The kernel gives the lock back before it takes the other kind.
+    // The kernel releases the lock before it acquires the other kind, so somebody else may acquire it in between.
     bool share() override {
         if (isTheParents()) return false;
-        if (repeated([&] { return ::flock(buffered.get(), LOCK_SH | LOCK_NB); }) || errno != EWOULDBLOCK) return true;
-        return repeated([&] { return ::flock(buffered.get(), LOCK_EX | LOCK_NB); }) && false;
+        return repeated([&] { return ::flock(buffered.get(), LOCK_SH | LOCK_NB); }) || errno != EWOULDBLOCK;
     }
 
     bool size(std::uint64_t& bytes) const override {

@@ -1,8 +1,10 @@
 // Host files with overlapped, unbuffered Windows handles.
 //
+// Sharing a file needs a new handle: the share mode of a handle cannot be changed.
+//
 // Invariants
-//   * The OVERLAPPED of a request is stored in its HostRequest. Its event field, which is free for the program's use
-//     with completion routines, points back to the HostRequest.
+//   * The OVERLAPPED of a request is stored in its HostRequest, at the start of a Transfer. Its event field, which is
+//     free for the program's use with completion routines, points back to the HostRequest.
 //   * Windows queues the completion routine to the issuing thread, which runs it in an alertable wait (wait.h).
 //   * The handle is unbuffered: Windows refuses transfers whose position, length or address is not sector-aligned.
 // Threads: any.
@@ -10,7 +12,11 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <cstdint>
+#include <memory>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "platform/host.h"
@@ -19,9 +25,6 @@
 namespace KelvonClip::platform {
 
 namespace {
-
-static_assert(sizeof(OVERLAPPED) <= sizeof(HostRequest::host_record));
-static_assert(alignof(OVERLAPPED) <= 8, "the alignment of host_record");
 
 struct OpenMode {
     DWORD access, share, disposition;
@@ -34,19 +37,37 @@ constexpr OpenMode OPEN_MODES[] = {
 };
 static_assert(static_cast<int>(FileAccess::create) == 2);
 
-// The request's own OVERLAPPED, ready for a transfer at `position`.
-OVERLAPPED* prepare(HostRequest& request, std::uint64_t position) {
-    auto* overlapped = new (request.host_record) OVERLAPPED{};
-    overlapped->Offset = static_cast<DWORD>(position);
-    overlapped->OffsetHigh = static_cast<DWORD>(position >> 32);
-    overlapped->hEvent = &request;
-    return overlapped;
-}
+class WindowsFile;
 
-void CALLBACK transferDone(DWORD error, DWORD transferred, OVERLAPPED* overlapped) {
-    auto& request = *static_cast<HostRequest*>(overlapped->hEvent);
-    request.done(request, error != 0, transferred);
-}
+// The host's record of a request.
+struct Transfer {
+    OVERLAPPED overlapped{};
+    WindowsFile* file = nullptr;
+};
+static_assert(sizeof(Transfer) <= sizeof(HostRequest::host_record));
+static_assert(alignof(Transfer) <= 8, "the alignment of host_record");
+
+// Holds a lock that many may share, or one alone.
+class SharedHold {
+  public:
+    explicit SharedHold(SRWLOCK& held) : lock(held) { AcquireSRWLockShared(&lock); }
+    ~SharedHold() { ReleaseSRWLockShared(&lock); }
+    SharedHold(SharedHold const&) = delete;
+    SharedHold& operator=(SharedHold const&) = delete;
+
+  private:
+    SRWLOCK& lock;
+};
+class SoleHold {
+  public:
+    explicit SoleHold(SRWLOCK& held) : lock(held) { AcquireSRWLockExclusive(&lock); }
+    ~SoleHold() { ReleaseSRWLockExclusive(&lock); }
+    SoleHold(SoleHold const&) = delete;
+    SoleHold& operator=(SoleHold const&) = delete;
+
+  private:
+    SRWLOCK& lock;
+};
 
 class WindowsFile final : public HostFile {
   public:
@@ -54,30 +75,46 @@ class WindowsFile final : public HostFile {
         if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
     }
 
-    bool open(std::wstring const& name, OpenMode const& mode) {
-        handle = CreateFileW(name.c_str(), mode.access, mode.share, nullptr, mode.disposition,
-                             FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING, nullptr);
-        return handle != INVALID_HANDLE_VALUE;
+    bool open(std::wstring const& file_name, FileAccess access) {
+        name = file_name;
+        mode = access;
+        return openHandle();
     }
 
     bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
-        return ReadFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
+        return start(position, request, [&](OVERLAPPED* overlapped) {
+            return ReadFileEx(handle, buffer, length, overlapped, &transferDone);
+        });
     }
 
     bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) override {
-        return WriteFileEx(handle, buffer, length, prepare(request, position), &transferDone) != FALSE;
+        return start(position, request, [&](OVERLAPPED* overlapped) {
+            return WriteFileEx(handle, buffer, length, overlapped, &transferDone);
+        });
     }
 
-    // A lock on a byte past the end of every file.
     bool ownWriting() override {
-        OVERLAPPED place{};
-        place.Offset = 0xFFFFFFFE;
-        place.OffsetHigh = 0x7FFFFFFF;
-        return LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) ||
-               (GetLastError() != ERROR_LOCK_VIOLATION && GetLastError() != ERROR_IO_PENDING);
+        SharedHold const hold(handle_lock);
+        return owner = lockOwnerByte();
+    }
+
+    // Closes the handle and opens another one, which no request may notice.
+    bool share() override {
+        SoleHold const alone(handle_lock);
+        if (mode != FileAccess::create) return true;
+        if (under_way != 0) return false;
+        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+        mode = FileAccess::read_write;
+        if (!openHandle()) {
+            mode = FileAccess::create;
+            openHandle();  // if that fails too, transfers fail until the next attempt
+            return false;
+        }
+        return !owner || lockOwnerByte();
     }
 
     bool size(std::uint64_t& bytes) const override {
+        SharedHold const hold(handle_lock);
         LARGE_INTEGER found;
         if (!GetFileSizeEx(handle, &found)) return false;
         bytes = static_cast<std::uint64_t>(found.QuadPart);
@@ -86,31 +123,76 @@ class WindowsFile final : public HostFile {
 
     // An unbuffered handle accepts only sector-aligned lengths; any other length is rounded up to DIRECT_ALIGNMENT.
     bool resize(std::uint64_t bytes) override {
+        SharedHold const hold(handle_lock);
         if (setEnd(bytes)) return true;
         return GetLastError() == ERROR_INVALID_PARAMETER && bytes % DIRECT_ALIGNMENT != 0 &&
                setEnd(roundUp<std::uint64_t>(bytes, DIRECT_ALIGNMENT));
     }
 
-    bool flush() override { return FlushFileBuffers(handle) != FALSE; }
+    bool flush() override {
+        SharedHold const hold(handle_lock);
+        return FlushFileBuffers(handle) != FALSE;
+    }
     // The file system journals directory entries; flushing the file flushes its journal.
     bool flushName() override { return flush(); }
 
   private:
+    bool openHandle() {
+        OpenMode const& how = OPEN_MODES[static_cast<int>(mode)];
+        handle = CreateFileW(name.c_str(), how.access, how.share, nullptr, how.disposition,
+                             FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING, nullptr);
+        return handle != INVALID_HANDLE_VALUE;
+    }
+
+    template <class Start>
+    bool start(std::uint64_t position, HostRequest& request, Start&& start_transfer) {
+        SharedHold const hold(handle_lock);
+        auto* transfer = new (request.host_record) Transfer{};
+        transfer->overlapped.Offset = static_cast<DWORD>(position);
+        transfer->overlapped.OffsetHigh = static_cast<DWORD>(position >> 32);
+        transfer->overlapped.hEvent = &request;
+        transfer->file = this;
+        ++under_way;
+        if (start_transfer(&transfer->overlapped)) return true;
+        --under_way;
+        return false;
+    }
+
+    static void CALLBACK transferDone(DWORD error, DWORD transferred, OVERLAPPED* overlapped) {
+        auto& request = *static_cast<HostRequest*>(overlapped->hEvent);
+        --reinterpret_cast<Transfer*>(overlapped)->file->under_way;
+        request.done(request, error != 0, transferred);
+    }
+
+    // A lock on a byte past the end of every file.
+    bool lockOwnerByte() {
+        OVERLAPPED place{};
+        place.Offset = 0xFFFFFFFE;
+        place.OffsetHigh = 0x7FFFFFFF;
+        return LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) ||
+               (GetLastError() != ERROR_LOCK_VIOLATION && GetLastError() != ERROR_IO_PENDING);
+    }
+
     bool setEnd(std::uint64_t bytes) {
         LARGE_INTEGER end;
         end.QuadPart = static_cast<LONGLONG>(bytes);
         return SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) && SetEndOfFile(handle);
     }
 
+    std::wstring name;
+    FileAccess mode = FileAccess::read_only;
+    // Guards the handle. It is shared by everyone who uses the handle, and held alone to replace it.
+    mutable SRWLOCK handle_lock = SRWLOCK_INIT;
     HANDLE handle = INVALID_HANDLE_VALUE;
+    std::atomic<std::uint32_t> under_way{0};  // transfers
+    bool owner = false;
 };
 
 }  // namespace
 
 HostFile::Opened HostFile::open(std::u16string const& name, FileAccess access) {
-    std::wstring const wide(name.begin(), name.end());
     auto file = std::make_unique<WindowsFile>();
-    if (!file->open(wide, OPEN_MODES[static_cast<int>(access)])) return {lastErrorText(), nullptr};
+    if (!file->open(std::wstring(name.begin(), name.end()), access)) return {lastErrorText(), nullptr};
     return {{}, std::move(file)};
 }
 
