@@ -320,7 +320,7 @@ TEST(SequentialAudio, WritersOnTracksOfOneClipStartWithUnrelatedBlockWords) {
     std::size_t close = 0;
     for (std::size_t i = 1; i < words.size(); ++i)
         if (words[i] - words[i - 1] < 1000) ++close;
-    EXPECT_LE(close, 1u);
+    EXPECT_LE(close, 1u) << testing::PrintToString(words);
 }
 
 TEST(SequentialAudio, AReadOnlyClipRefusesTheUnitsNotTheSamples) {
