@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/when_waiting.h"
+
 namespace KelvonClip::platform {
 namespace {
 
@@ -37,6 +39,19 @@ TEST(HostSemaphore, OnePostReleasesSeveralWaiters) {
     EXPECT_TRUE(semaphore.post(4));
     for (auto& waiter : waiters)
         waiter.join();
+    EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::timed_out);
+}
+
+TEST(HostSemaphore, WaiterThatGivesUpLeavesTheOneBeforeItInLine) {
+    HostSemaphore semaphore(0, 1);
+    // Runs while this thread stands in line. The other one stands behind it and gives up.
+    test::WhenWaiting const behind([&semaphore] {
+        std::thread([&semaphore] { EXPECT_EQ(semaphore.waitAlertable(1), WaitResult::timed_out); }).join();
+        EXPECT_TRUE(semaphore.post(1));
+    });
+    WaitResult result = semaphore.waitAlertable(WAIT_FOREVER);
+    if (result == WaitResult::completed_io) result = semaphore.waitAlertable(WAIT_FOREVER);  // some hosts say so first
+    EXPECT_EQ(result, WaitResult::taken);
     EXPECT_EQ(semaphore.waitAlertable(0), WaitResult::timed_out);
 }
 

@@ -169,5 +169,34 @@ TEST(PowerLoss, AKilledProcessKeepsWhatACheckpointWroteAtAnyMoment) {
     crashScenarios(CrashDisk::in_order, Durability::process_end);
 }
 
+// A container may stand on another one, which must be able to find the data and the map of the upper one.
+template <class Below>
+void checkpointCoversTheContainerBelow(std::shared_ptr<CrashDisk> const& disk) {
+    auto const below = Below::open(disk, false).file;
+    ASSERT_EQ(VFileSparse2::create(below, PARTITION), KString());
+    auto const file = VFileSparse2::open(below, false).file;
+    disk->begin();
+    std::vector<std::byte> const written(UNIT, std::byte{0x5A});
+    ASSERT_EQ(file->writeSync(UNIT, UNIT, written.data()), KString());
+    ASSERT_EQ(file->writeBack(Durability::power_loss), KString());
+
+    std::mt19937 dice(21);
+    std::shared_ptr<VFileObject> const left = disk->afterCrash(disk->eventCount(), CrashDisk::any_sectors, dice);
+    auto const again = VFileSparse2::open(Below::open(left, true).file, true);
+    ASSERT_EQ(again.error, KString());
+    std::vector<std::byte> found(UNIT);
+    ASSERT_EQ(again.file->readSync(UNIT, UNIT, found.data()), KString());
+    EXPECT_EQ(found, written);
+}
+
+TEST(PowerLoss, ACheckpointCoversTheContainersThatAContainerStandsOn) {
+    auto disk = std::make_shared<CrashDisk>();
+    ASSERT_EQ(VFileGrow::create(disk), KString());
+    checkpointCoversTheContainerBelow<VFileGrow>(disk);
+    disk = std::make_shared<CrashDisk>();
+    ASSERT_EQ(VFileSparse2::create(disk, 2 * PARTITION), KString());
+    checkpointCoversTheContainerBelow<VFileSparse2>(disk);
+}
+
 }  // namespace
 }  // namespace KelvonClip

@@ -50,10 +50,6 @@ class Descriptor {
   public:
     explicit Descriptor(int open_descriptor = -1) : number(open_descriptor) {}
     Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(number, other.number);
-        return *this;
-    }
     ~Descriptor() {
         if (valid()) ::close(number);
     }

@@ -33,6 +33,7 @@
 #include "platform/host.h"
 #include "platform/host_file.h"
 #include "platform/linux/host_text.h"
+#include "refusing_host.h"
 #include "support/buffer.h"
 #include "support/host_lacks.h"
 #include "support/probe_request.h"
@@ -43,6 +44,7 @@ namespace {
 
 using test::BLOCK;
 using test::Buffer;
+using test::inChild;
 using test::ProbeRequest;
 using test::waitFor;
 
@@ -66,15 +68,6 @@ Outcome write(HostFile& file, std::uint64_t position, std::uint32_t length, void
 }
 
 Outcome moved(std::uint32_t bytes) { return std::pair(false, bytes); }
-
-// Runs `body` in a child process and tells whether it gave true.
-template <class Body>
-bool inChild(Body body) {
-    pid_t const child = ::fork();
-    if (child == 0) ::_exit(body() ? 0 : 1);
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
 
 // The open flags of all descriptors that this process has for `path`.
 std::vector<int> flagsOfDescriptorsFor(std::filesystem::path const& path) {

@@ -17,10 +17,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -29,6 +26,7 @@
 #include "foundation/ksemaphore.h"
 #include "io_engines.h"
 #include "platform/host_file.h"
+#include "refusing_host.h"
 #include "support/buffer.h"
 #include "support/host_lacks.h"
 #include "support/probe_request.h"
@@ -39,6 +37,8 @@ namespace {
 
 using test::BLOCK;
 using test::Buffer;
+using test::forbid;
+using test::inChild;
 using test::ProbeRequest;
 using test::waitFor;
 
@@ -376,27 +376,6 @@ TEST_F(PlainEngineTest, WritesAreMovedByTheThreadThatWaitsForThem) {
 
 TEST_F(PlainEngineTest, WaitWithinACompletionLosesNoWakeOfTheOuterOne) { waitWithinACompletion(); }
 
-// Runs `body` in a child process and tells whether it gave true.
-template <class Body>
-bool inChild(Body body) {
-    pid_t const child = ::fork();
-    if (child == 0) ::_exit(body() ? 0 : 1);
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-// From here on the kernel answers one system call of this process with an error, as a container's filter does.
-bool forbid(unsigned system_call, int error) {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, system_call, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    sock_fprog const filter{sizeof program / sizeof program[0], program};
-    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 TEST_F(IoQueueTest, HostThatRefusesRingsIsServedWithout) {
     for (int error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
         EXPECT_TRUE(inChild([&] {
@@ -443,6 +422,24 @@ TEST_F(IoQueueTest, HostThatBeginsToRefuseLaterLosesNoRequest) {
                 if (request->completions != 1 || request->failed) return false;
             }
             return read == Buffer(64 * BLOCK) && readsWell(5);
+        })) << error;
+    }
+}
+
+// A wait with a time limit submits in a call of its own, which asks for no results. Only this call fails here, as in a
+// shortage of the kernel's; it is no reason to do without the ring.
+TEST_F(RingTest, ShortageIsWaitedOutAndTheRequestGoesOnAfterwards) {
+    constexpr test::ArgumentIs NO_RESULTS_WANTED{2, 0};
+    for (int error : {EAGAIN, EBUSY, ENOMEM}) {
+        EXPECT_TRUE(inChild([&] {
+            Buffer read(BLOCK, 1);
+            ProbeRequest request;
+            HostSemaphore semaphore(0, 1);
+            if (!readsWell() || !forbid(__NR_io_uring_enter, error, NO_RESULTS_WANTED)) return false;
+            if (!file->startRead(0, BLOCK, read.memory, request)) return false;
+            if (semaphore.waitAlertable(5) != WaitResult::timed_out || request.completions != 0) return false;
+            waitFor(request);
+            return !request.failed && read == Buffer(BLOCK) && ringsOpen() == 1;
         })) << error;
     }
 }
