@@ -23,7 +23,9 @@
 ///
 /// **Alertable waits.** Every function that touches the disk waits for its own transfers *alertably*. On Windows this
 /// is the alertable wait of the system: user APCs that are queued to the thread, the caller's own included, may run
-/// before the function returns. On Linux only completions of transfers that the library began on this thread run in the
+/// before the function returns. Such an APC must not call functions of this library that open, create, checkpoint or
+/// close a clip, or that use a stream: it interrupts a call on the same thread, and could wait for that call without
+/// end. On Linux only completions of transfers that the library began on this thread run in the
 /// wait, never code of the caller's; a signal handler may run in between, after which the wait goes on.
 ///
 /// **Other processes.** `clip_open` and `clip_open_rw` share a file with other openers, whatever their mode.

@@ -16,6 +16,7 @@ int runChild(std::string const& test_name, std::wstring const& argument) {
     std::wstring command = L"\"" + program + L"\" --gtest_also_run_disabled_tests --gtest_filter=" +
                            std::wstring(test_name.begin(), test_name.end());
     SetEnvironmentVariableW(ARGUMENT, argument.c_str());
+    SetEnvironmentVariableW(L"KELVONCLIP_TEST_END", nullptr);  // names the end of this process, not the child's
     STARTUPINFOW start{};
     start.cb = sizeof start;
     PROCESS_INFORMATION child;

@@ -166,6 +166,7 @@ std::atomic<bool> later{true};
 // Not an error code: the next open is not made to fail.
 constexpr std::uint64_t NO_FAILURE = 1ULL << 32;
 std::atomic<std::uint64_t> next_open_failure{NO_FAILURE};
+std::atomic<DWORD> code_of_close{0};  // with which closing a file ends the process; 0: not at all
 
 bool onGrid(std::uint64_t number) { return number % SECTOR_SIZE == 0; }
 
@@ -215,6 +216,7 @@ HANDLE WINAPI ruled_CreateFileW(wchar_t const* name, DWORD access, DWORD share, 
 }
 
 BOOL WINAPI ruled_CloseHandle(HANDLE handle) {
+    if (DWORD const code = code_of_close; code != 0 && accessOf(handle)) TerminateProcess(GetCurrentProcess(), code);
     {
         Locked const held(files_lock);
         files().erase(handle);
@@ -287,6 +289,8 @@ void applyWindowsRules(HMODULE module) {
 }
 
 void transferLater(bool value) { later = value; }
+
+void endWhenAFileIsClosed(DWORD exit_code) { code_of_close = exit_code; }
 
 void failNextOpenWith(DWORD error) { next_open_failure = error; }
 

@@ -22,6 +22,9 @@ void applyWindowsRules(HMODULE module);
 // Selects whether transfers run later (the default) or inside the call, as in Wine. The other rules always apply.
 void transferLater(bool later);
 
+// Ends the process with this exit code as soon as the library closes a file.
+void endWhenAFileIsClosed(DWORD exit_code);
+
 // Makes the next CreateFileW fail with this error, for errors that no real file produces.
 void failNextOpenWith(DWORD error);
 
