@@ -62,6 +62,9 @@ KELVONCLIP_API wchar_t const* seqwrite_begin(unsigned int track, unsigned int* w
 ///         tries that unit again. After "Out of memory" the writer holds what it could still write before the unit that
 ///         failed and nothing of what came after; what earlier calls took in is never lost. If only the memory for
 ///         writing a unit is lacking, the call succeeds: the unit is kept, and later calls write it.
+///         "Too many samples wait to be written": the disk has refused a unit for so long that 30 seconds of samples
+///         wait. Nothing of the call is taken in; repeat it when there is room again. (A single call of more than 30
+///         seconds, during which the disk begins to refuse, has been taken in up to the unit that failed.)
 /// Waits for the disk.
 KELVONCLIP_API wchar_t const* seqwrite_write(unsigned int writer, std::int32_t const* const* buffers, unsigned int n);
 

@@ -17,6 +17,7 @@
 
 #include "audio/audio_track.h"
 #include "audio/hemlock_block.h"
+#include "audio/stream_turn.h"
 #include "audio/subchannel_stream.h"
 #include "audio/unit_read_ahead.h"
 #include "clip/handle.h"
@@ -34,6 +35,7 @@ class HemlockReader {
     KString read(std::int32_t* const* buffers, std::uint32_t n);
 
     std::uint32_t handle() const { return handle_object.number(); }
+    StreamTurn& turn() { return stream_turn; }
     std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(streams.size()); }
     std::uint64_t samplesRemaining() const;  // 0 at and beyond the end
     hemlock::SubchannelStream const& stream(std::uint32_t subchannel) const { return streams[subchannel]; }
@@ -44,6 +46,7 @@ class HemlockReader {
     KString fetch();
 
     HandleObject handle_object;
+    StreamTurn stream_turn;
     hemlock::Cadence const& cadence;
     std::uint64_t const total_samples;
     std::uint32_t const words_per_block;

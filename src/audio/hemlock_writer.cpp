@@ -15,6 +15,8 @@ namespace {
 // Long calls are processed in steps, so that memory use does not depend on the length of a call.
 constexpr std::uint32_t STEP_SAMPLES = 16384;
 
+constexpr char const* TOO_MANY_WAIT = "Too many samples wait to be written";
+
 }  // namespace
 
 HemlockWriter::HemlockWriter(AudioTrackShape const& track, std::vector<std::uint32_t> const& block_words,
@@ -27,6 +29,9 @@ HemlockWriter::HemlockWriter(AudioTrackShape const& track, std::vector<std::uint
 }
 
 KString HemlockWriter::write(std::int32_t const* const* buffers, std::uint32_t n) {
+    // The disk may work again, which makes room.
+    if (unit_pending && !roomFor(n))
+        if (KString error = writeUnits(); !error.empty() && !roomFor(n)) return TOO_MANY_WAIT;
     for (std::uint32_t done = 0; done < n;) {
         std::uint32_t const step = std::min(n - done, STEP_SAMPLES);
         if (!appendSamples(buffers, done, step)) return OUT_OF_MEMORY;
@@ -38,11 +43,14 @@ KString HemlockWriter::write(std::int32_t const* const* buffers, std::uint32_t n
             continue;  // the samples are kept; the unit waits until there is memory to write it
         }
         if (error.empty()) continue;
+        if (!roomFor(n - done)) return TOO_MANY_WAIT;
         if (!appendSamples(buffers, done, n - done)) return OUT_OF_MEMORY;
         return error;
     }
     return {};
 }
+
+bool HemlockWriter::roomFor(std::uint32_t n) const { return std::uint64_t{samplesWaiting()} + n <= MAX_WAITING; }
 
 // Appends to all subchannels, or to none if there is not enough memory.
 bool HemlockWriter::appendSamples(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n) {

@@ -13,6 +13,7 @@
 
 #include "audio/audio_track.h"
 #include "audio/block_cutter.h"
+#include "audio/stream_turn.h"
 #include "clip/handle.h"
 #include "foundation/kstring.h"
 #include "platform/transfer_memory.h"
@@ -21,29 +22,36 @@ namespace KelvonClip {
 
 class HemlockWriter {
   public:
+    // The samples of one subchannel that are kept while units cannot be written: 30 seconds.
+    static constexpr std::uint32_t MAX_WAITING = 30 * 48000;
+
     // Units are appended to the track. `block_words`: the first block word of each subchannel.
     HemlockWriter(AudioTrackShape const& track, std::vector<std::uint32_t> const& block_words,
                   std::shared_ptr<TrackUnits> track_units);
 
     // Appends n samples to every subchannel, from buffers[i] or silence if that is null, and writes all complete units.
     // If a unit cannot be written, its message is returned after all samples have been appended, and a later call tries
-    // that unit again. "Out of memory" if the samples cannot be stored.
+    // that unit again. "Out of memory" if the samples cannot be stored. "Too many samples wait to be written", without
+    // taking any, if they would be more than MAX_WAITING while a unit cannot be written.
     KString write(std::int32_t const* const* buffers, std::uint32_t n);
 
     // Writes the remaining samples, and pads the last unit with silence. Stops at the first error.
     KString finish();
 
     std::uint32_t handle() const { return handle_object.number(); }
+    StreamTurn& turn() { return stream_turn; }
     bool belongsToThisProcess() const { return handle_object.belongsToThisProcess(); }
     std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(cutters.size()); }
     std::uint32_t samplesWaiting() const { return cutters.empty() ? 0 : cutters.front().samples().count(); }
 
   private:
     bool appendSamples(std::int32_t const* const* buffers, std::uint32_t offset, std::uint32_t n);
+    bool roomFor(std::uint32_t n) const;
     bool makeUnit();
     KString writeUnits();
 
     HandleObject handle_object;
+    StreamTurn stream_turn;
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const block_size;  // bytes
     std::vector<hemlock::BlockCutter> cutters;

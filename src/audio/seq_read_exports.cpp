@@ -1,4 +1,5 @@
 // The exported functions of the sequential reader, and the finishing of open readers when the library ends.
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -27,12 +28,20 @@ Readers& readers() {
 // so the wait has a time limit. If it expires, the readers are leaked, because a thread may still be using them.
 void finishAllReaders() noexcept {
     constexpr std::uint32_t TASK_TIMEOUT_MS = 5000;
+    constexpr std::chrono::seconds PATIENCE{2};
     try {
         auto open = std::make_unique<Readers::Streams>();
         *open = readers().removeAll();
-        for (auto const& [handle, reader] : *open)
-            reader->cancelReadAhead();
-        if (!hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT_MS)) (void)open.release();
+        auto const deadline = std::chrono::steady_clock::now() + PATIENCE;
+        bool all_cancelled = true;
+        for (auto const& [handle, reader] : *open) {
+            auto const turn = reader->turn().takeUntil(deadline);
+            if (turn)
+                reader->cancelReadAhead();
+            else
+                all_cancelled = false;
+        }
+        if (!all_cancelled || !hemlock::UnitReadAhead::waitForTasks(TASK_TIMEOUT_MS)) (void)open.release();
     } catch (std::exception const&) {
         // Out of memory: the readers are leaked.
     }
@@ -58,10 +67,10 @@ KString begin(std::uint32_t track, unsigned int* reader) {
 }
 
 KString read(std::uint32_t handle, std::int32_t* const* buffers, std::uint32_t n) {
-    auto const reader = readers().find(handle);
-    if (!reader) return KString("Invalid handle");
-    if (buffers == nullptr) return KString("Invalid argument (null pointer)");
-    return reader->read(buffers, n);
+    return readers().use(handle, "Invalid handle", [&](HemlockReader& reader) {
+        if (buffers == nullptr) return KString("Invalid argument (null pointer)");
+        return reader.read(buffers, n);
+    });
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The exported functions of the sequential writer, and the finishing of open writers when the library ends.
 #include <kelvonclip/seq_write.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <random>
@@ -25,15 +26,21 @@ Writers& writers() {
     return registry;
 }
 
+// A forked child does not finish the parent's recordings. They are kept for ever, because destroying them might wait
+// for locks that other threads of the parent held.
+void leaveToTheParent(std::shared_ptr<HemlockWriter> const& writer) {
+    static auto& parents = neverDestroyed<std::vector<std::shared_ptr<HemlockWriter>>>();
+    parents.push_back(writer);
+}
+
 void finishAllWriters() noexcept {
+    constexpr std::chrono::seconds PATIENCE{2};
+    auto const deadline = std::chrono::steady_clock::now() + PATIENCE;
     // A failure of one writer does not affect the others.
     for (auto const& [handle, writer] : writers().removeAll())
-        unreported([&kept = writer] {
-            // A forked child does not finish the parent's recordings.
-            if (kept->belongsToThisProcess())
-                kept->finish();
-            else
-                (void)neverDestroyed<std::shared_ptr<HemlockWriter>>(kept);
+        unreported([&] {
+            if (!writer->belongsToThisProcess()) return leaveToTheParent(writer);
+            if (auto const turn = writer->turn().takeUntil(deadline)) writer->finish();
         });
 }
 
@@ -45,10 +52,12 @@ void finishWritersAtEnd() {
     } const at_end;
 }
 
-// One generator for all writers, so that different recordings of one process have different block words.
+// One generator for all writers, so that different recordings of one process have different block words. KEEP: seeded
+// when the library is loaded.
+KProtect<std::mt19937>& generator = neverDestroyed<KProtect<std::mt19937>>(
+    std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
+
 std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
-    static auto& generator = neverDestroyed<KProtect<std::mt19937>>(
-        std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
     std::vector<std::uint32_t> words(count);
     auto item = generator.hold();
     for (auto& word : words)
@@ -68,16 +77,15 @@ KString begin(std::uint32_t track, unsigned int* writer) {
 }
 
 KString write(std::uint32_t handle, std::int32_t const* const* buffers, std::uint32_t n) {
-    auto const writer = writers().find(handle);
-    if (!writer) return KString("Invalid handle");
-    if (buffers == nullptr) return KString("Invalid argument (null pointer)");
-    return writer->write(buffers, n);
+    return writers().use(handle, "Invalid handle", [&](HemlockWriter& writer) {
+        if (buffers == nullptr) return KString("Invalid argument (null pointer)");
+        return writer.write(buffers, n);
+    });
 }
 
 // After a lack of memory the writer stays, with all its data, and can be finished again.
 KString finish(std::uint32_t handle) {
-    return writers().removeAfter(
-        handle, [](HemlockWriter& writer) { return writer.finish(); }, KString("Invalid handle"));
+    return writers().removeAfter(handle, "Invalid handle", [](HemlockWriter& writer) { return writer.finish(); });
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "foundation/kprotect.h"
+#include "foundation/kstring.h"
 
 namespace KelvonClip {
 
@@ -26,6 +27,16 @@ class StreamRegistry {
         return entry == item.value.end() ? nullptr : entry->second;
     }
 
+    // Does `work` on the stream while nobody else uses it. Returns the work's message, and `unknown` for an unknown
+    // handle.
+    template <class Work>
+    KString use(std::uint32_t handle, char const* unknown, Work&& work) {
+        Pointer const stream = find(handle);
+        if (!stream) return unknown;
+        auto const turn = stream->turn().take();
+        return std::forward<Work>(work)(*stream);
+    }
+
     // Removes the stream and returns it; if two threads try, only one gets it.
     Pointer remove(std::uint32_t handle) {
         auto item = streams.hold();
@@ -33,12 +44,12 @@ class StreamRegistry {
         return entry ? std::move(entry.mapped()) : nullptr;
     }
 
-    // Removes the stream while `work` is done on it: for good, unless the work throws. Returns what the work returns,
-    // and `unknown` for an unknown handle.
-    template <class Work, class Result>
-    Result removeAfter(std::uint32_t handle, Work&& work, Result unknown) {
+    // The same, and removes the stream: for good, unless the work throws.
+    template <class Work>
+    KString removeAfter(std::uint32_t handle, char const* unknown, Work&& work) {
         auto entry = streams.hold().value.extract(handle);
         if (!entry) return unknown;
+        auto const turn = entry.mapped()->turn().take();
         try {
             return std::forward<Work>(work)(*entry.mapped());
         } catch (...) {

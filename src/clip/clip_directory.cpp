@@ -198,12 +198,13 @@ KString refresh(OpenFileEntry const& entry) {
     return refreshAll(files);
 }
 
-// In a forked child, leaks the parent's clips. They must not be written back, and destroying them might wait for locks
-// that other threads of the parent held at the fork.
+// In a forked child, keeps the parent's clips for ever. They must not be written back, and destroying them might wait
+// for locks that other threads of the parent held at the fork.
 void leaveToTheParent(ClipDirectory& clips) {
     auto const isTheParents = [](auto const& row) { return !row.second->handle.belongsToThisProcess(); };
+    static auto& parents = neverDestroyed<std::vector<Entry>>();
     for (auto const& row : clips.by_clip_handle)
-        if (isTheParents(row)) (void)neverDestroyed<Entry>(row.second);
+        if (isTheParents(row)) parents.push_back(row.second);
     std::erase_if(clips.by_name, isTheParents);
     std::erase_if(clips.by_clip_handle, isTheParents);
     std::erase_if(clips.by_track_handle, isTheParents);

@@ -1,6 +1,7 @@
 #include "audio/hemlock_writer.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <new>
 #include <random>
@@ -341,15 +342,51 @@ TEST(HemlockWriter, KeepsMoreThanItsBufferHoldsWhileTheDiskFails) {
     expectRecording(recording, streams);
 }
 
-TEST(HemlockWriter, WhatMemoryCannotHoldIsRefusedAndWhatWasThereStays) {
+TEST(HemlockWriter, RefusesMoreThanThirtySecondsOfSamplesWhileTheDiskRefusesUnits) {
+    AudioTrackShape const shape{VideoFrequency::f50, 2, 0};
+    auto const track = std::make_shared<MemoryUnits>(shape);
+    HemlockWriter writer(shape, {1, 2}, track);
+    constexpr std::uint32_t SECOND = 48000;
+    std::mt19937 random(5);
+    Samples taken, call;
+    track->write_faults = INT_MAX;
+    auto const write = [&] {
+        call = model::noise(random, SECOND);
+        std::int32_t const* const buffers[] = {call.data(), call.data()};
+        return writer.write(buffers, SECOND);
+    };
+    for (int second = 0; second < 30; ++second) {
+        ASSERT_EQ(write(), KString("write fault")) << second;
+        taken.insert(taken.end(), call.begin(), call.end());
+    }
+    for (int attempt = 0; attempt < 3; ++attempt)
+        EXPECT_EQ(write(), KString("Too many samples wait to be written"));
+    EXPECT_LE(writer.samplesWaiting(), HemlockWriter::MAX_WAITING);
+    EXPECT_TRUE(track->units.empty());
+
+    // Samples that find no room are taken as soon as there is some.
+    track->write_faults = 0;
+    ASSERT_EQ(write(), KString());
+    taken.insert(taken.end(), call.begin(), call.end());
+    ASSERT_EQ(writer.finish(), KString());
+    ASSERT_EQ(track->units.size(), 31u * 50);
+    HemlockReader reader(track->shapeNow(), track);
+    Samples back(taken.size()), other(taken.size());
+    std::int32_t* const buffers[] = {back.data(), other.data()};
+    ASSERT_EQ(reader.read(buffers, static_cast<std::uint32_t>(taken.size())), KString());
+    // The fades at the two ends apart.
+    EXPECT_TRUE(std::equal(taken.begin() + 100, taken.end() - 100, back.begin() + 100));
+}
+
+TEST(HemlockWriter, ACallThatFindsNoRoomIsRefusedAndWhatWasThereStays) {
     auto const streams = material(2, 5000, 14);
     Recording recording(VideoFrequency::f24, 2);
     recording.track->write_faults = 1;
     EXPECT_EQ(recording.write(streams, 0, 5000), KString("write fault"));
     recording.track->write_faults = 1;
     std::int32_t const* const silence[] = {nullptr, nullptr};
-    // The unit cannot be written, and the queue cannot hold this many samples: the count would exceed 32 bits.
-    EXPECT_EQ(recording.writer.write(silence, UINT32_MAX), KString("Out of memory"));
+    // Nor is anything of the call kept.
+    EXPECT_EQ(recording.writer.write(silence, UINT32_MAX), KString("Too many samples wait to be written"));
     ASSERT_TRUE(recording.writer.finish().empty());
     for (std::uint32_t s = 0; s < 2; ++s) {
         EXPECT_TRUE(std::equal(streams[s].begin(), streams[s].begin() + 2000, recording.block(0, s).samples.begin()));

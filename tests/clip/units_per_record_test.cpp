@@ -15,6 +15,7 @@
 #include "clip/track.h"
 #include "support/disk_image.h"
 #include "support/memory_file.h"
+#include "support/sanitizers.h"
 #include "vfile/sparse2_data.h"
 #include "vfile/vfilesparse2.h"
 
@@ -102,14 +103,8 @@ class ForgetfulFile : public test::WrappedFile {
     std::uint64_t kept_end;
 };
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(KELVONCLIP_LEAKS_ARE_SEARCHED)
-constexpr bool TOO_SLOW = true;  // minutes
-#else
-constexpr bool TOO_SLOW = false;
-#endif
-
 TEST(UnitsPerRecord, ASimulatedDayOfTheLargestClipIsRecordedToItsEnd) {
-    if (TOO_SLOW) GTEST_SKIP() << "33 million allocations";
+    if (test::SANITIZED) GTEST_SKIP() << "33 million allocations take minutes";
     auto const layout = layOutClip(largestClip());
     std::size_t const tracks = layout.tracks.size();
     ASSERT_GT(tracks, 50u);

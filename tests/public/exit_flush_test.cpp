@@ -80,6 +80,33 @@ TEST(ExitChild, DISABLED_ExitsWhileAThreadReads) {
     std::exit(exitCode());
 }
 
+// Streams on the second and the third track.
+TEST(ExitChild, DISABLED_ExitsWhileThreadsUseStreams) {
+    unsigned int const clip = record(childArgument());
+    static auto& working = *new Latch(2);  // the threads outlive every static object
+    unsigned int writer = 0, reader = 0;
+    ASSERT_OK(seqwrite_begin(clip_get_track(clip, 1), &writer));
+    ASSERT_OK(seqread_begin(clip_get_track(clip, 2), &reader));
+    std::thread([writer] {
+        static auto const& samples = *new std::vector<std::int32_t>(5000, 7);
+        std::int32_t const* const buffers[] = {samples.data(), samples.data()};
+        for (unsigned int call = 0;; ++call) {
+            seqwrite_write(writer, buffers, 5000);
+            if (call == 10) working.count_down();
+        }
+    }).detach();
+    std::thread([reader] {
+        static auto& samples = *new std::vector<std::int32_t>(5000);
+        std::int32_t* const buffers[] = {samples.data(), samples.data()};
+        for (unsigned int call = 0;; ++call) {
+            seqread_read(reader, buffers, 5000);
+            if (call == 10) working.count_down();
+        }
+    }).detach();
+    working.wait();
+    std::exit(exitCode());
+}
+
 TEST(ExitChild, DISABLED_ExitsWithACreationPending) {
     record(childArgument());
     unsigned int creation = 0;
@@ -112,6 +139,19 @@ TEST(ExitFlush, ProcessThatCallsExitLosesNothing) { leaveAndLook("RecordsAndCall
 TEST(ExitFlush, ProcessThatReturnsFromMainLosesNothing) { leaveAndLook("RecordsAndReturnsFromMain"); }
 TEST(ExitFlush, WhatAnEndedThreadRecordedIsThere) { leaveAndLook("RecordsOnAThreadThatHasEnded"); }
 TEST(ExitFlush, ThreadThatIsStillReadingLosesNothing) { leaveAndLook("ExitsWhileAThreadReads"); }
+TEST(ExitFlush, ThreadsThatStillUseStreamsLoseNothing) {
+    for (int run = 0; run < 10; ++run) {
+        ScratchPath folder;
+        auto const name = folder.name("clip");
+        ASSERT_EQ(runChild("ExitChild.DISABLED_ExitsWhileThreadsUseStreams", name), CHILD_PASSED);
+        unsigned int clip = 0;
+        ASSERT_OK(clip_open(name.c_str(), &clip));
+        EXPECT_EQ(track_length_in_units(clip_get_track(clip, 0)), UNITS);
+        // What the calls that have returned took in.
+        EXPECT_GE(track_length_in_units(clip_get_track(clip, 1)), UNITS + 10 * 5000 / 960);
+        clip_close(clip);
+    }
+}
 TEST(ExitFlush, PendingCreationIsInNobodysWay) { leaveAndLook("ExitsWithACreationPending"); }
 
 TEST(ExitFlush, RecordingIsFinishedBeforeItsClipIsClosed) {

@@ -1,0 +1,17 @@
+// Whether a sanitizer watches this program, which makes it several times slower.
+#pragma once
+
+namespace KelvonClip::test {
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KELVONCLIP_TEST_SANITIZED
+#endif
+#endif
+#if defined(KELVONCLIP_TEST_SANITIZED) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+}  // namespace KelvonClip::test
