@@ -7,7 +7,9 @@
 namespace KelvonClip::platform {
 
 struct FreeTransferMemory {
-    std::size_t mapped = 0;  // bytes mapped from the operating system; 0 for heap memory
+    enum class Origin { heap, shared_page, own_pages };
+    Origin origin = Origin::heap;
+    std::size_t size = 0;
     void operator()(std::byte* memory) const;
 };
 using TransferMemory = std::unique_ptr<std::byte[], FreeTransferMemory>;

@@ -7,6 +7,7 @@
 
 #include "platform/linux/fork_count.h"
 #include "platform/linux/io_queue.h"
+#include "platform/linux/shared_pages.h"
 #include "platform/linux/task_pool.h"
 
 namespace KelvonClip::platform {
@@ -21,13 +22,16 @@ constexpr int HIGHEST_PRIORITY = 101;  // its constructors run first, its destru
         [] {
             lockTaskPoolForFork();
             lockIoQueuesForFork();
+            lockSharedPagesForFork();
         },
         [] {
+            unlockSharedPagesAfterFork();
             unlockIoQueuesAfterFork(false);
             unlockTaskPoolAfterFork(false);
         },
         [] {
             countFork();
+            unlockSharedPagesAfterFork();
             unlockIoQueuesAfterFork(true);
             unlockTaskPoolAfterFork(true);
         });
