@@ -62,6 +62,15 @@ KELVONCLIP_API wchar_t const* clip_checkpoint(unsigned int clip);
 ///     does not fail the call that writes the unit; clip_checkpoint returns the message.
 KELVONCLIP_API wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int milliseconds, bool durable);
 
+/// Opens the clip's tracks and tells whether one is missing. Otherwise the first query about tracks opens them, and
+/// leaves out without a report those that cannot be opened; the others move up. With this call first, either all tracks
+/// are open, or none and the call can be repeated: the reason may pass, as a lack of descriptors does. A later query
+/// opens what can be opened.
+/// @param clip  the clip's handle
+/// @return null if no track is missing; "invalid clip handle"; else the message of the first track that cannot be
+///     opened, or could not when the tracks were opened
+KELVONCLIP_API wchar_t const* clip_open_tracks(unsigned int clip);
+
 /// Takes in what another process has recorded into a clip since it was opened or last refreshed: everything up to the
 /// recording's last checkpoint. track_length_in_units and clip_get_length rise; what could be read before stays as it
 /// is.

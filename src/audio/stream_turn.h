@@ -10,6 +10,7 @@
 
 #include "foundation/kmutexlock.h"
 #include "foundation/ksemaphore.h"
+#include "platform/host.h"
 
 namespace KelvonClip {
 
@@ -47,7 +48,9 @@ class StreamTurn {
                 if (users > 0) return std::nullopt;
                 return std::optional<Taken>(std::in_place, std::move(held), users);
             }
-            if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+            // A thread that is gone never releases the lock.
+            bool const hopeless = platform::otherThreadsAreGone();
+            if (hopeless || std::chrono::steady_clock::now() >= deadline) return std::nullopt;
             never.wait(1, PAUSE_MS);
         }
     }

@@ -127,21 +127,29 @@ std::shared_ptr<OpenFileEntry::Extra const> openTracksNow(OpenFileEntry const& e
     return entry.extra;
 }
 
-// A track that cannot be opened is left out without a report. Only a lack of memory, which passes, is passed on: none
-// of the tracks are open then, and the next query tries again.
-std::vector<std::unique_ptr<Track>> openTracksOf(Clip& clip, MetaObject const& meta) {
+struct OpenedTracks {
     std::vector<std::unique_ptr<Track>> tracks;
+    KString first_error;  // of a track that is missing
+};
+
+// A track that cannot be opened is left out. Only a lack of memory, which passes, is passed on: none of the tracks are
+// open then, and the next query tries again.
+OpenedTracks openTracksOf(Clip& clip, MetaObject const& meta) {
+    OpenedTracks result;
     for (XmlElement const* track_meta : meta.track_meta) {
+        KString error;
         try {
             auto opened = Track::open(clip, *track_meta);
-            if (opened.error.empty()) tracks.push_back(std::move(opened.track));
+            error = std::move(opened.error);
+            if (error.empty()) result.tracks.push_back(std::move(opened.track));
         } catch (std::bad_alloc const&) {
             throw;
-        } catch (std::exception const&) {
-            continue;
+        } catch (std::exception const& fault) {
+            error = faultText(fault);
         }
+        if (result.first_error.empty()) result.first_error = std::move(error);
     }
-    return tracks;
+    return result;
 }
 
 // Makes sure that the map of the tracks has a record for everything that a day of recording writes.
@@ -155,14 +163,19 @@ void budgetRecords(Clip const& clip, std::vector<std::unique_ptr<Track>> const& 
         if (track->units().needsMapRecords()) track->allocateTogether(together);
 }
 
-void openTracks(Entry const& entry) {
-    if (openTracksNow(*entry)) return;
+enum class Missing { left_out, refused };
+// Opens the tracks, unless they are open. Returns the message of the first one that is missing. With Missing::refused
+// none are opened then.
+KString openTracks(Entry const& entry, Missing missing) {
+    if (auto const extra = openTracksNow(*entry)) return extra->first_error;
     auto const opening = trackOpeningLock().hold();
-    if (openTracksNow(*entry)) return;
+    if (auto const extra = openTracksNow(*entry)) return extra->first_error;
 
-    auto tracks = openTracksOf(*entry->clip, *entry->meta);
+    auto [tracks, first_error] = openTracksOf(*entry->clip, *entry->meta);
+    if (!first_error.empty() && missing == Missing::refused) return first_error;
     if (!entry->read_only) budgetRecords(*entry->clip, tracks);
     auto extra = std::make_shared<OpenFileEntry::Extra>();
+    extra->first_error = first_error;
     std::map<std::uint32_t, Entry> by_track_handle;
     for (auto const& track : tracks) {
         auto const number = extra->tracks.emplace_back(*track).handle.number();
@@ -176,6 +189,7 @@ void openTracks(Entry const& entry) {
     // If the clip was closed meanwhile, its track handles are not registered: this query still gets its result, but the
     // handles are unknown.
     if (item.value.holds(*entry)) item.value.by_track_handle.merge(by_track_handle);
+    return first_error;
 }
 
 // Writes back all tracks of an entry. If its tracks have not been opened, there is nothing to write.
@@ -261,6 +275,11 @@ KString checkpointClip(std::uint32_t handle, char const* unknown, Durability dur
     return writeBack(*entry, durability);
 }
 
+KString openAllTracks(std::uint32_t handle, char const* unknown) {
+    Entry const entry = findClip(handle);
+    return entry ? openTracks(entry, Missing::refused) : KString(unknown);
+}
+
 KString refreshClip(std::uint32_t handle, char const* unknown) {
     Entry const entry = findClip(handle);
     if (!entry) return unknown;
@@ -281,7 +300,7 @@ bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, na
 
 std::shared_ptr<OpenFileEntry> findClip(std::uint32_t handle, OpenTracks open_tracks) {
     Entry entry = findIn(&ClipDirectory::by_clip_handle, handle);
-    if (entry && open_tracks == OpenTracks::yes) openTracks(entry);
+    if (entry && open_tracks == OpenTracks::yes) openTracks(entry, Missing::left_out);
     return entry;
 }
 

@@ -44,6 +44,7 @@ struct OpenFileEntry {
             HandleObject handle;
             Track& track;
         };
+        KString first_error;           // of a track that could not be opened and is missing
         std::deque<OpenTrack> tracks;  // in header order: the position is the track's index
         std::map<std::uint32_t, Track*> track_handle_to_track;
     };
@@ -74,6 +75,11 @@ KString closeClip(std::uint32_t handle);
 
 // Writes back the containers of an open clip. Empty on success; `unknown` for an unknown handle.
 KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability);
+
+// Opens the tracks of a clip if all of them can be opened, and otherwise none. Returns the message of the first one
+// that cannot be opened, or could not when the tracks were opened; empty if none is missing; `unknown` for an unknown
+// handle.
+KString openAllTracks(std::uint32_t handle, char const* unknown);
 
 // Takes in what another process has written back to a clip that is open read-only. Empty on success; `unknown` for an
 // unknown handle; "Clip was not opened in read-only mode".

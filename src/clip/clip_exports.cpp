@@ -73,6 +73,10 @@ wchar_t const* clip_checkpoint_every(unsigned int clip, unsigned int millisecond
     });
 }
 
+wchar_t const* clip_open_tracks(unsigned int clip) {
+    return exported([&] { return openAllTracks(clip, UNKNOWN_CLIP); });
+}
+
 wchar_t const* clip_refresh(unsigned int clip) {
     return exported([&] { return refreshClip(clip, UNKNOWN_CLIP); });
 }

@@ -97,12 +97,17 @@ void Track::readUnit(std::uint32_t unit, void* buffer, std::shared_ptr<CIO::CIOO
     if (!track_format.valid) return done->setError(INVALID_TRACK);
     if (!kassert(buffer != nullptr, "track", __LINE__, "buf != 0")) return done->setError(NULL_BUFFER);
 
-    auto const [head, length] = window();
-    if (unit >= length) {
+    Window seen = window();
+    if (unit >= seen.length) {
+        // A host that cannot tell its length has none. That is no reason to show zeros.
+        if (!file->lengthIsKnown()) return done->setError("Read failed");
+        seen = window();
+    }
+    if (unit >= seen.length) {
         std::memset(buffer, 0, unitSize());
         return;
     }
-    std::uint64_t const position = positionOf(unit, head);
+    std::uint64_t const position = positionOf(unit, seen.head);
     if (unitSize() == stored_unit_size && isAlignedForDirectIO(buffer))
         return file->read(position, stored_unit_size, buffer, std::move(done));
 

@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
 constexpr char const* FULL = "Sparse file is full";
-constexpr char const* UNREADABLE = "Sparse map is unreadable";
 
 bool hasMagic(BlockBufStruct const& block, Magic const& magic) {
     return std::memcmp(block.bytes.data(), magic.data(), magic.size()) == 0;
@@ -102,6 +101,7 @@ KString DataStruct::replay(VFileObject& host) {
     old_host_end = host_end != 0 ? host_end : GREATEST;  // 0: the host cannot tell
     while (replayBlock(host)) {
     }
+    if (budget_exceeded) return UNREADABLE;
     forgetUnreachedRuns();
     unreplayed_bytes = host_end > next_free ? host_end - next_free : 0;
     return {};
@@ -134,6 +134,9 @@ bool DataStruct::replayBlock(VFileObject& host) {
         return false;
     }
     if (!hasMagic(*block, map_block::MAGIC)) return false;
+    budget_exceeded = !host.takeMapBlock();
+    if (budget_exceeded) return false;
+    ++budgeted_blocks;
     return begin(std::move(block));
 }
 
@@ -194,6 +197,7 @@ bool DataStruct::takeBlock(AlignedBuffer const& block, std::uint64_t position) {
     std::memcpy(next->bytes.data(), block.data(), BLOCK_SIZE);
     next->host_position = position;
     begin(std::move(next));
+    ++budgeted_blocks;
     return true;
 }
 

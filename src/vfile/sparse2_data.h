@@ -48,18 +48,23 @@ struct HostRange {
     std::uint64_t host = 0, length = 0;
 };
 
+namespace sparse2 {
+constexpr char const* UNREADABLE = "Sparse map is unreadable";
+}
+
 struct DataStruct {
     std::uint64_t next_free = 0;    // end of the log in the host
     std::uint32_t block_count = 0;  // map blocks in use
     std::shared_ptr<BlockBufStruct> superblock = std::make_shared<BlockBufStruct>();
     std::shared_ptr<BlockBufStruct> current;  // the last map block, which receives new records; null when there is none
     std::uint32_t record_count = 0;           // in the current block
+    std::uint64_t budgeted_blocks = 0;        // taken from the host file's budget; to be given back
     std::uint64_t unreplayed_bytes = 0;       // of the host, behind the log that the replay found
     ExtentMap filemap;
     UnlandedRanges unlanded;
 
     // Reads the superblock and replays the log. Empty on success, even if damage ends the map early; otherwise the
-    // host's error or "Bad superblock".
+    // host's error, "Bad superblock", or "Sparse map is unreadable" if the host file's budget is exceeded.
     KString replay(VFileObject& host);
 
     // Following the log of a file that is open read-only while another process writes it. Each of these takes one block
@@ -134,6 +139,7 @@ struct DataStruct {
     std::vector<Unsaved> unsaved;      // oldest first
     std::thread::id saver;             // the thread in whose stack saveFullBlocks is active
     bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
+    bool budget_exceeded = false;      // by the replay
     bool unreadable = false;           // the replay ended at a block that could not be read
     bool stale_tail = false;           // the current block on disk has data after the replayed records
     std::uint32_t frozen_records = 0;  // of the current block

@@ -7,6 +7,7 @@
 
 #include "foundation/kassert.h"
 #include "platform/recycled_memory.h"
+#include "vfile/sparse2_format.h"
 
 namespace KelvonClip {
 
@@ -92,6 +93,11 @@ std::uint64_t VFileFile::length() {
     return handle->size(size) ? std::max(size, reserved_length.load()) : 0;
 }
 
+bool VFileFile::lengthIsKnown() {
+    std::uint64_t size = 0;
+    return handle->size(size);
+}
+
 void VFileFile::read(std::uint64_t position, std::uint32_t length, void* buffer, std::shared_ptr<CIO::CIOObject> done) {
     readPartial(position, length, buffer, nullptr, std::move(done));
 }
@@ -118,6 +124,12 @@ void VFileFile::write(std::uint64_t position, std::uint32_t length, void const* 
     auto self = std::static_pointer_cast<VFileFile>(shared_from_this());
     Request::submit(std::make_unique<Request>(std::move(self), std::move(done), length, nullptr, true),
                     [&](Request& request) { return handle->startWrite(position, length, buffer, request); });
+}
+
+bool VFileFile::takeMapBlock() {
+    if (++map_blocks <= length() / sparse2::BLOCK_SIZE) return true;
+    --map_blocks;
+    return false;
 }
 
 KString VFileFile::share() {

@@ -32,6 +32,7 @@ class VFileFile : public VFileObject {
     static Opened<VFileFile> create(KString const& name);
 
     std::uint64_t length() override;  // includes a reservation; 0 if the host reports an error
+    bool lengthIsKnown() override;
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
@@ -41,6 +42,8 @@ class VFileFile : public VFileObject {
     void allocate(std::uint64_t position, std::uint32_t length) override;
     void releaseAllocation() override;
 
+    bool takeMapBlock() override;
+    void giveMapBlocks(std::uint64_t count) override { map_blocks -= count; }
     bool isContainer() const override { return false; }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep, Durability) override { return {}; }  // keeps nothing in memory
@@ -72,6 +75,7 @@ class VFileFile : public VFileObject {
     KString const file_name;
     std::unique_ptr<platform::HostFile> handle;
     std::atomic<std::uint64_t> reserved_length{0};
+    std::atomic<std::uint64_t> map_blocks{0};  // that files on this one hold
     KMutexLock const owning, flushing;
     std::atomic<bool> owned{false};  // this object is the only one that may write
     std::atomic<bool> unflushed{false}, flush_failed{false};

@@ -34,6 +34,7 @@ class VFileGrow : public VFileHosted {
     static KString create(std::shared_ptr<VFileObject> const& host);
 
     std::uint64_t length() override { return length_bytes; }
+    bool lengthIsKnown() override { return true; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     // A write that ends past the length extends the file and is complete when the call returns.

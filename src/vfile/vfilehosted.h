@@ -13,6 +13,7 @@ namespace KelvonClip {
 class VFileHosted : public VFileObject {
   public:
     std::uint64_t length() override { return host->length(); }
+    bool lengthIsKnown() override { return host->lengthIsKnown(); }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override {
         host->read(position, length, buffer, std::move(done));
@@ -30,6 +31,8 @@ class VFileHosted : public VFileObject {
     KString refresh(RefreshStep step) override { return host->refresh(step); }
     bool isContainer() const override { return host->isContainer(); }
     std::uint64_t unreplayedBytes() override { return host->unreplayedBytes(); }
+    bool takeMapBlock() override { return host->takeMapBlock(); }
+    void giveMapBlocks(std::uint64_t count) override { host->giveMapBlocks(count); }
     bool needsMapRecords() const override { return host->needsMapRecords(); }
     KMutexLock const& writeBackLock() override { return host->writeBackLock(); }
     KString flush() override { return host->flush(); }

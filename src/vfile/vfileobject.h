@@ -138,6 +138,9 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // The current logical length in bytes.
     virtual std::uint64_t length() = 0;
 
+    // False if the host cannot tell its length now; `length` is 0 then.
+    virtual bool lengthIsKnown() { return true; }
+
     // Start a transfer of `length` bytes. The buffer must stay valid until the operation is complete. All failures are
     // reported as an error text on `done`.
     virtual void read(std::uint64_t position, std::uint32_t length, void* buffer,
@@ -164,6 +167,10 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // The bytes of the host behind the part that a map found when it was opened, of this file or one below it: the
     // most of any of them. What was recorded after the last write-back of a killed process is there.
     virtual std::uint64_t unreplayedBytes() { return 0; }
+    // The host file has a budget for the map blocks that all files on it hold in memory: as many as it has room for. A
+    // hostile file that names the same blocks again and again exceeds it. False if there is none left.
+    virtual bool takeMapBlock() { return true; }
+    virtual void giveMapBlocks(std::uint64_t /*count*/) {}
     // True if this file or one below it needs a map record for each range that is allocated apart from the others.
     virtual bool needsMapRecords() const { return false; }
     // Serialises write-backs: the lock of the host file at the bottom of the stack.

@@ -24,6 +24,7 @@ class VFileSparse1 : public VFileHosted {
     static Opened<VFileSparse1> open(std::shared_ptr<VFileObject> host, bool read_only);
 
     std::uint64_t length() override { return length_bytes; }
+    bool lengthIsKnown() override { return true; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,

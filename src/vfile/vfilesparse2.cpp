@@ -57,10 +57,15 @@ VFileSparse2::VFileSparse2(std::shared_ptr<VFileObject> host_file, DataStruct re
     : VFileHosted(std::move(host_file)), read_only(opened_read_only), length_bytes(replayed.fileLength()),
       data(std::move(replayed)) {}
 
+VFileSparse2::~VFileSparse2() { host->giveMapBlocks(data.hold().value.budgeted_blocks); }
+
 Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool read_only) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileSparse2> {
         DataStruct log;
-        if (KString error = log.replay(*host); !error.empty()) return {std::move(error), nullptr};
+        if (KString error = log.replay(*host); !error.empty()) {
+            host->giveMapBlocks(log.budgeted_blocks);
+            return {std::move(error), nullptr};
+        }
         return {{}, std::unique_ptr<VFileSparse2>(new VFileSparse2(host, std::move(log), read_only))};
     });
 }
@@ -153,16 +158,25 @@ KString VFileSparse2::followWriter() {
         auto const position = data.hold().value.nextPosition();
         if (!position || !rangeWithin(*position, sparse2::BLOCK_SIZE, host->length())) return {};
         if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
-        if (!data.hold().value.takeBlock(block, *position)) return {};
+        if (!host->takeMapBlock()) return sparse2::UNREADABLE;
+        if (!data.hold().value.takeBlock(block, *position)) {
+            host->giveMapBlocks(1);
+            return {};
+        }
     }
     return {};
 }
 
 // The writer has taken records back, when it closed the file or after a failure: nothing was ever written to them.
 KString VFileSparse2::replayAnew() {
+    host->giveMapBlocks(std::exchange(data.hold().value.budgeted_blocks, 0));
     DataStruct log;
-    if (KString error = log.replay(*host); !error.empty()) return error;
-    if (log.fileLength() != length_bytes) return u"Bad superblock";
+    KString error = log.replay(*host);
+    if (error.empty() && log.fileLength() != length_bytes) error = u"Bad superblock";
+    if (!error.empty()) {
+        host->giveMapBlocks(log.budgeted_blocks);
+        return error;
+    }
     data.hold().value = std::move(log);
     return {};
 }

@@ -33,7 +33,10 @@ class VFileSparse2 : public VFileHosted {
     // same Sparse file is open"; the host's.
     static KString create(std::shared_ptr<VFileObject> const& host, std::uint64_t length);
 
+    ~VFileSparse2() override;
+
     std::uint64_t length() override { return length_bytes; }
+    bool lengthIsKnown() override { return true; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,

@@ -189,6 +189,34 @@ TEST_F(ClipDirectoryTest, TrackThatCannotBeOpenedIsLeftOut) {
     EXPECT_TRUE(entry->extra->tracks[2].track.format().valid);
 }
 
+TEST_F(ClipDirectoryTest, AMissingTrackIsToldToWhoAsks) {
+    std::string const good = test::trackMeta("auk", test::rangeOfThisFile(0, UNIT));
+    std::string const no_type = test::element("TrackMeta", test::rangeOfThisFile(0, UNIT));
+    unsigned handle = 0;
+    ASSERT_EQ(open("clip", &handle, image(test::clipHeaderText(STANDARD, good + no_type + good), 4 * UNIT)), KString());
+    EXPECT_EQ(openAllTracks(handle, "unknown"), KString("Bad track XML"));
+    EXPECT_EQ(findClip(handle)->extra, nullptr) << "none is open";
+    EXPECT_EQ(findClip(handle, OpenTracks::yes)->extra->tracks.size(), 2u);
+    EXPECT_EQ(openAllTracks(handle, "unknown"), KString("Bad track XML")) << "it is still missing";
+    EXPECT_EQ(openAllTracks(handle + 1000, "unknown"), KString("unknown"));
+}
+
+TEST_F(ClipDirectoryTest, TracksThatFailForAPassingReasonCanBeOpenedLater) {
+    std::string const track =
+        test::trackMeta("auk", test::element("VFile", test::element("Grow", test::element("MinLength", "0") +
+                                                                                test::rangeOfThisFile(0, 65536))));
+    std::string const grow_header = std::string("KLVNGROW") + std::string(4088, '\0');
+    auto const file = image(test::clipHeaderText(STANDARD, track), 65536);
+    file->put(32768, grow_header.data(), grow_header.size());
+    auto const faulty = std::make_shared<test::FaultyFile>(file);
+    unsigned handle = 0;
+    ASSERT_EQ(open("clip", &handle, faulty), KString());
+    faulty->failFrom(1);
+    EXPECT_EQ(openAllTracks(handle, "unknown"), KString(test::FaultyFile::READ_FAULT));
+    EXPECT_EQ(openAllTracks(handle, "unknown"), KString());
+    EXPECT_EQ(findClip(handle)->extra->tracks.size(), 1u);
+}
+
 TEST_F(ClipDirectoryTest, EveryReadOfTrackOpeningMayFail) {
     // Two tracks in grow containers: one read each.
     auto const memory = image("", 0);

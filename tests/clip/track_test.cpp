@@ -104,6 +104,30 @@ TEST(Track, TenUnitsTrimmedByEightAtBothEndsKeepTwo) {
     EXPECT_EQ(bench.readNumber(2), 0);
 }
 
+// A host that fails to tell its length counts as empty.
+class ForgetfulHost : public test::WrappedFile {
+  public:
+    using WrappedFile::WrappedFile;
+    int failures = 0;  // how many more queries fail
+
+    std::uint64_t length() override { return failures > 0 ? (--failures, 0) : inner->length(); }
+    bool lengthIsKnown() override { return failures > 0 ? (--failures, false) : true; }
+};
+
+TEST(Track, AUnitIsNotReadAsZerosBecauseTheLengthIsUnknown) {
+    auto const memory = std::make_shared<MemoryFile>();
+    auto const host = std::make_shared<ForgetfulHost>(memory);
+    Bench bench(formatOf(4096, 4096, 1), 0, 0, host);
+    bench.memory = memory;
+    bench.fill(2);
+    AlignedBuffer buffer(4096);
+    host->failures = 2;
+    EXPECT_EQ(bench.track->readUnit(1, buffer.data()), KString("Read failed"));
+    host->failures = 1;
+    EXPECT_EQ(bench.readNumber(1), 2) << "the second query succeeds";
+    EXPECT_EQ(bench.readNumber(2), 0);
+}
+
 TEST(Track, OneUnitIgnoresTrims) {
     Bench bench(formatOf(4096, 4096, 1), 5, 5);
     bench.fill(1);

@@ -140,7 +140,7 @@ TEST(ExitFlush, ProcessThatReturnsFromMainLosesNothing) { leaveAndLook("RecordsA
 TEST(ExitFlush, WhatAnEndedThreadRecordedIsThere) { leaveAndLook("RecordsOnAThreadThatHasEnded"); }
 TEST(ExitFlush, ThreadThatIsStillReadingLosesNothing) { leaveAndLook("ExitsWhileAThreadReads"); }
 TEST(ExitFlush, ThreadsThatStillUseStreamsLoseNothing) {
-    for (int run = 0; run < 10; ++run) {
+    for (int run = 0; run < 3; ++run) {
         ScratchPath folder;
         auto const name = folder.name("clip");
         ASSERT_EQ(runChild("ExitChild.DISABLED_ExitsWhileThreadsUseStreams", name), CHILD_PASSED);
