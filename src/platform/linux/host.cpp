@@ -2,9 +2,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <ctime>
 
+#include <fcntl.h>
 #include <sys/random.h>
+#include <unistd.h>
 
 #include "platform/linux/fork_count.h"
 #include "platform/linux/host_text.h"
@@ -49,6 +52,16 @@ std::u32string fileBesideHeader(std::u32string const& header_path, std::u32strin
     bool const absolute = text.starts_with(U'/');
     return absolute || slash == std::u32string::npos ? text : header_path.substr(0, slash + 1) + text;
 }
+
+bool renameToNewName(std::u16string const& from, std::u16string const& to) {
+    std::string const old_name = hostFileName(from), new_name = hostFileName(to);
+    if (::renameat2(AT_FDCWD, old_name.c_str(), AT_FDCWD, new_name.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    // A file system without it. A second name is refused too where the name is taken.
+    return ::link(old_name.c_str(), new_name.c_str()) == 0 && ::unlink(old_name.c_str()) == 0;
+}
+
+bool removeFile(std::u16string const& name) { return ::unlink(hostFileName(name).c_str()) == 0; }
 
 bool otherThreadsAreGone() { return false; }
 

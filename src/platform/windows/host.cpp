@@ -6,6 +6,7 @@
 #include <ctime>
 #include <iterator>
 #include <rpc.h>
+#include <string>
 #include <vector>
 
 namespace KelvonClip::platform {
@@ -40,6 +41,13 @@ bool newUuid(Uuid& uuid) {
 }
 
 std::u32string fileBesideHeader(std::u32string const&, std::u32string const& text) { return text; }
+
+bool renameToNewName(std::u16string const& from, std::u16string const& to) {
+    std::wstring const old_name(from.begin(), from.end()), new_name(to.begin(), to.end());
+    return MoveFileExW(old_name.c_str(), new_name.c_str(), MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool removeFile(std::u16string const& name) { return DeleteFileW(std::wstring(name.begin(), name.end()).c_str()) != 0; }
 
 bool otherThreadsAreGone() { return process_is_ending; }
 
