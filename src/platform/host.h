@@ -27,8 +27,8 @@ bool newUuid(Uuid& uuid);
 // host, by the caller.) Linux: a relative name is relative to the header's folder. Windows: the name as it stands.
 std::u32string fileBesideHeader(std::u32string const& header_path, std::u32string const& text);
 
-// Gives a file a name that no file has yet. False, with the old name kept, if there is one (lastErrorText says so) or for
-// any other reason. Names as in HostFile::open.
+// Gives a file a name that no file has yet. False, with the old name kept, if there is one or for any other reason, as
+// lastErrorText says. Names as in HostFile::open.
 bool renameToNewName(std::u16string const& from, std::u16string const& to);
 
 bool removeFile(std::u16string const& name);

@@ -2,8 +2,8 @@
 // writer itself (vfile/sparse2_data.h).
 //
 // Space is given at the end of the log. A range that continues the last record, logically and in the host, extends it,
-// unless that record may be on the disk already; any other range begins a record. When a block has 4095 records the next
-// one begins, and where that begins a run, the room for all blocks of the run comes first.
+// unless that record may be on the disk already; any other range begins a record. When a block has 4095 records the
+// next one begins, and where that begins a run, the room for all blocks of the run comes first.
 #pragma once
 
 #include <cstdint>

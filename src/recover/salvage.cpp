@@ -283,8 +283,8 @@ void Salvage::copyTo(std::shared_ptr<VFileObject> const& target) {
 
 // --- In place ---
 
-// What has to be written so that the log has a record for each place up to the last unit that is wanted. Places that are
-// left out get records where no reader looks: at the far end of the largest partition.
+// What has to be written so that the log has a record for each place up to the last unit that is wanted. Places that
+// are left out get records where no reader looks: at the far end of the largest partition.
 bool Salvage::planPieces(std::vector<Piece>& pieces, LogWalk const& named) {
     std::size_t last = 0;
     for (std::size_t i = 0; i < report.slots.size(); ++i) {

@@ -127,6 +127,7 @@ void Tail::takeMappedUnit(std::uint32_t track, std::uint64_t unit, std::uint64_t
     Candidate const candidate = fitOf(track, bytes, false);
     slot.recognised = candidate.fit > Fit::foreign;
     slot.chained = candidate.fit == Fit::chained;
+    slot.plausible = candidate.fit >= Fit::marks;
     if (slot.recognised) noteMarks(slot, bytes);
     keep(slot);
 }
@@ -236,9 +237,11 @@ Tail::Candidate Tail::fitOf(std::uint32_t number, UnitBytes bytes, bool after_ga
         if (!inspect::recognised(track.format, options.frequency, bytes)) return candidate;
         auto const count = inspect::timecodeOf(options.frequency, bytes);
         bool const counts_on = state.next_timecode && count == state.next_timecode;
-        // Nothing but zeros is a place to which nothing was written, unless midnight comes next or the recording begins.
+        // Nothing but zeros is a place without a unit, unless midnight comes next or the recording begins.
         if (!counts_on && state.next_timecode && isZero(bytes)) return candidate;
-        candidate.fit = counts_on ? Fit::chained : Fit::weak;
+        // The first one has none to count on from.
+        bool const first = !state.next_timecode && !isZero(bytes);
+        candidate.fit = counts_on ? Fit::chained : first ? Fit::marks : Fit::weak;
         return candidate;
     }
     if (!inspect::recognised(track.format, options.frequency, bytes)) return candidate;
@@ -324,6 +327,7 @@ void Tail::take(Candidate const& candidate, std::uint64_t position) {
     TrackState& state = states[candidate.track];
     Slot slot{.host = position, .unit = candidate.unit, .track = candidate.track, .recognised = true};
     slot.chained = candidate.fit == Fit::chained;
+    slot.plausible = candidate.fit >= Fit::marks;
     bool const numbered = track.format.category == TrackCategory::audio && slot.chained;
     if (numbered) state.number_known = true;
     slot.proven_place = state.number_known && (state.in_order || numbered);
@@ -516,8 +520,7 @@ void Tail::judge() {
         bool const pictures = tracks[slot.track].format.video_type != TrackVideoType::none;
         bool const may_lack_end = pictures && !slot.whole_on_zeros && filled[slot.track] > 0;
         bool const finished = (later[slot.track] && !may_lack_end) || slot.whole || (!older && slot.whole_on_zeros);
-        bool const timecode = tracks[slot.track].format.category == TrackCategory::timecode;
-        bool const plausible = !timecode || slot.chained || counted_on[slot.track];
+        bool const plausible = slot.plausible || counted_on[slot.track];
         if (slot.recognised)
             slot.certainty =
                 ours && finished && plausible && slot.proven_place ? Certainty::certain : Certainty::likely;

@@ -1,6 +1,6 @@
 // What a recording left in its log behind the lengths and the map that are on the disk.
 //
-// The log has a place for each unit, in the order of the first writes. From the first unit that no length covers on, the
+// The log has a place for each unit, in the order of the first writes. From the first unit that no length covers, the
 // walk goes from place to place: where the map has records, as they say; behind them, by the rules of the writer
 // (LogModel), by the sizes of the tracks' units and by what the bytes themselves say. Where nothing is recognised it
 // looks for the next place where something is, and takes what lies between for units that never landed.
@@ -43,6 +43,7 @@ struct Slot {
     bool recognised = false;
     bool proven_place = true;     // track and number are proven
     bool chained = false;         // its marks continue those of the unit before it
+    bool plausible = false;       // its marks alone make it a unit of its track
     bool whole = false;           // nothing of it can be missing, whatever was there before
     bool whole_on_zeros = false;  // nothing of it can be missing if zeros were there before
 };
