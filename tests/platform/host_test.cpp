@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/host.h"
+#include "platform/host_file.h"
+#include "support/scratch_path.h"
 
 namespace KelvonClip::platform {
 namespace {
@@ -29,6 +31,24 @@ TEST(Uuid, IsRandomOfVersionFour) {
         seen.emplace(reinterpret_cast<char const*>(&uuid), sizeof uuid);
     }
     EXPECT_EQ(seen.size(), 1000U);
+}
+
+TEST(Names, AFileGetsANameThatNoFileHas) {
+    ScratchPath const folder;
+    auto const utf16 = [&](char const* name) {
+        auto const path = folder.name(name);
+        return std::u16string(path.begin(), path.end());
+    };
+    for (char const* name : {"one", "two"})
+        EXPECT_NE(HostFile::open(utf16(name), FileAccess::create).file, nullptr);
+    EXPECT_FALSE(renameToNewName(utf16("one"), utf16("two")));
+    EXPECT_NE(lastErrorText(), u"");
+    EXPECT_NE(HostFile::open(utf16("one"), FileAccess::read_only).file, nullptr);
+    EXPECT_TRUE(renameToNewName(utf16("one"), utf16("three")));
+    EXPECT_EQ(HostFile::open(utf16("one"), FileAccess::read_only).file, nullptr);
+    EXPECT_NE(HostFile::open(utf16("three"), FileAccess::read_only).file, nullptr);
+    EXPECT_TRUE(removeFile(utf16("three")));
+    EXPECT_FALSE(removeFile(utf16("three")));
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "inspect/check.h"
 #include "recover/salvage.h"
 #include "support/recording_image.h"
+#include "support/scratch_path.h"
 #include "vfile/vfile_builder.h"
 #include "vfile/vfileoffset.h"
 
@@ -457,7 +458,7 @@ TEST(Salvage, AFileThatEndsAnywhereGivesNothingWrong) {
     }
 }
 
-TEST(Salvage, ExamingWritesNothing) {
+TEST(Salvage, ExaminingWritesNothing) {
     Recording image;
     image.rounds(4);
     auto const before = image.file()->bytes(0, image.file()->realSize());
@@ -497,6 +498,47 @@ TEST(Salvage, ClipsOfOtherStructuresAreRefusedWithAText) {
         putText(*image.file(), 0, headerArea(text));
         EXPECT_EQ(examined(image).error, KString(row.error));
         EXPECT_EQ(salvageToCopy(image.file(), "memory", std::make_shared<MemoryFile>()).error, KString(row.error));
+    }
+}
+
+TEST(Salvage, ACopyGetsItsNameWhenItIsWholeAndTakesNobodys) {
+    Recording image;
+    image.rounds(3);
+    ScratchPath folder;
+    auto const name = folder.name("clip"), copy = folder.name("copy");
+    auto const bytes = image.file()->bytes(0, image.file()->realSize());
+    writeFile(name, {reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+    SalvageReport const report = salvageToCopy(KString(name), KString(copy));
+    EXPECT_EQ(report.error, KString());
+    EXPECT_EQ(inspect::check(KString(copy)).tracks.at(V).stored_units, 3u);
+
+    SalvageReport const again = salvageToCopy(KString(name), KString(copy));
+    EXPECT_EQ(again.error, KString("The copy's name is taken"));
+    EXPECT_EQ(salvageInPlace(KString(name)).error, KString());
+    EXPECT_EQ(inspect::check(KString(name)).tracks.at(A).stored_units, 3u);
+    EXPECT_EQ(examine(KString(name)).tracks.at(A).length_before, 3u);
+}
+
+// A request of the salvage fails: there is a message, or everything is there.
+TEST(Salvage, ARequestThatFailsGivesAMessageAndNothingWrong) {
+    for (bool in_place : {false, true}) {
+        for (std::uint64_t n = 1;; ++n) {
+            Recording image;
+            image.rounds(2);
+            auto const target = in_place ? copyOf(image.file()) : std::make_shared<MemoryFile>();
+            auto const faulty = std::make_shared<FaultyFile>(target);
+            faulty->failFrom(n, FaultyFile::once, FaultyFile::writes_only);
+            SalvageReport const report =
+                in_place ? salvageInPlace(faulty, "memory") : salvageToCopy(image.file(), "memory", faulty);
+            bool const struck = faulty->struck();
+            EXPECT_EQ(report.error.empty(), !struck) << n;
+            if (in_place) {
+                expectRight(target);
+                EXPECT_EQ(salvageInPlace(target, "memory").error, KString());
+                EXPECT_EQ(expectRight(target), (Lengths{2, 2, 2})) << n;
+            }
+            if (!struck) break;
+        }
     }
 }
 
