@@ -33,8 +33,8 @@ inline std::vector<std::byte> recording(std::uint32_t mapped) {
     return image.file()->bytes(0, image.file()->realSize());
 }
 
-// Input: the first byte chooses how many rounds are on the map, the second how many sectors the file loses; then pieces,
-// each with a position (three bytes, big-endian, in steps of eight bytes), a length (one byte) and its bytes.
+// Input: the first byte chooses how many rounds are on the map, the second how many sectors the file loses; then
+// pieces, each with a position (three bytes, big-endian, in steps of eight bytes), a length (one byte) and its bytes.
 inline std::shared_ptr<test::MemoryFile> patchedClip(std::uint8_t const* data, std::size_t size) {
     static std::map<std::uint32_t, std::vector<std::byte>> recordings;
     std::uint32_t const mapped = size > 0 ? data[0] % (ROUNDS + 1) : ROUNDS;
