@@ -49,9 +49,11 @@ class HostFile {
     virtual bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) = 0;
     virtual bool startWrite(std::uint64_t position, std::uint32_t length, void const* buffer, HostRequest& request) = 0;
 
-    // Makes this open file the only one that may write, as long as it is open. False if another one, in this process or
-    // another, already is. True if the file system has no locks.
-    virtual bool ownWriting() = 0;
+    // Makes this open file the only one that may write, as long as it is open. Fails if another one, in this process or
+    // another, already is, or if the file has been changed since it was opened: what the opener knows of it is out of
+    // date then. On a file system without locks only changes are noticed.
+    enum class Ownership { obtained, of_another, changed_since };
+    virtual Ownership ownWriting() = 0;
 
     // Lets others open a file that was opened with FileAccess::create. False if that is not possible now, because
     // requests are under way or somebody else opens the file at this moment; it may be tried again.

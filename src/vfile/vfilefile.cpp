@@ -113,7 +113,15 @@ void VFileFile::readPartial(std::uint64_t position, std::uint32_t length, void* 
 KString VFileFile::ownWriting() {
     if (owned || read_only) return {};
     auto const alone = owning.hold();
-    if (!owned && !handle->ownWriting()) return "The file is being written by somebody else";
+    if (owned) return {};
+    switch (handle->ownWriting()) {
+    case platform::HostFile::Ownership::of_another:
+        return "The file is being written by somebody else";
+    case platform::HostFile::Ownership::changed_since:
+        return "The file has been changed by somebody else since it was opened";
+    case platform::HostFile::Ownership::obtained:
+        break;
+    }
     owned = true;
     return {};
 }

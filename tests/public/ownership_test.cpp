@@ -43,6 +43,27 @@ TEST(Ownership, TheFirstWriteKeepsEverybodyElseFromWritingUntilTheClipIsClosed) 
     clip_close(second);
 }
 
+// Its map is as old as its opening: it would write over what the other one has recorded.
+TEST(Ownership, WhoOpenedTheFileBeforeAnotherChangedItCannotWrite) {
+    ScratchPath folder;
+    auto const name = folder.name("clip"), other_spelling = folder.name("./clip");
+    clip_close(createClip(name, {VideoStandard::s1080i_50, 0, 0, 1, 2, false}));
+    unsigned int early = 0, writer = 0;
+    ASSERT_OK(clip_open_rw(other_spelling.c_str(), &early));
+    EXPECT_EQ(track_length_in_units(clip_get_track(early, 0)), 0u);
+    ASSERT_OK(clip_open_rw(name.c_str(), &writer));
+    EXPECT_OK(writeUnit(writer, 0));
+    clip_close(writer);
+
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_SAYS(writeUnit(early, 0), "The file has been changed by somebody else since it was opened");
+    clip_close(early);
+    ASSERT_OK(clip_open_rw(other_spelling.c_str(), &early));
+    EXPECT_EQ(track_length_in_units(clip_get_track(early, 0)), 1u);
+    EXPECT_OK(writeUnit(early, 1));
+    clip_close(early);
+}
+
 TEST(Ownership, WhoReadsIsNotDisturbed) {
     ScratchPath folder;
     auto const name = folder.name("clip"), other_spelling = folder.name("./clip");

@@ -92,6 +92,7 @@ class LinuxFile : public HostFile {
     LinuxFile(std::string name, Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
         : path(std::move(name)), buffered(std::move(buffered_fd)), direct(std::move(direct_fd)),
           read_only(reading_only) {
+        (void)::fstat(buffered.get(), &when_opened);
         descriptors.buffered = buffered.get();
         descriptors.direct = direct.get();
         descriptors.in_memory = isOnMemoryFileSystem(buffered.get());
@@ -116,8 +117,13 @@ class LinuxFile : public HostFile {
     }
 
     // A lock of the open file description, on a byte past the end of every file.
-    bool ownWriting() override {
-        return isTheParents() || lockOwnerByte(F_WRLCK) || (errno != EAGAIN && errno != EACCES);
+    Ownership ownWriting() override {
+        if (isTheParents()) return Ownership::obtained;  // its writes fail
+        if (!lockOwnerByte(F_WRLCK) && (errno == EAGAIN || errno == EACCES)) return Ownership::of_another;
+        struct stat now;
+        if (::fstat(descriptors.buffered, &now) == 0 && isSameState(now)) return Ownership::obtained;
+        lockOwnerByte(F_UNLCK);
+        return Ownership::changed_since;
     }
 
     // The kernel releases the lock before it acquires the other kind, so somebody else may acquire it in between.
@@ -154,6 +160,11 @@ class LinuxFile : public HostFile {
     }
 
   private:
+    bool isSameState(struct stat const& now) const {
+        return now.st_size == when_opened.st_size && now.st_mtim.tv_sec == when_opened.st_mtim.tv_sec &&
+               now.st_mtim.tv_nsec == when_opened.st_mtim.tv_nsec;
+    }
+
     bool lockOwnerByte(short type) const {
         struct flock owner {};
         owner.l_type = type;
@@ -213,6 +224,7 @@ class LinuxFile : public HostFile {
     Descriptor buffered;
     Descriptor direct;
     Descriptors descriptors;
+    struct stat when_opened {};
     bool read_only;
     std::atomic<std::uint64_t> allowed_end = 0;  // what the process's limit was found to allow
 };

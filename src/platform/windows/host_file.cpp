@@ -78,7 +78,9 @@ class WindowsFile final : public HostFile {
     bool open(std::wstring const& file_name, FileAccess access) {
         name = file_name;
         mode = access;
-        return openHandle();
+        if (!openHandle()) return false;
+        when_opened = stateNow();
+        return true;
     }
 
     bool startRead(std::uint64_t position, std::uint32_t length, void* buffer, HostRequest& request) override {
@@ -93,9 +95,15 @@ class WindowsFile final : public HostFile {
         });
     }
 
-    bool ownWriting() override {
+    Ownership ownWriting() override {
         SharedHold const hold(handle_lock);
-        return owner = lockOwnerByte();
+        if (!lockOwnerByte()) return Ownership::of_another;
+        if (stateNow() != when_opened) {
+            unlockOwnerByte();
+            return Ownership::changed_since;
+        }
+        owner = true;
+        return Ownership::obtained;
     }
 
     // Closes the handle and opens another one, which no request may notice.
@@ -164,13 +172,42 @@ class WindowsFile final : public HostFile {
         request.done(request, error != 0, transferred);
     }
 
-    // A lock on a byte past the end of every file.
-    bool lockOwnerByte() {
+    struct State {
+        std::uint64_t size = 0, last_write = 0;
+        bool operator==(State const&) const = default;
+    };
+    State stateNow() const {
+        BY_HANDLE_FILE_INFORMATION found;
+        if (!GetFileInformationByHandle(handle, &found)) return {};
+        auto const joined = [](DWORD high, DWORD low) { return (std::uint64_t{high} << 32) | low; };
+        return {joined(found.nFileSizeHigh, found.nFileSizeLow),
+                joined(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime)};
+    }
+
+    // A byte past the end of every file.
+    static OVERLAPPED ownerByte() {
         OVERLAPPED place{};
         place.Offset = 0xFFFFFFFE;
         place.OffsetHigh = 0x7FFFFFFF;
-        return LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) ||
-               (GetLastError() != ERROR_LOCK_VIOLATION && GetLastError() != ERROR_IO_PENDING);
+        return place;
+    }
+    // True also if the file system has no locks. On network drives the answer may come later.
+    bool lockOwnerByte() {
+        OVERLAPPED place = ownerByte();
+        place.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        bool locked = LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) != FALSE;
+        DWORD error = locked ? 0 : GetLastError();
+        if (error == ERROR_IO_PENDING) {
+            DWORD nothing = 0;
+            locked = GetOverlappedResult(handle, &place, &nothing, TRUE) != FALSE;
+            error = locked ? 0 : GetLastError();
+        }
+        if (place.hEvent != nullptr) CloseHandle(place.hEvent);
+        return locked || (error != ERROR_LOCK_VIOLATION && error != ERROR_LOCK_FAILED);
+    }
+    void unlockOwnerByte() {
+        OVERLAPPED place = ownerByte();
+        UnlockFileEx(handle, 0, 1, 0, &place);
     }
 
     bool setEnd(std::uint64_t bytes) {
@@ -186,6 +223,7 @@ class WindowsFile final : public HostFile {
     HANDLE handle = INVALID_HANDLE_VALUE;
     std::atomic<std::uint32_t> under_way{0};  // transfers
     bool owner = false;
+    State when_opened;
 };
 
 }  // namespace

@@ -42,6 +42,7 @@
 namespace KelvonClip::platform {
 namespace {
 
+using Ownership = HostFile::Ownership;
 using test::BLOCK;
 using test::Buffer;
 using test::inChild;
@@ -370,12 +371,13 @@ TEST_P(LinuxFileTest, TheFirstThatOwnsWritingKeepsTheOthersFromItUntilItIsClosed
     test::makeFile(path(), BLOCK);
     auto first = open(FileAccess::read_write);
     auto const second = open(FileAccess::read_write);
-    EXPECT_TRUE(first->ownWriting());
-    EXPECT_TRUE(first->ownWriting()) << "it has it";
-    EXPECT_FALSE(second->ownWriting());
-    EXPECT_FALSE(inChild([&] { return HostFile::open(name(), FileAccess::read_write).file->ownWriting(); }));
+    EXPECT_EQ(first->ownWriting(), Ownership::obtained);
+    EXPECT_EQ(first->ownWriting(), Ownership::obtained) << "it has it";
+    EXPECT_EQ(second->ownWriting(), Ownership::of_another);
+    EXPECT_FALSE(inChild(
+        [&] { return HostFile::open(name(), FileAccess::read_write).file->ownWriting() == Ownership::obtained; }));
     first.reset();
-    EXPECT_TRUE(second->ownWriting());
+    EXPECT_EQ(second->ownWriting(), Ownership::obtained);
 }
 
 TEST_P(LinuxFileTest, LocksHoldBetweenProcesses) {
