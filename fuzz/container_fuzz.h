@@ -13,20 +13,29 @@
 
 namespace KelvonClip::fuzz {
 
-// A host file made of pieces. Each piece is given by its position (four bytes, in sectors, big-endian), its length (one
-// byte) and its bytes. So a short input can describe blocks that are far apart. The file ends after the last piece,
-// rounded up to `block`.
-inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std::size_t size, std::uint64_t block) {
-    auto const host = std::make_shared<test::MemoryFile>();
+// Calls `put(position, bytes, length)` for each piece of a host file. A piece is given by its position (four bytes, in
+// sectors, big-endian), its length (one byte) and its bytes. So a short input can describe blocks that are far apart.
+// Gives the end of the last piece.
+template <class Put>
+std::uint64_t eachPiece(std::uint8_t const* data, std::size_t size, Put&& put) {
     std::uint64_t end = 0;
     while (size > 5) {
         std::uint64_t const sector = ((std::uint64_t{data[0]} * 256 + data[1]) * 256 + data[2]) * 256 + data[3];
         std::size_t const length = data[4] < size - 5 ? data[4] : size - 5;
-        host->put(sector * 512, data + 5, length);
+        put(sector * 512, data + 5, length);
         end = std::max(end, sector * 512 + length);
         data += 5 + length;
         size -= 5 + length;
     }
+    return end;
+}
+
+// A host file made of pieces. It ends after the last one, rounded up to `block`.
+inline std::shared_ptr<test::MemoryFile> hostFrom(std::uint8_t const* data, std::size_t size, std::uint64_t block) {
+    auto const host = std::make_shared<test::MemoryFile>("clip");
+    std::uint64_t const end = eachPiece(data, size, [&](std::uint64_t position, auto const* bytes, std::size_t length) {
+        host->put(position, bytes, length);
+    });
     host->resize((end + block - 1) / block * block);
     return host;
 }

@@ -38,7 +38,7 @@ void finishAllWriters() noexcept {
     auto const deadline = std::chrono::steady_clock::now() + PATIENCE;
     // A failure of one writer does not affect the others.
     for (auto const& [handle, writer] : writers().removeAll())
-        unreported([&] {
+        unreported([&, &writer = writer] {
             if (!writer->belongsToThisProcess()) return leaveToTheParent(writer);
             if (auto const turn = writer->turn().takeUntil(deadline)) writer->finish();
         });

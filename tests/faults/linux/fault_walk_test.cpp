@@ -1,0 +1,422 @@
+// Every request of scripted scenarios to the host fails once, and from there on, for every request. Nothing crashes or
+// hangs, what a call acknowledged is there after reopening unless a call has said that something failed, nothing else
+// shows in its place, and no descriptor is left open.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <kelvonclip/kelvon_clip.h>
+#include <kelvonclip/seq_read.h>
+#include <kelvonclip/seq_write.h>
+#include <kelvonclip/track.h>
+
+#include "audio/unit_read_ahead.h"
+#include "failing_requests.h"
+#include "open_handles.h"
+#include "platform/linux/io_queue.h"
+#include "public/public_support.h"
+#include "support/clip_image.h"
+#include "support/disk_image.h"
+#include "support/memory_file.h"
+#include "support/scratch_path.h"
+
+namespace KelvonClip {
+namespace {
+
+using namespace test;
+
+constexpr unsigned AUDIO = 2, TRACKS = 3;  // two of audio, timecode
+constexpr unsigned UNITS = 3;              // of each track in each part of a recording
+constexpr unsigned SAMPLES = 960;          // of a unit at 50Hz
+
+// A folder in memory, if there is one: flushing takes no time there.
+std::filesystem::path inMemory() {
+    std::filesystem::path const place = "/dev/shm";
+    return std::filesystem::is_directory(place) ? place : std::filesystem::temp_directory_path();
+}
+
+// Makes calls, and counts those that gave a message.
+struct Calls {
+    unsigned messages = 0;
+
+    bool make(wchar_t const* message) {
+        if (message != nullptr) ++messages;
+        return message == nullptr;
+    }
+};
+
+// A recording, and what the library has acknowledged of it.
+class Recording : public Calls {
+  public:
+    explicit Recording(std::wstring clip_name) : name(std::move(clip_name)) {}
+
+    // Every call is made once; after a failure the recording has no clip.
+    void create() {
+        if (make(create_begin(name.c_str(), VideoStandard::s1080i_50, &creation)) &&
+            make(cfg_track_count_audio(creation, AUDIO)) && make(cfg_audio_hemlock(creation, 2)) &&
+            make(cfg_track_timecode(creation)) && make(create_finish(creation, &clip))) {
+            creation = 0;
+            openTracks();
+        }
+    }
+    void open() {
+        if (make(clip_open_rw(name.c_str(), &clip))) openTracks();
+    }
+    // Appends to the tracks in turn.
+    void append(unsigned units) {
+        for (unsigned n = 0; n < units; ++n)
+            for (unsigned index = 0; index < TRACKS; ++index) {
+                unsigned const track = clip_get_track(clip, index), size = track_unit_size(track);
+                unsigned& next = ends[index];
+                if (track == 0 || !make(track_write(track, next, bytesOf(index, next).data(), size))) continue;
+                acknowledged[{index, next++}] = true;
+            }
+    }
+    void checkpoint() {
+        if (make(clip_checkpoint(clip))) promised = acknowledged;
+    }
+    // What a call reads is what was recorded.
+    void readAll() {
+        for (auto const& [place, is] : acknowledged) {
+            unsigned const track = clip_get_track(clip, place.first);
+            if (track == 0 || place.second >= track_length_in_units(track)) continue;
+            std::string back(track_unit_size(track), '\0');
+            if (make(track_read(track, place.second, back.data()))) {
+                EXPECT_TRUE(back == bytesOf(place.first, place.second)) << place.first << ", " << place.second;
+            }
+        }
+    }
+    // A checkpoint says what closing could not.
+    void close() {
+        checkpoint();
+        clip_close(clip);
+        clip = 0;
+    }
+
+    // The disk works again. Everything that was promised is there, and everything acknowledged if no call has failed.
+    void expectKept() {
+        if (clip == 0 && creation != 0 && acknowledged.empty()) {
+            EXPECT_OK(create_finish(creation, &clip)) << "creating can be repeated";
+        }
+        clip_close(std::exchange(clip, 0));
+        auto const& kept = messages == 0 ? acknowledged : promised;
+        if (kept.empty()) return;
+        ASSERT_OK(clip_open(name.c_str(), &clip));
+        ASSERT_EQ(clip_track_count(clip), TRACKS);
+        for (auto const& [place, is] : kept)
+            ASSERT_LT(place.second, track_length_in_units(clip_get_track(clip, place.first))) << place.first;
+        unsigned const failed_before = std::exchange(messages, 0);
+        readAll();
+        EXPECT_EQ(messages, 0u) << "all that is there can be read";
+        messages = failed_before;
+        clip_close(clip);
+        clip = 0;
+    }
+    // The recording goes on.
+    void expectGoingOn() {
+        if (promised.empty()) return;
+        messages = 0;
+        open();
+        for (unsigned index = 0; index < TRACKS; ++index)
+            ends[index] = track_length_in_units(clip_get_track(clip, index));
+        append(UNITS);
+        close();
+        EXPECT_EQ(messages, 0u);
+        expectKept();
+    }
+
+    unsigned creation = 0, clip = 0;
+
+  private:
+    // If a track is missing, the clip is closed.
+    void openTracks() {
+        if (!make(clip_open_tracks(clip))) clip_close(std::exchange(clip, 0));
+    }
+    static std::string bytesOf(unsigned index, unsigned unit) {
+        return patternBytes(index < AUDIO ? 8192 : 4096, unit * TRACKS + index);
+    }
+
+    std::wstring const name;
+    std::map<std::pair<unsigned, unsigned>, bool> acknowledged, promised;  // track and unit
+    unsigned ends[TRACKS] = {};
+};
+
+std::string nameOf(testing::TestParamInfo<RequestFailures> const& which) {
+    switch (which.param) {
+    case RequestFailures::one:
+        return "OneFails";
+    case RequestFailures::all_from_there_on:
+        return "AllFailFromThereOn";
+    case RequestFailures::disk_full_from_there_on:
+        return "TheDiskIsFullFromThereOn";
+    case RequestFailures::short_transfer:
+        return "OneIsShort";
+    }
+    return {};
+}
+
+class FaultWalk : public testing::TestWithParam<RequestFailures> {
+  protected:
+    void SetUp() override { platform::useRings(false); }
+
+    // The clip of one round. A creation that failed keeps its name.
+    std::wstring clipOf(RequestWalk const& walk) const {
+        return folder.name(("clip" + std::to_string(walk.request())).c_str());
+    }
+
+    // `round` prepares, calls begin and end around what is tested, and checks.
+    template <class Round>
+    static void walk(Round&& round) {
+        RequestWalk walk(GetParam());
+        while (walk.next() && !HasFailure()) {
+            SCOPED_TRACE(testing::Message() << "request " << walk.request());
+            std::size_t const before = openHandles();
+            round(walk);
+            hemlock::UnitReadAhead::waitForTasks(60000);
+            if (walk.request() == 1) continue;  // what is kept for later is made now
+            EXPECT_EQ(openHandles(), before);
+        }
+        EXPECT_GT(walk.request(), 3u) << "the walk has to have met requests";
+        RecordProperty("requests", std::to_string(walk.request()));
+    }
+
+    ScratchPath folder{inMemory()};
+};
+
+TEST_P(FaultWalk, CreatingAndRecordingTracksInTurn) {
+    walk([&](RequestWalk& failing) {
+        auto const name = clipOf(failing);
+        Recording recording(name);
+        failing.begin();
+        recording.create();
+        recording.append(UNITS);
+        recording.checkpoint();
+        recording.append(UNITS);
+        recording.readAll();
+        recording.close();
+        bool const struck = failing.end();
+        if (GetParam() == RequestFailures::short_transfer || !struck) {
+            EXPECT_EQ(recording.messages, 0u);
+        }
+        recording.expectKept();
+        recording.expectGoingOn();
+        std::filesystem::remove(name);
+    });
+}
+
+TEST_P(FaultWalk, AppendingToAClip) {
+    walk([&](RequestWalk& failing) {
+        auto const name = clipOf(failing);
+        Recording recording(name);
+        recording.create();
+        recording.append(UNITS);
+        recording.close();
+        failing.begin();
+        recording.open();
+        recording.readAll();
+        recording.append(UNITS);
+        recording.checkpoint();
+        recording.append(UNITS);
+        recording.close();
+        bool const struck = failing.end();
+        if (GetParam() == RequestFailures::short_transfer || !struck) {
+            EXPECT_EQ(recording.messages, 0u);
+        }
+        recording.expectKept();
+        recording.expectGoingOn();
+        std::filesystem::remove(name);
+    });
+}
+
+// Sound of `units` units in the two subchannels of a track.
+std::vector<std::int32_t> soundOf(unsigned units, unsigned subchannel) {
+    std::vector<std::int32_t> samples(std::size_t{units} * SAMPLES);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<std::int32_t>((i + 1) * 100003 + subchannel * 77);
+    return samples;
+}
+
+// The first 100 samples of a recording are faded in.
+constexpr std::size_t FADE = 100;
+
+void expectSound(std::vector<std::int32_t> const& read, unsigned subchannel, std::size_t count) {
+    auto const written = soundOf(8, subchannel);
+    if (count <= FADE) return;
+    EXPECT_TRUE(
+        std::equal(read.begin() + FADE, read.begin() + static_cast<std::ptrdiff_t>(count), written.begin() + FADE))
+        << "subchannel " << subchannel;
+}
+
+// Reads the first track in portions that are no units; gives how many samples of each subchannel were read without a
+// message.
+std::size_t readSound(Calls& calls, unsigned clip) {
+    constexpr unsigned PORTION = 700;
+    unsigned reader = 0;
+    std::size_t const recorded = std::size_t{track_length_in_units(clip_get_track(clip, 0))} * SAMPLES;
+    if (!calls.make(seqread_begin(clip_get_track(clip, 0), &reader))) return 0;
+    std::vector<std::int32_t> left, right;
+    std::size_t read = 0;
+    for (int call = 0; call < 10 && read < std::size_t{8} * SAMPLES - PORTION; ++call) {
+        left.resize(read + PORTION);
+        right.resize(read + PORTION);
+        std::int32_t* const buffers[] = {left.data() + read, right.data() + read};
+        if (!calls.make(seqread_read(reader, buffers, PORTION))) break;
+        read += PORTION;
+    }
+    seqread_finish(reader);
+    expectSound(left, 0, std::min(read, recorded));
+    expectSound(right, 1, std::min(read, recorded));
+    return read;
+}
+
+TEST_P(FaultWalk, WritingAndReadingSound) {
+    auto const left = soundOf(8, 0), right = soundOf(8, 1);
+    walk([&](RequestWalk& failing) {
+        auto const name = clipOf(failing);
+        Recording recording(name);
+        recording.create();
+        ASSERT_EQ(recording.messages, 0u);
+        failing.begin();
+        unsigned writer = 0;
+        bool finished = false;
+        if (recording.make(seqwrite_begin(clip_get_track(recording.clip, 0), &writer))) {
+            for (std::size_t at = 0; at < left.size(); at += 1280) {  // six portions of eight units
+                std::int32_t const* const buffers[] = {left.data() + at, right.data() + at};
+                // After a message everything is taken in, and a later call writes it.
+                recording.make(seqwrite_write(writer, buffers, 1280));
+            }
+            finished = recording.make(seqwrite_finish(writer));
+        }
+        finished = recording.make(clip_checkpoint(recording.clip)) && finished;
+        readSound(recording, recording.clip);
+        failing.end();
+        if (GetParam() == RequestFailures::short_transfer) {
+            EXPECT_EQ(recording.messages, 0u);
+        }
+        // A single fault is made good by the next call, unless it hits the last unit.
+        recording.messages = 0;
+        clip_close(std::exchange(recording.clip, 0));
+        unsigned clip = 0;
+        ASSERT_OK(clip_open(name.c_str(), &clip));
+        if (finished) {
+            EXPECT_EQ(track_length_in_units(clip_get_track(clip, 0)), 8u);
+            EXPECT_EQ(readSound(recording, clip), 7000u);
+            EXPECT_EQ(recording.messages, 0u);
+        }
+        clip_close(clip);
+    });
+}
+
+// One track in each container, recognised by its unit size.
+struct Foreign {
+    char const* type;
+    unsigned unit_size;
+};
+constexpr Foreign FOREIGN[] = {{"auk2", 8192}, {"auk4", 16384}, {"auk", 32768}, {"auk14", 57344}, {"auk16", 65536}};
+constexpr unsigned FOREIGN_UNITS = 2;
+
+std::string bytesOf(MemoryFile& file) {
+    auto const bytes = file.bytes(0, file.realSize());
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+std::string dataOf(unsigned index) {
+    return patternBytes(std::size_t{FOREIGN_UNITS} * FOREIGN[index].unit_size, index);
+}
+
+std::string growImage(std::string const& data) {
+    auto const file = std::make_shared<MemoryFile>("grow");
+    file->resize(4096);
+    putText(*file, 0, "KLVNGROW");
+    putBigEndian(*file, 8, data.size());
+    file->put(4096, data.data(), data.size());
+    return bytesOf(*file);
+}
+std::string sparse1Image(std::string const& data) {
+    auto const file = std::make_shared<MemoryFile>("sparse1");
+    putText(*file, 0, "KLVNPRSE");
+    putBigEndian(*file, 16, 1 << 20);
+    putBigEndian(*file, 32, data.size() / 512);
+    file->put(16384, data.data(), data.size());
+    return bytesOf(*file);
+}
+std::string sparse2Image(std::string const& data) {
+    auto const file = std::make_shared<MemoryFile>("sparse2");
+    constexpr std::uint64_t BLOCK = 65536;
+    putText(*file, 0, "KLVNPRS2");
+    putBigEndian(*file, 8, 1 << 20);
+    putBigEndian(*file, 32, BLOCK / 512);
+    putText(*file, BLOCK, "KLVNPRS3");
+    putBigEndian(*file, BLOCK + 24, data.size() / 512);
+    file->put(2 * BLOCK, data.data(), data.size());
+    return bytesOf(*file);
+}
+
+// A clip whose tracks have a container each, one after the other in the file, and the last one a file of its own.
+void writeForeignClip(ScratchPath const& folder) {
+    std::string const images[] = {dataOf(0), growImage(dataOf(1)), sparse1Image(dataOf(2)), sparse2Image(dataOf(3))};
+    char const* const containers[] = {"", "Grow", "Sparse", "Sparse2"};
+    std::string tracks, data;
+    for (unsigned index = 0; index < std::size(images); ++index) {
+        std::string const range = rangeOfThisFile(data.size(), images[index].size());
+        std::string const container = containers[index];
+        tracks +=
+            trackMeta(FOREIGN[index].type, container.empty() ? range : element("VFile", element(container, range)));
+        data += images[index];
+    }
+    tracks += trackMeta(FOREIGN[4].type, element("VFile", element("FileName", "other")));
+    writeFile(folder.name("clip"), headerArea(clipHeaderText("1080i 50Hz", tracks)) + data);
+    writeFile(folder.name("other"), dataOf(4));
+}
+
+void readForeign(Calls& calls, std::wstring const& name, bool may_lack_a_map_block) {
+    unsigned clip = 0;
+    if (!calls.make(clip_open(name.c_str(), &clip))) return;
+    bool const all_open = calls.make(clip_open_tracks(clip));
+    for (unsigned index = 0; index < std::size(FOREIGN) && all_open; ++index) {
+        unsigned const track = clip_get_track(clip, index);
+        unsigned const size = FOREIGN[index].unit_size;
+        ASSERT_EQ(track_unit_size(track), size);
+        std::string back(size, '\0');
+        for (unsigned unit = 0; unit < FOREIGN_UNITS; ++unit) {
+            if (!calls.make(track_read(track, unit, back.data()))) continue;
+            // Behind a map block that could not be read, a sparse file reads as zeros.
+            if (index == 3 && may_lack_a_map_block && back == std::string(size, '\0')) continue;
+            EXPECT_TRUE(back == dataOf(index).substr(std::size_t{unit} * size, size)) << index << ", " << unit;
+        }
+    }
+    clip_close(clip);
+}
+
+TEST_P(FaultWalk, ReadingAForeignClipInEveryContainer) {
+    if (GetParam() == RequestFailures::disk_full_from_there_on) return;  // reading needs no room
+    writeForeignClip(folder);
+    auto const name = folder.name("clip");
+    walk([&](RequestWalk& failing) {
+        Calls calls;
+        failing.begin();
+        readForeign(calls, name, GetParam() != RequestFailures::short_transfer);
+        bool const struck = failing.end();
+        if (GetParam() == RequestFailures::short_transfer || !struck) {
+            EXPECT_EQ(calls.messages, 0u);
+        }
+        Calls again;
+        readForeign(again, name, false);
+        EXPECT_EQ(again.messages, 0u) << "a fault leaves nothing behind";
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, FaultWalk,
+                         testing::Values(RequestFailures::one, RequestFailures::all_from_there_on,
+                                         RequestFailures::disk_full_from_there_on, RequestFailures::short_transfer),
+                         nameOf);
+
+}  // namespace
+}  // namespace KelvonClip
