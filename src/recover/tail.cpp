@@ -140,7 +140,7 @@ void Tail::loadChain(std::uint32_t track, std::uint64_t unit, LogWalk const& wal
     if (!extent || extent->start > position) return;
     std::uint64_t const offset = position - extent->start;
     if (extent->length - offset < size) return;
-    Slot slot{.host = extent->host + offset, .unit = unit, .track = track};
+    Slot slot{.host = extent->host + offset, .unit = unit, .track = track, .mapped = true};
     noteMarks(slot, unitAt(slot.host, size));
 }
 
@@ -371,6 +371,8 @@ void Tail::noteMarks(Slot& slot, UnitBytes bytes) {
     state.chain_unit = slot.unit;
     if (track.format.category == TrackCategory::audio)
         state.audio = inspect::readAudioUnit(track.format, options.frequency, bytes);
+    state.anchored = slot.mapped || slot.chained ? state.anchored || slot.mapped : state.audio.startsRecording();
+    slot.anchored = state.anchored;
     if (track.format.category == TrackCategory::timecode) {
         auto const count = inspect::timecodeOf(options.frequency, bytes);
         state.next_timecode =
@@ -504,7 +506,7 @@ void Tail::judge() {
         proven_end = 0;
         for (Slot const& slot : found) {
             bool const audio = tracks[slot.track].format.category == TrackCategory::audio;
-            if (slot.mapped || (audio && slot.recognised && slot.chained))
+            if (slot.mapped || (audio && slot.recognised && slot.chained && slot.anchored))
                 proven_end = std::max(proven_end, slot.host + tracks[slot.track].unitSize());
         }
     }

@@ -43,6 +43,7 @@ struct Slot {
     bool recognised = false;
     bool proven_place = true;     // track and number are proven
     bool chained = false;         // its marks continue those of the unit before it
+    bool anchored = false;        // so do all before it, back to the map or to the beginning of a recording
     bool plausible = false;       // its marks alone make it a unit of its track
     bool whole = false;           // nothing of it can be missing, whatever was there before
     bool whole_on_zeros = false;  // nothing of it can be missing if zeros were there before
@@ -81,6 +82,7 @@ class Tail {
     struct TrackState {
         std::uint64_t next_unit = 0, mapped_end = 0;
         bool in_order = true;                     // the records show no other order than the rising one
+        bool anchored = false;                    // the marks go back to the map or to the beginning of a recording
         bool number_known = true;                 // nothing is missing whose number is not known
         std::optional<std::uint64_t> chain_unit;  // the unit whose marks are in `audio` or `timecode`
         inspect::AudioUnit audio;

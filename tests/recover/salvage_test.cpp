@@ -237,6 +237,23 @@ TEST(Salvage, WhatAnOlderRecordingLeftBehindTheEndIsNeverCertain) {
     }
 }
 
+// Sound that goes on from nothing that this clip has, and does not begin a recording, proves nothing.
+TEST(Salvage, SoundOfAnOlderRecordingProvesNothing) {
+    Recording older(nullptr, 1);
+    for (std::uint32_t unit = 0; unit < 30; ++unit) {
+        older.append(V);
+        older.append(A, unit, hemlockUnit(SUBCHANNELS, 9000, unit + 7, false));
+        older.append(T);
+    }
+    std::uint64_t const end = older.logEnd();
+    Recording image(older.file());
+    image.append(V);
+    image.file()->put(end + 2 * AVC, essenceBytes(5000, 1).data(), 5000);
+    SalvageReport const report = examined(image);
+    for (std::size_t track : {V, A, T})
+        EXPECT_EQ(report.tracks[track].certain, 0u) << track;
+}
+
 TEST(Salvage, WithoutSoundNothingIsCertainInAFileThatHeldMore) {
     RecordingImage image({{"avci50-1080i", AVC}, {"tc2", TIME}});
     for (std::uint32_t unit = 0; unit < 6; ++unit) {

@@ -195,6 +195,8 @@ TEST(SalvageKill, BringsBackWhatWasAcknowledgedAndNothingWrong) {
             in_place ? recover::salvageInPlace(KString(name)) : recover::salvageToCopy(KString(name), KString(copy));
         ASSERT_EQ(report.error.toUtf8(), "");
         auto const found = unitsOf(in_place ? name : copy);
+        // Without any sound of its own a recording cannot be told from the older one (docs/recovery.md).
+        if (over_older && done->units[SOUND] == 0) continue;
         for (std::size_t track = 0; track < TRACKS; ++track) {
             unsigned int const units = done->units[track];
             EXPECT_EQ(found[track].wrong, 0U) << "track " << track;
