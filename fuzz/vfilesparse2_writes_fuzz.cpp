@@ -59,8 +59,10 @@ class Written {
         promised = model;
     }
     void reopen() {
+        // A record that was only reserved stays, even where the host ends before it. Nobody reads it in a clip.
+        std::uint64_t const reserved = host->length();
         file.reset();
-        host->resize(host->length());  // a host file makes a reservation real when it is closed
+        host->resize(std::max(reserved, host->realSize()));
         file = VFileSparse2::open(host, false).file;
         require(file != nullptr, "what was closed opens");
         promised = model;
