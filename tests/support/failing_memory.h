@@ -55,6 +55,7 @@ class Memory {
         if (!allows() || bytes > static_cast<std::size_t>(-1) - slack) return nullptr;
         void* const whole = std::malloc(bytes + slack);
         if (whole == nullptr) return nullptr;
+        count(bytes);
         auto const begin = (reinterpret_cast<std::uintptr_t>(whole) + slack) / alignment * alignment;
         reinterpret_cast<void**>(begin)[-1] = whole;
         ++live;
@@ -65,6 +66,9 @@ class Memory {
         --live;
         std::free(static_cast<void**>(memory)[-1]);
     }
+    // All bytes that were ever allocated, freed or not.
+    static std::uint64_t bytesAllocated() { return bytes_allocated; }
+    static void count(std::size_t bytes) { bytes_allocated += bytes; }
     // The number of allocations that were not freed.
     static std::int64_t allocated() { return live; }
 
@@ -85,6 +89,7 @@ class Memory {
     static inline std::atomic<Failures> failures{Failures::one};
     static inline std::atomic<bool> struck{false};
     static inline std::atomic<std::int64_t> live{0};
+    static inline std::atomic<std::uint64_t> bytes_allocated{0};
 };
 
 class AllocationWalk {

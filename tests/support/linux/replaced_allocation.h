@@ -11,7 +11,10 @@
 
 extern "C" void* __real_mmap64(void* address, std::size_t bytes, int protection, int flags, int file, off_t offset);
 extern "C" void* __wrap_mmap64(void* address, std::size_t bytes, int protection, int flags, int file, off_t offset) {
-    if (KelvonClip::test::Memory::allows()) return __real_mmap64(address, bytes, protection, flags, file, offset);
+    if (KelvonClip::test::Memory::allows()) {
+        KelvonClip::test::Memory::count(bytes);
+        return __real_mmap64(address, bytes, protection, flags, file, offset);
+    }
     errno = ENOMEM;
     return MAP_FAILED;
 }
