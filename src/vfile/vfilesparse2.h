@@ -14,6 +14,7 @@
 // while it copies the current block, and a refresh while it takes in a block that it has read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 

@@ -1,5 +1,6 @@
 // A small file system fills up while several tracks are recorded. The write that finds no room says so, everything that
 // was acknowledged is there after reopening, and recording goes on when there is room again.
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
