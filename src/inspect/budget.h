@@ -8,11 +8,11 @@
 namespace KelvonClip::inspect {
 
 struct Limits {
-    std::uint64_t map_blocks = 4 * 8188;    // read in all sparse files together
-    std::uint64_t map_bytes = 512u << 20;   // memory for all maps together
-    std::uint64_t bytes_read = UINT64_MAX;  // of units
-    std::size_t findings = 1000;            // kept in the list
-    std::uint64_t slots = 4u << 20;         // units of one salvage
+    std::uint64_t map_blocks = std::uint64_t{4} * 8188;  // read in all sparse files together
+    std::uint64_t map_bytes = 512u << 20;                // memory for all maps together
+    std::uint64_t bytes_read = UINT64_MAX;               // of units
+    std::size_t findings = 1000;                         // kept in the list
+    std::uint64_t slots = 4u << 20;                      // units of one salvage
 };
 
 // Threads: one user at a time.

@@ -223,7 +223,7 @@ class LayerBuilder {
     std::shared_ptr<Layer const> keepSparse(Layer wanted) {
         budget.keepMap(wanted.map.memoryBytes());
         auto layer = std::make_shared<Layer>(std::move(wanted));
-        std::shared_ptr<Layer const> const read = layer;
+        std::shared_ptr<Layer const> read = layer;
         layer->file = sparseView(read->below->file, read);
         layers.push_back(read);
         usable.push_back(true);

@@ -252,6 +252,7 @@ KString Salvage::raiseLengths(std::shared_ptr<VFileObject> const& sparse) {
         if (KString error = grow.file->writeSync((units - 1) * size, size, unit.data()); !error.empty()) return error;
     }
     std::vector<VFileObject*> stacks;
+    stacks.reserve(grows.size());
     for (auto const& grow : grows)
         stacks.push_back(grow.get());
     return writeBackAll(stacks, Durability::power_loss);

@@ -291,10 +291,10 @@ HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
     if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
     if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
 
-    auto [error, direct] = openDirect(path, access.open_flags, found);
-    if (!error.empty()) return {std::move(error), nullptr};
+    OpenedDirect direct = openDirect(path, access.open_flags, found);
+    if (!direct.error.empty()) return {std::move(direct.error), nullptr};
     bool const read_only = wanted == FileAccess::read_only;
-    return {{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct), read_only)};
+    return {{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct.descriptor), read_only)};
 }
 
 }  // namespace KelvonClip::platform
