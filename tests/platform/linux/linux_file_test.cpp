@@ -314,7 +314,7 @@ TEST_P(LinuxFileTest, WhatGoesPastTheProcessLimitIsRefusedAndTheProcessLives) {
         if (!limitFileSize(16 * BLOCK)) return false;
         auto const opened = HostFile::open(name(), FileAccess::create);
         Buffer const written(32 * BLOCK);
-        for (std::uint64_t const position : {8, 16, 1000}) {
+        for (std::uint64_t const position : {8u, 16u, 1000u}) {
             if (write(*opened.file, position * BLOCK, 16 * BLOCK, written.memory).has_value()) return false;
             if (opened.file->resize((position + 16) * BLOCK)) return false;
         }

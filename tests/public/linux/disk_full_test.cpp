@@ -15,7 +15,6 @@
 
 #include "public/public_support.h"
 #include "support/clip_image.h"
-#include "support/host_lacks.h"
 #include "support/scratch_path.h"
 
 namespace KelvonClip {
@@ -45,9 +44,10 @@ class DiskFull : public testing::Test {
     void SetUp() override {
         bool const mounted = enterOwnMounts() && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                              ::mount("none", folder.path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=8m") == 0;
-        REQUIRE_OF_HOST(mounted, "mounts");
+        // Not a failure: containers and changed roots commonly refuse mounts.
+        if (!mounted) GTEST_SKIP() << "this host lacks mounts";
     }
-    void TearDown() override { ::umount2(folder.path.c_str(), MNT_DETACH); }
+    void TearDown() override { (void)::umount2(folder.path.c_str(), MNT_DETACH); }
 
     // Appends to the tracks in turn, until a write fails or `most` units of each track are there. Gives the message.
     std::string append(unsigned int clip, unsigned int most) {
