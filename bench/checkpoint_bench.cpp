@@ -1,6 +1,7 @@
 // What checkpoints cost: five tracks are recorded as fast as the disk takes them, with a checkpoint a second and
 // without. Works in the current folder; the clip takes some gigabytes there. Compare the times:
 //     scripts/bench FOLDER --benchmark_filter=checkpoint --benchmark_enable_random_interleaving=true
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>

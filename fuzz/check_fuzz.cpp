@@ -1,6 +1,9 @@
 // The checker with damaged clips.
 #include "inspect/check.h"
 
+#include <cstddef>
+#include <cstdint>
+
 #include "patched_clip.h"
 #include "require.h"
 

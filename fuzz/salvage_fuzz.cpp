@@ -1,6 +1,10 @@
 // The salvage of damaged recordings, into a copy and in place.
 #include "recover/salvage.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
 #include "inspect/check.h"
 #include "patched_clip.h"
 #include "require.h"

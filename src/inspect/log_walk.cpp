@@ -1,6 +1,7 @@
 #include "inspect/log_walk.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 

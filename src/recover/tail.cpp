@@ -1,7 +1,9 @@
 #include "recover/tail.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <numeric>
 #include <utility>
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <string>
 #include <utility>
 
 #include "foundation/kassert.h"

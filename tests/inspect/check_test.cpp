@@ -1,9 +1,17 @@
 // Good clips, and clips in which one thing is damaged: each damage gives its finding, at its place, and nothing else.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "inspect/check.h"
 #include "support/recording_image.h"

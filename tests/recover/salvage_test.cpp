@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clip/clip_header.h"
@@ -218,7 +221,7 @@ TEST(Salvage, TracksThatTakeTurnsInAnyOrderComeBack) {
 
 TEST(Salvage, WhatAnOlderRecordingLeftBehindTheEndIsNeverCertain) {
     for (int rounds : {0, 1, 7, 30}) {
-        for (std::size_t extra : {0, 1, 2}) {
+        for (std::size_t extra : {0u, 1u, 2u}) {
             Recording older(nullptr, 1);
             older.rounds(40);
             Recording image(older.file());
@@ -320,7 +323,7 @@ TEST(Salvage, ItFollowsTheMapBlocksInTheLog) {
             image.rounds(count);
             SalvageReport const report = examined(image);
             EXPECT_EQ(report.error, KString());
-            for (std::size_t track : {0, 1}) {
+            for (std::size_t track : {0u, 1u}) {
                 EXPECT_EQ(report.tracks[track].certain, count) << track;
                 EXPECT_EQ(report.tracks[track].length_after, count) << track;
             }
@@ -356,7 +359,7 @@ TEST(Salvage, TracksOfOneFormatAreToldApartOnlyByAnOrderThatIsKnown) {
         if (order_on_the_map) {
             image.saveMap();
             image.freeze();
-            for (std::size_t track : {0, 1, 2})
+            for (std::size_t track : {0u, 1u, 2u})
                 image.setLength(track, 8);
         }
         for (std::uint32_t unit = 8; unit < 12; ++unit)
