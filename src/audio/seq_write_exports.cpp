@@ -54,10 +54,10 @@ void finishWritersAtEnd() {
 
 // One generator for all writers, so that different recordings of one process have different block words. KEEP: seeded
 // when the library is loaded.
-KProtect<std::mt19937>& generator = neverDestroyed<KProtect<std::mt19937>>(
-    std::mt19937(static_cast<std::mt19937::result_type>(platform::secondsSince1970())));
+auto const seed = static_cast<std::mt19937::result_type>(platform::secondsSince1970());
 
 std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
+    static auto& generator = neverDestroyed<KProtect<std::mt19937>>(std::mt19937(seed));
     std::vector<std::uint32_t> words(count);
     auto item = generator.hold();
     for (auto& word : words)
