@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "support/buffer.h"
-#include "support/disk_image.h"
 #include "support/scratch.h"
 #include "vfile/vfilefile.h"
 #include "vfile/vfilelimit.h"
@@ -29,10 +28,10 @@ class MapBudget : public testing::Test {
         ASSERT_NE(disk, nullptr);
         ASSERT_EQ(VFileSparse2::create(disk, GIB), KString());
         auto const sparse = VFileSparse2::open(disk, false).file;
-        auto const sector = test::pattern(0, 512);
+        test::Buffer const sector(test::BLOCK, 1);
         for (std::uint64_t record = 0; record < 10 * 4095; ++record)
             sparse->allocate(record * 1024, 512);
-        ASSERT_EQ(sparse->writeSync(10 * 4095 * 1024, 512, sector.data()), KString());
+        ASSERT_EQ(sparse->writeSync(10 * 4095 * 1024, 512, sector.memory), KString());
     }
     // Sections of different lengths are different hosts.
     Opened<VFileSparse2> openOn(std::uint64_t section) {
