@@ -31,8 +31,9 @@ class HemlockWriter {
 
     // Appends n samples to every subchannel, from buffers[i] or silence if that is null, and writes all complete units.
     // If a unit cannot be written, its message is returned after all samples have been appended, and a later call tries
-    // that unit again. "Out of memory" if the samples cannot be stored. "Too many samples wait to be written", without
-    // taking any, if they would be more than MAX_WAITING while a unit cannot be written.
+    // that unit again. "Out of memory" if the samples cannot be stored. "Too many samples wait to be written" if they
+    // would be more than MAX_WAITING while a unit cannot be written: then none are taken, except by a call during which
+    // the first unit fails, which has taken those up to that unit.
     KString write(std::int32_t const* const* buffers, std::uint32_t n);
 
     // Writes the remaining samples, and pads the last unit with silence. Stops at the first error.
