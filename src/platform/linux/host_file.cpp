@@ -257,44 +257,59 @@ std::u16string takeLock(int descriptor, AccessFlags const& access) {
     }
 }
 
-bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+// What file systems without direct transfers answer to O_DIRECT.
+bool lacksDirectTransfers(int error) { return error == EINVAL || error == EOPNOTSUPP; }
 
 struct OpenedDirect {
     std::u16string error;
     Descriptor descriptor;
+    bool replaced = false;  // the path now names another file, or none
 };
 
 // Opens a second, direct descriptor for the open file `file`. Invalid without an error if the file system does not
-// support direct transfers, or if the path now names another file. A passing shortage is an error: the file would be
-// slow for as long as it is open.
+// support direct transfers. Everything else is an error: the file would be slow for as long as it is open.
 OpenedDirect openDirect(std::string const& path, int open_flags, struct stat const& file) {
     Descriptor direct = openDescriptor(path, (open_flags & ~O_CREAT) | O_DIRECT);
-    if (!direct.valid()) return {isShortage(errno) ? hostErrorText(errno) : std::u16string(), Descriptor()};
+    if (!direct.valid() && lacksDirectTransfers(errno)) return {{}, Descriptor()};
     struct stat found;
-    bool const same = ::fstat(direct.get(), &found) == 0 && found.st_dev == file.st_dev && found.st_ino == file.st_ino;
-    return {{}, same ? std::move(direct) : Descriptor()};
+    if (!direct.valid() || ::fstat(direct.get(), &found) != 0)
+        return {hostErrorText(errno), Descriptor(), errno == ENOENT};
+    if (found.st_dev != file.st_dev || found.st_ino != file.st_ino) return {hostErrorText(ESTALE), Descriptor(), true};
+    return {{}, std::move(direct)};
+}
+
+struct OpenedBoth {
+    HostFile::Opened result;
+    bool replaced = false;  // between the two opens
+};
+
+OpenedBoth openBoth(std::string const& path, AccessFlags const& access, bool read_only) {
+    // Check the kind of file before opening it: opening a pipe or a device may block or have side effects.
+    struct stat found;
+    if (::stat(path.c_str(), &found) == 0) {
+        if (std::u16string error = notRegularFileError(found); !error.empty()) return {{std::move(error), nullptr}};
+    }
+    Descriptor buffered = openDescriptor(path, access.open_flags);
+    if (!buffered.valid() || ::fstat(buffered.get(), &found) != 0) return {{hostErrorText(errno), nullptr}};
+    if (std::u16string error = notRegularFileError(found); !error.empty()) return {{std::move(error), nullptr}};
+    if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {{std::move(error), nullptr}};
+
+    OpenedDirect direct = openDirect(path, access.open_flags, found);
+    if (!direct.error.empty()) return {{std::move(direct.error), nullptr}, direct.replaced};
+    return {{{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct.descriptor), read_only)}};
 }
 
 }  // namespace
 
+// Programs that save a file under another name and then rename it may do so between the two opens.
 HostFile::Opened HostFile::open(std::u16string const& name, FileAccess wanted) {
+    constexpr int TRIES = 10;
     AccessFlags const& access = ACCESS.at(static_cast<std::size_t>(wanted));
     std::string const path = hostFileName(name);
-
-    // Check the kind of file before opening it: opening a pipe or a device may block or have side effects.
-    struct stat found;
-    if (::stat(path.c_str(), &found) == 0) {
-        if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
+    for (int tries = 1;; ++tries) {
+        OpenedBoth opened = openBoth(path, access, wanted == FileAccess::read_only);
+        if (!opened.replaced || tries == TRIES) return std::move(opened.result);
     }
-    Descriptor buffered = openDescriptor(path, access.open_flags);
-    if (!buffered.valid() || ::fstat(buffered.get(), &found) != 0) return {hostErrorText(errno), nullptr};
-    if (std::u16string error = notRegularFileError(found); !error.empty()) return {std::move(error), nullptr};
-    if (std::u16string error = takeLock(buffered.get(), access); !error.empty()) return {std::move(error), nullptr};
-
-    OpenedDirect direct = openDirect(path, access.open_flags, found);
-    if (!direct.error.empty()) return {std::move(direct.error), nullptr};
-    bool const read_only = wanted == FileAccess::read_only;
-    return {{}, std::make_unique<LinuxFile>(path, std::move(buffered), std::move(direct.descriptor), read_only)};
 }
 
 }  // namespace KelvonClip::platform

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -23,6 +25,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -338,6 +341,71 @@ TEST_P(LinuxFileTest, OpeningFailsWhenThereIsNoDescriptorForDirectTransfers) {
                    ::dup(0) == next;  // nothing is left open
         }));
     }
+}
+
+// The flags with which a file is opened for direct transfers.
+int directFlags(FileAccess access) {
+    return (access == FileAccess::read_only ? O_RDONLY : O_RDWR) | O_DIRECT | O_CLOEXEC | O_NOCTTY;
+}
+
+TEST_P(LinuxFileTest, AFileSystemWithoutDirectTransfersIsServedBuffered) {
+    test::makeFile(path(), BLOCK);
+    for (int error : {EINVAL, EOPNOTSUPP}) {
+        for (FileAccess access : {FileAccess::read_only, FileAccess::read_write, FileAccess::create}) {
+            EXPECT_TRUE(inChild([&] {
+                test::ArgumentIs const flags{2, static_cast<std::uint32_t>(directFlags(access))};
+                if (!test::forbid(SYS_openat, error, flags)) return false;
+                auto const opened = HostFile::open(name(), access);
+                Buffer got(BLOCK, 4);
+                return opened.file != nullptr && flagsOfDescriptorsFor(path()).size() == 1 &&
+                       read(*opened.file, 0, BLOCK, got.memory) == moved(BLOCK) && got == Buffer(BLOCK);
+            })) << error;
+        }
+    }
+}
+
+TEST_P(LinuxFileTest, AnyOtherErrorOfTheDirectOpenIsTheErrorOfOpening) {
+    test::makeFile(path(), BLOCK);
+    for (int error : {EACCES, EPERM, EIO, EMFILE, ENFILE, ENOMEM, ENOENT, ETXTBSY}) {
+        for (FileAccess access : {FileAccess::read_only, FileAccess::read_write, FileAccess::create}) {
+            EXPECT_TRUE(inChild([&] {
+                test::ArgumentIs const flags{2, static_cast<std::uint32_t>(directFlags(access))};
+                if (!test::forbid(SYS_openat, error, flags)) return false;
+                auto const opened = HostFile::open(name(), access);
+                return opened.file == nullptr && toText(opened.error) == std::strerror(error) &&
+                       flagsOfDescriptorsFor(path()).empty();
+            })) << error;
+        }
+    }
+}
+
+// Both descriptors are those of one file, whichever of them it is.
+TEST_P(LinuxFileTest, AFileThatIsReplacedWhileItIsOpenedIsOpened) {
+    auto const replace = [this](unsigned n) {
+        std::ofstream(path("new"), std::ios::binary) << std::string(BLOCK, static_cast<char>(n));
+        std::filesystem::rename(path("new"), path());
+    };
+    replace(0);
+    std::size_t const descriptors = flagsWhileOpen().size();
+    std::atomic<bool> enough{false};
+    std::thread replacing([&] {
+        for (unsigned n = 1; !enough; ++n) {
+            replace(n);
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+    });
+    for (int n = 0; n < 100; ++n) {
+        auto const opened = HostFile::open(name(), FileAccess::read_only);
+        EXPECT_NE(opened.file, nullptr) << toText(opened.error);
+        if (opened.file == nullptr) continue;
+        Buffer direct(BLOCK, 1), buffered(BLOCK + 1, 1);
+        EXPECT_EQ(read(*opened.file, 0, BLOCK, direct.memory), moved(BLOCK));
+        EXPECT_EQ(read(*opened.file, 0, BLOCK, buffered.memory + 1), moved(BLOCK));
+        EXPECT_EQ(std::memcmp(direct.memory, buffered.memory + 1, BLOCK), 0);
+    }
+    enough = true;
+    replacing.join();
+    EXPECT_EQ(flagsWhileOpen().size(), descriptors);
 }
 
 TEST_P(LinuxFileTest, ConflictOfLocksSaysWhoIsInTheWay) {
