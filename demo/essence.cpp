@@ -138,4 +138,12 @@ void writeFile(std::filesystem::path const& file, std::vector<Bytes> const& part
     require(!out.fail(), "cannot write " + file.string());
 }
 
+std::wstring wideName(std::filesystem::path const& file) {
+    if constexpr (sizeof(wchar_t) == sizeof(char32_t)) {
+        auto const name = file.u32string();
+        return {name.begin(), name.end()};
+    } else
+        return file.wstring();
+}
+
 }  // namespace demo

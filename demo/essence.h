@@ -45,4 +45,8 @@ Bytes frameTimecodeUnit(std::uint32_t count_in_fields, std::size_t unit_bytes);
 
 void writeFile(std::filesystem::path const& file, std::vector<Bytes> const& parts);
 
+// The name as the library takes it. path::wstring() would fail at letters beyond ASCII on Linux, unless the program had
+// set a locale.
+std::wstring wideName(std::filesystem::path const& file);
+
 }  // namespace demo

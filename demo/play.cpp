@@ -113,7 +113,7 @@ void checkClipTimecode(ClipPlan const& clip, unsigned open) {
 Tally play(ClipPlan const& clip, std::filesystem::path const& essence, std::filesystem::path const& clips,
            std::filesystem::path const& extracted) {
     Tally tally;
-    std::wstring const file = (clips / (std::string(clip.name) + ".clip")).wstring();
+    std::wstring const file = wideName(clips / (std::string(clip.name) + ".clip"));
     unsigned open = 0;
     require(tally.timed([&] { return clip_open(file.c_str(), &open); }), "clip_open");
     require(clip_get_video_standard(open) == toVideoStandard(clip.standard), "the video standard differs");

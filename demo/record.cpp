@@ -80,7 +80,7 @@ struct Source {
 
 Tally record(ClipPlan const& clip, std::filesystem::path const& essence, std::filesystem::path const& clips) {
     Tally tally;
-    std::wstring const file = (clips / (std::string(clip.name) + ".clip")).wstring();
+    std::wstring const file = wideName(clips / (std::string(clip.name) + ".clip"));
     VideoStandard const standard = toVideoStandard(clip.standard);
 
     unsigned creation = 0, open = 0;
