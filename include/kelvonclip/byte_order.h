@@ -15,13 +15,15 @@
 /// Threads: pure functions. They are inline, and the library also exports them under the same names.
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <type_traits>
 
 #include <kelvonclip/export.h>
 
-static_assert(std::endian::native == std::endian::little, "the byte-order helpers are written for such a host");
+// Compilers that don't tell have little-endian targets only.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "the byte-order helpers are written for little-endian hosts"
+#endif
 
 /// What fromBE and toBE are made of; not exported.
 namespace KelvonClip::byte_order {

@@ -39,9 +39,17 @@ KELVONCLIP_API wchar_t const* clip_open_rw(wchar_t const* file_name, unsigned in
 
 /// Undoes one opening of a clip. The last call invalidates the handles of the clip and its tracks, and flushes
 /// everything written to the disk, where it survives a power failure. The clip header is not changed. An unknown handle
-/// is ignored. Errors are not reported; clip_checkpoint before it reports them.
+/// is ignored. Errors are not reported; clip_close_checked reports them.
 /// Unloading the library, and the end of the process, close clips that are still open.
 KELVONCLIP_API void clip_close(unsigned int clip);
+
+/// Like clip_close, and answers: null means that everything that was written to the clip survives a power failure.
+/// @param clip  the clip's handle; the opening is undone even if there is a message
+/// @return null on success, and when the clip stays open because it was opened more often; "invalid clip handle", or
+///     the message of what could not be written back or flushed. It is lost then, unless the message is
+///     "Out of memory": what is left is written when there is memory again (kelvonclip.h)
+/// Threads: any. In a forked child the parent's clips stay open: "Write failed".
+KELVONCLIP_API wchar_t const* clip_close_checked(unsigned int clip);
 
 /// Flushes everything that was written to the clip's tracks before the call, while recording continues. Afterwards it
 /// survives a killed process, a system crash and a power failure. Data, map and lengths are written in this order, so
@@ -164,7 +172,7 @@ KELVONCLIP_API unsigned int clip_track_count(unsigned int clip);
 KELVONCLIP_API unsigned int clip_get_track(unsigned int clip, unsigned int index);
 
 /// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The
-/// name stays taken, in this process, until create_finish succeeds.
+/// name stays taken, in this process, until create_finish succeeds or create_cancel gives up.
 /// @param file_name  path of the clip file, as for clip_open; null counts as empty
 /// @param standard   the picture format of all its tracks
 /// @param creation   receives the create handle
@@ -189,8 +197,8 @@ KELVONCLIP_API wchar_t const* cfg_track_count_audio(unsigned int creation, unsig
 /// @return null, "Bad Handle" (unknown create handle), "Track count can only be set once"
 KELVONCLIP_API wchar_t const* cfg_track_timecode(unsigned int creation);
 
-/// Sets the format of the video and key tracks to AVC-Intra 100. Which standards have it: docs/standards.md, "AVC-Intra
-/// and XAVC"; create_finish says "Internal error" at the others.
+/// Sets the format of the video and key tracks to AVC-Intra 100. format_video_creatable tells which standards have it;
+/// create_finish says "Internal error" at the others.
 /// @return null, "Bad Handle" (unknown create handle), "Video can only be configured once"
 KELVONCLIP_API wchar_t const* cfg_video_avci(unsigned int creation);
 
@@ -242,16 +250,23 @@ KELVONCLIP_API wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int 
 /// existing file of that name is overwritten from its start, not truncated. Until the new clip is closed no other
 /// process can open the file (on Windows; on Linux, with this library).
 /// @param creation  the create handle; ends when the call succeeds. After a failure it stays valid, so that the caller
-///                  may correct the description and try again
+///                  may correct the description and try again, or end it with create_cancel
 /// @param clip      receives the handle of the open clip
 /// @return null, or the first that applies: "Bad Handle" (unknown create handle),
 ///         "Video tracks added but video not configured", "Key tracks added but video not configured",
 ///         "Audio tracks added but audio not configured", "Bad rate calculation",
 ///         "Can't create on top of file which is already open", "Invalid clip handle" (`clip` is null),
-///         "Internal error" (the configured format does not exist in the clip's video standard),
+///         "Internal error" (the configured format does not exist in the clip's video standard, which
+///         format_video_creatable tells beforehand; an assertion line goes to the standard error stream too),
 ///         "Error creating XML header", "Error creating header text" (more tracks than the header has room for),
 ///         "Can't create file with same filename as file which is already open", the host's text (on Linux also
 ///         "The file is in use: it can't be created while it is open elsewhere")
 KELVONCLIP_API wchar_t const* create_finish(unsigned int creation, unsigned int* clip);
+
+/// Ends a creation without a clip: its handle is unknown afterwards, and its name free again. What a create_finish that
+/// failed has left on the disk stays there. If another thread is in create_finish with the same handle, waits for it.
+/// @param creation  the create handle
+/// @return null, or "Bad Handle" (unknown create handle, also when create_finish has succeeded)
+KELVONCLIP_API wchar_t const* create_cancel(unsigned int creation);
 
 }  // namespace KelvonClip

@@ -223,6 +223,14 @@ KELVONCLIP_API std::uint32_t RoughFieldsPerSecond(VideoFrequency frequency);
 KELVONCLIP_API std::uint32_t RoughFieldsPerSecond(VideoStandard standard);
 /// @}
 
+/// @{
+/// The exact frequency as a fraction in lowest terms, a second: 60000/1001 for 59.94Hz, 25/1 for 25Hz. The numerator is
+/// the fields of `denominator` seconds; the denominator is 1 or 1001. Either pointer may be null. False for an unknown
+/// value; then the fraction is 0/1.
+KELVONCLIP_API bool toRatio(VideoFrequency frequency, std::uint32_t* numerator, std::uint32_t* denominator);
+KELVONCLIP_API bool toRatio(VideoStandard standard, std::uint32_t* numerator, std::uint32_t* denominator);
+/// @}
+
 /// Bytes that one unit of one audio subchannel occupies: 4096 from 47.95Hz up, 8192 below. For an unknown frequency an
 /// assertion line goes to the standard error stream and the result is 8192.
 KELVONCLIP_API std::uint32_t toAudioSize(VideoFrequency frequency);
@@ -245,6 +253,10 @@ KELVONCLIP_API wchar_t const* toString(VideoFrequency frequency);
 KELVONCLIP_API wchar_t const* toString(VideoResolution resolution);
 KELVONCLIP_API wchar_t const* toString(VideoStandard standard);
 /// @}
+
+/// The same for a rounded frequency: "60Hz", "50Hz", "48Hz", "30Hz", "25Hz" and "24Hz". track.h has the texts of what a
+/// track holds.
+KELVONCLIP_API wchar_t const* toString(VideoRoughFrequency frequency);
 
 /// @{
 /// The value with exactly this text; `none` for any other text and for null. The valid texts are those beside the

@@ -48,6 +48,8 @@
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
+#include <kelvonclip/track_format.h>
+#include <kelvonclip/version.h>
 
 /// @namespace KelvonClip
 /// The clip library; kelvonclip.h says what holds for all of it.

@@ -78,6 +78,15 @@ enum class AVCFlavor : std::uint32_t {
 };
 
 /// @{
+/// The text of a value: "video", "key", "audio" and "timecode"; "JPEG 2000", "DV" and "AVC"; "hemlock"; "XAVC" and
+/// "AVC-Intra". Null for a value without one. The text stays valid until the library is unloaded.
+KELVONCLIP_API wchar_t const* toString(TrackCategory category);
+KELVONCLIP_API wchar_t const* toString(TrackVideoType type);
+KELVONCLIP_API wchar_t const* toString(TrackAudioType type);
+KELVONCLIP_API wchar_t const* toString(AVCFlavor flavor);
+/// @}
+
+/// @{
 /// What the track holds, and how it is coded. A track whose format name means nothing at the clip's video standard has
 /// category none, unit size 0 and length 0; it can be neither read nor written.
 KELVONCLIP_API TrackCategory track_category(unsigned int track);

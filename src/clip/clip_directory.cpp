@@ -257,12 +257,14 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
     return {};
 }
 
-KString closeClip(std::uint32_t handle) {
+KString closeClip(std::uint32_t handle, char const* unknown) {
     UnclosedFile::closeAll();
     // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
     auto const closing = openLock().hold();
     Entry const entry = findClip(handle);
-    if (!entry || !entry->handle.belongsToThisProcess() || --entry->open_count > 0) return {};
+    if (!entry) return unknown;
+    if (!entry->handle.belongsToThisProcess()) return "Write failed";
+    if (--entry->open_count > 0) return {};
     unregisterEntry(*entry);
     return writeBack(*entry, Durability::power_loss);
 }

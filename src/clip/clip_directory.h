@@ -69,9 +69,9 @@ struct OpenFileEntry {
 // nothing is registered.
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file = {});
 
-// Undoes one openClip. The last one unregisters the clip and writes back its containers. Empty on success and for an
-// unknown handle. The clip is closed even if there is a message.
-KString closeClip(std::uint32_t handle);
+// Undoes one openClip. The last one unregisters the clip and writes back its containers. Empty on success; `unknown`
+// for an unknown handle. The clip is closed even if there is another message.
+KString closeClip(std::uint32_t handle, char const* unknown = "");
 
 // Writes back the containers of an open clip. Empty on success; `unknown` for an unknown handle.
 KString checkpointClip(std::uint32_t handle, char const* unknown, Durability durability);

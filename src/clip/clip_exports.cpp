@@ -60,6 +60,10 @@ void clip_close(unsigned int clip) {
     exportedQuery(false, [&] { return closeClip(clip), true; });
 }
 
+wchar_t const* clip_close_checked(unsigned int clip) {
+    return exported([&] { return closeClip(clip, UNKNOWN_CLIP); });
+}
+
 wchar_t const* clip_checkpoint(unsigned int clip) {
     return exported([&] { return checkpointClip(clip, UNKNOWN_CLIP, Durability::power_loss); });
 }

@@ -47,10 +47,12 @@ std::optional<ClipDescription> describe(std::uint32_t handle) {
     return creation->description;
 }
 
-void endCreation(CreateClip const& creation) {
+// False if another call has ended it.
+bool endCreation(CreateClip const& creation) {
     auto item = creations().hold();
+    if (item.value.by_handle.erase(creation.handle.number()) == 0) return false;
     item.value.by_name.erase(creation.description.file_name);
-    item.value.by_handle.erase(creation.handle.number());
+    return true;
 }
 
 KString createAndOpen(ClipDescription const& description, unsigned int* clip) {
@@ -109,6 +111,13 @@ KString finishCreation(std::uint32_t handle, unsigned int* clip) {
     if (KString error = createAndOpen(*description, clip); !error.empty()) return error;
     endCreation(*creation);
     return {};
+}
+
+KString cancelCreation(std::uint32_t handle) {
+    auto const creation = findCreation(handle);
+    if (!creation) return "Bad Handle";
+    std::lock_guard const finishing(creation->finishing);
+    return endCreation(*creation) ? "" : "Bad Handle";
 }
 
 }  // namespace KelvonClip

@@ -1,7 +1,7 @@
 // The registry of clips under creation.
 //
-// A clip is under creation from create_begin until a create_finish succeeds; a create_finish that fails changes
-// nothing.
+// A clip is under creation from create_begin until a create_finish succeeds or create_cancel ends it; a create_finish
+// that fails changes nothing.
 //
 // Locks, outermost first: the finishing lock of one clip under creation (held for the whole create_finish, including
 // I/O and the opening of the new clip), then those of the clip directory. The open lock is held from the check that
@@ -27,5 +27,8 @@ KString configureCreation(std::uint32_t handle, char const* unknown,
 
 // Creates and opens the clip. Messages: see create_finish.
 KString finishCreation(std::uint32_t handle, unsigned int* clip);
+
+// Ends a creation without a clip. "Bad Handle" for an unknown handle.
+KString cancelCreation(std::uint32_t handle);
 
 }  // namespace KelvonClip

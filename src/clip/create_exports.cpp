@@ -8,6 +8,7 @@
 #include "clip/clip_directory.h"
 #include "clip/create_directory.h"
 #include "clip/info_j2k.h"
+#include "clip/track_format.h"
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
 
@@ -47,8 +48,7 @@ KString configureJ2k(ClipDescription& clip, std::uint32_t luma, std::uint32_t ch
 
 KString configureHemlock(ClipDescription& clip, std::uint32_t subchannels) {
     if (clip.audio_kind != TrackAudioType::none) return "Audio can only be configured once";
-    // KEEP: tracks of 14 subchannels can be opened but not created.
-    if (subchannels != 2 && subchannels != 4 && subchannels != 8 && subchannels != 16) return "Bad subchannel count";
+    if (!isCreatableSubchannelCount(subchannels)) return "Bad subchannel count";
     clip.audio_kind = TrackAudioType::hemlock;
     clip.audio_subchannel_count = subchannels;
     return {};
@@ -83,7 +83,7 @@ wchar_t const* cfg_track_timecode(unsigned int creation) {
 wchar_t const* cfg_video_avci(unsigned int creation) {
     return configure(creation, [](ClipDescription& clip) {
         KString error = configureVideo(clip, TrackVideoType::avc);
-        if (error.empty()) clip.avc_mbits = 100;
+        if (error.empty()) clip.avc_mbits = CREATED_AVC_MBITS;
         return error;
     });
 }
@@ -132,6 +132,10 @@ wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int creation) {
 
 wchar_t const* create_finish(unsigned int creation, unsigned int* clip) {
     return exported([&] { return finishCreation(creation, clip); });
+}
+
+wchar_t const* create_cancel(unsigned int creation) {
+    return exported([&] { return cancelCreation(creation); });
 }
 
 }  // namespace KelvonClip

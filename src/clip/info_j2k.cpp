@@ -9,10 +9,10 @@ namespace KelvonClip {
 
 namespace {
 
-constexpr std::uint32_t STEP = 5;  // Mbit/s between two valid bit rates
-
 // The bit rate rounded to a multiple of 5 and clamped to 15..200 Mbit/s.
-constexpr std::uint32_t toStep(std::uint32_t mbits) { return std::clamp((2 * mbits + 5) / 10 * STEP, 15u, 200u); }
+constexpr std::uint32_t toStep(std::uint32_t mbits) {
+    return std::clamp((2 * mbits + 5) / 10 * J2K_BIT_RATE_STEP, 15u, 200u);
+}
 
 // The smallest multiple of a page that is greater than `bytes`.
 constexpr std::uint32_t nextPage(std::uint32_t bytes) { return bytes / UNIT_PAGE * UNIT_PAGE + UNIT_PAGE; }
@@ -37,7 +37,7 @@ std::uint32_t j2kMaxBitRate(VideoStandard standard) { return bitRates(standard).
 
 bool j2kBitRateValid(VideoStandard standard, std::uint32_t mbits) {
     J2KBitRates const limits = bitRates(standard);
-    return limits.min != 0 && limits.min <= mbits && mbits <= limits.max && mbits % STEP == 0;
+    return limits.min != 0 && limits.min <= mbits && mbits <= limits.max && mbits % J2K_BIT_RATE_STEP == 0;
 }
 
 J2KSizes j2kSizes(VideoStandard standard, std::uint32_t mbits) {
@@ -65,7 +65,7 @@ std::uint32_t j2kBitRateForSizes(VideoStandard standard, std::uint32_t luma, std
     bool const video_wanted = luma != 0 || chroma != 0;
     kassert(luma == 0 || chroma != 0, "info_j2k", __LINE__, "chroma_size != 0");
     J2KBitRates const limits = bitRates(standard);
-    for (std::uint32_t mbits = limits.min; mbits <= limits.max; mbits += STEP) {
+    for (std::uint32_t mbits = limits.min; mbits <= limits.max; mbits += J2K_BIT_RATE_STEP) {
         J2KSizes const sizes = j2kSizes(standard, mbits);
         if (!video_wanted || (luma <= sizes.luma && chroma <= sizes.chroma && key <= sizes.key)) return mbits;
     }

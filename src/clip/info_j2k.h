@@ -12,6 +12,8 @@ namespace KelvonClip {
 // On disk, units of video and key tracks fill whole pages of this many bytes.
 constexpr std::uint32_t UNIT_PAGE = 4096;
 
+constexpr std::uint32_t J2K_BIT_RATE_STEP = 5;  // Mbit/s between two valid bit rates
+
 // Bytes of one unit at a bit rate.
 struct J2KSizes {
     std::uint32_t luma, chroma, key;

@@ -127,6 +127,7 @@ constexpr auto AUDIO_FORMATS = std::to_array<AudioRow>({
     {16, "auk16"},
 });
 
+constexpr char const *TC1 = "tc1", *TC2 = "tc2";
 constexpr std::uint32_t TC1_UNIT_SIZE = 512, TC2_CREATED_UNIT_SIZE = 4096;
 
 // The suffix of a J2K format name for each raster, after the bit rate.
@@ -225,7 +226,7 @@ TrackFormat describeDv(KString const& name, VideoStandard standard) {
 
 // Compares with the name of every valid bit rate, so no number has to be parsed.
 TrackFormat describeJ2k(KString const& name, VideoStandard standard) {
-    for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += 5) {
+    for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += J2K_BIT_RATE_STEP) {
         bool key = false;
         if (!isName(name, j2kName(standard, mbits, false), key)) continue;
         J2KSizes const sizes = j2kSizes(standard, mbits);
@@ -261,8 +262,8 @@ TrackFormat describeAudio(KString const& name, VideoStandard standard) {
 }
 
 TrackFormat describeTimecode(KString const& name, VideoStandard standard) {
-    if (name == KString("tc1")) return plainFormat(TrackCategory::timecode, TC1_UNIT_SIZE);
-    if (name == KString("tc2")) return plainFormat(TrackCategory::timecode, toAudioSize(toVideoFrequency(standard)));
+    if (name == KString(TC1)) return plainFormat(TrackCategory::timecode, TC1_UNIT_SIZE);
+    if (name == KString(TC2)) return plainFormat(TrackCategory::timecode, toAudioSize(toVideoFrequency(standard)));
     return {};
 }
 
@@ -309,7 +310,59 @@ std::optional<CreationFormat> audioForCreation(VideoStandard standard, std::uint
 }
 
 // KEEP: 4096 bytes at every rate, although the units of an opened track have the audio size of the rate.
-CreationFormat timecodeForCreation() { return {"tc2", TC2_CREATED_UNIT_SIZE, TC2_CREATED_UNIT_SIZE, 1}; }
+CreationFormat timecodeForCreation() { return {TC2, TC2_CREATED_UNIT_SIZE, TC2_CREATED_UNIT_SIZE, 1}; }
+
+std::optional<CreationFormat> pictureForCreation(VideoStandard standard, TrackVideoType type, bool key) {
+    switch (type) {
+    case TrackVideoType::avc:
+        return avcForCreation(standard, CREATED_AVC_MBITS, key);
+    case TrackVideoType::dv:
+        return dvForCreation(standard, key);
+    case TrackVideoType::j2k:
+        return j2kForCreation(standard, j2kMinBitRate(standard), key);
+    case TrackVideoType::none:
+        break;
+    }
+    return std::nullopt;
+}
+
+bool isCreatable(VideoStandard standard, KString const& name, TrackFormat const& format) {
+    switch (format.category) {
+    case TrackCategory::video:
+    case TrackCategory::key: {
+        if (format.video_type == TrackVideoType::j2k) return true;  // at every bit rate
+        auto const created = pictureForCreation(standard, format.video_type, format.category == TrackCategory::key);
+        return created && created->name == name;
+    }
+    case TrackCategory::audio:
+        return isCreatableSubchannelCount(format.subchannel_count);
+    case TrackCategory::timecode:
+        return timecodeForCreation().name == name;
+    case TrackCategory::none:
+        break;
+    }
+    return false;
+}
+
+std::vector<KString> formatNames(VideoStandard standard) {
+    std::vector<KString> names;
+    if (!isValid(standard)) return names;
+    auto const addPicture = [&](KString const& name) {
+        names.push_back(name);
+        names.push_back(withKey(name, true));
+    };
+    for (auto const& row : AVC_FORMATS)
+        if (isAt(standard, row.resolution, row.frequency)) addPicture(row.name);
+    for (auto const& row : DV_FORMATS)
+        if (row.resolution == toVideoResolution(standard) && dvUnitSize(row, standard) != 0) addPicture(row.name);
+    for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += J2K_BIT_RATE_STEP)
+        addPicture(j2kName(standard, mbits, false));
+    for (auto const& row : AUDIO_FORMATS)
+        names.emplace_back(row.name);
+    for (auto const* name : {TC1, TC2})
+        names.emplace_back(name);
+    return names;
+}
 
 KString standardShortName(VideoStandard standard) {
     auto const* row = findRow(SHORT_NAMES, [&](ShortNameRow const& candidate) {

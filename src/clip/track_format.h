@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include <kelvonclip/kelvon_std.h>
 #include <kelvonclip/track.h>
@@ -46,12 +47,29 @@ struct CreationFormat {
     std::uint32_t fields_per_unit;
 };
 
+// The names of all formats of a standard: video formats, each followed by its key format, then audio and timecode
+// formats. Empty for a standard that is not valid.
+std::vector<KString> formatNames(VideoStandard standard);
+
+// Mbit/s of the AVC tracks that can be created.
+constexpr std::uint32_t CREATED_AVC_MBITS = 100;
+
+// The format that a new video or key track of this kind gets; for JPEG 2000 that of the lowest bit rate. Absent if the
+// standard has none.
+std::optional<CreationFormat> pictureForCreation(VideoStandard standard, TrackVideoType type, bool key);
+// Whether tracks of the format can be created. `format` is the description of `name` at the standard.
+bool isCreatable(VideoStandard standard, KString const& name, TrackFormat const& format);
+
 // Each is absent if the standard has no such format.
 std::optional<CreationFormat> avcForCreation(VideoStandard standard, std::uint32_t mbits, bool key);
 std::optional<CreationFormat> dvForCreation(VideoStandard standard, bool key);
 // KEEP: a new video track has the key size and a new key track has luma + chroma: the reverse of opened tracks and of
 // the j2k_* limits. These sizes only affect the layout of the container.
 std::optional<CreationFormat> j2kForCreation(VideoStandard standard, std::uint32_t mbits, bool key);
+// KEEP: tracks of 14 subchannels can be opened but not created.
+constexpr bool isCreatableSubchannelCount(std::uint32_t count) {
+    return count == 2 || count == 4 || count == 8 || count == 16;
+}
 std::optional<CreationFormat> audioForCreation(VideoStandard standard, std::uint32_t subchannels);
 CreationFormat timecodeForCreation();
 

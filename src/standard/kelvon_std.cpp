@@ -81,20 +81,21 @@ struct Rate {
     bool dropframe;  // KEEP: 47.95 and 23.98 are not drop-frame capable, although they too are slower than the clock
     VideoRoughFrequency rough;
     std::uint32_t audio_size;
+    std::uint32_t numerator, denominator;  // the exact rate: fields of so many seconds
 };
 
 constexpr auto RATES = std::to_array<Rate>({
-    {nullptr, false, VideoRoughFrequency::none, LONG_AUDIO_UNIT},
-    {"60Hz", false, VideoRoughFrequency::f60, SHORT_AUDIO_UNIT},
-    {"59.94Hz", true, VideoRoughFrequency::f60, SHORT_AUDIO_UNIT},
-    {"50Hz", false, VideoRoughFrequency::f50, SHORT_AUDIO_UNIT},
-    {"48Hz", false, VideoRoughFrequency::f48, SHORT_AUDIO_UNIT},
-    {"47.95Hz", false, VideoRoughFrequency::f48, SHORT_AUDIO_UNIT},
-    {"30Hz", false, VideoRoughFrequency::f30, LONG_AUDIO_UNIT},
-    {"29.97Hz", true, VideoRoughFrequency::f30, LONG_AUDIO_UNIT},
-    {"25Hz", false, VideoRoughFrequency::f25, LONG_AUDIO_UNIT},
-    {"24Hz", false, VideoRoughFrequency::f24, LONG_AUDIO_UNIT},
-    {"23.98Hz", false, VideoRoughFrequency::f24, LONG_AUDIO_UNIT},
+    {nullptr, false, VideoRoughFrequency::none, LONG_AUDIO_UNIT, 0, 1},
+    {"60Hz", false, VideoRoughFrequency::f60, SHORT_AUDIO_UNIT, 60, 1},
+    {"59.94Hz", true, VideoRoughFrequency::f60, SHORT_AUDIO_UNIT, 60000, 1001},
+    {"50Hz", false, VideoRoughFrequency::f50, SHORT_AUDIO_UNIT, 50, 1},
+    {"48Hz", false, VideoRoughFrequency::f48, SHORT_AUDIO_UNIT, 48, 1},
+    {"47.95Hz", false, VideoRoughFrequency::f48, SHORT_AUDIO_UNIT, 48000, 1001},
+    {"30Hz", false, VideoRoughFrequency::f30, LONG_AUDIO_UNIT, 30, 1},
+    {"29.97Hz", true, VideoRoughFrequency::f30, LONG_AUDIO_UNIT, 30000, 1001},
+    {"25Hz", false, VideoRoughFrequency::f25, LONG_AUDIO_UNIT, 25, 1},
+    {"24Hz", false, VideoRoughFrequency::f24, LONG_AUDIO_UNIT, 24, 1},
+    {"23.98Hz", false, VideoRoughFrequency::f24, LONG_AUDIO_UNIT, 24000, 1001},
 });
 static_assert(RATES.size() == 1 + number(lastOf(VideoFrequency{})), "row 0 and one row for each valid value");
 
@@ -153,6 +154,9 @@ StandardRow rowOf(VideoStandard standard) {
 KString textOf(DropframeFlag flag) { return KString(rowOf(FLAG_TEXTS, flag)); }
 KString textOf(VideoFrequency frequency) { return KString(rate(frequency).text); }
 KString textOf(VideoResolution resolution) { return KString(raster(resolution).text); }
+KString textOf(VideoRoughFrequency frequency) {
+    return valid(frequency) ? KString::fromUnsigned(RoughFieldsPerSecond(frequency)) + KString("Hz") : KString();
+}
 
 template <class Enumeration>
 wchar_t const* stashedText(Enumeration value) {
@@ -223,6 +227,14 @@ std::uint32_t RoughFieldsPerSecond(VideoRoughFrequency frequency) { return rowOf
 std::uint32_t RoughFieldsPerSecond(VideoFrequency frequency) {
     return RoughFieldsPerSecond(toVideoRoughFrequency(frequency));
 }
+bool toRatio(VideoFrequency frequency, std::uint32_t* numerator, std::uint32_t* denominator) {
+    if (numerator) *numerator = rate(frequency).numerator;
+    if (denominator) *denominator = rate(frequency).denominator;
+    return valid(frequency);
+}
+bool toRatio(VideoStandard standard, std::uint32_t* numerator, std::uint32_t* denominator) {
+    return toRatio(toVideoFrequency(standard), numerator, denominator);
+}
 std::uint32_t toAudioSize(VideoFrequency frequency) {
     kassert(valid(frequency), "kelvon_std", 373, "0");
     return rate(frequency).audio_size;
@@ -266,6 +278,7 @@ wchar_t const* toString(DropframeFlag flag) { return stashedText(flag); }
 wchar_t const* toString(VideoFrequency frequency) { return stashedText(frequency); }
 wchar_t const* toString(VideoResolution resolution) { return stashedText(resolution); }
 wchar_t const* toString(VideoStandard standard) { return stashedText(standard); }
+wchar_t const* toString(VideoRoughFrequency frequency) { return stashedText(frequency); }
 
 VideoFrequency toVideoFrequency(wchar_t const* text) { return parsedText<VideoFrequency>(text); }
 VideoResolution toVideoResolution(wchar_t const* text) { return parsedText<VideoResolution>(text); }

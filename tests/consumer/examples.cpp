@@ -62,6 +62,8 @@ void standards() {
                                                             VideoStandard::s1080i_50, VideoStandard::s720p_50,
                                                             VideoStandard::s625i_50},
             "standardsAt");
+    std::vector<FormatInfo> const formats = creatableFormats(VideoStandard::s1080i_50);
+    require(formats.size() > 5 && formats.front().unit_size == 568832, "creatableFormats");
 }
 
 void sound() {

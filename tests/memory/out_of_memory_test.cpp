@@ -23,6 +23,8 @@
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
+#include <kelvonclip/track_format.h>
+#include <kelvonclip/version.h>
 
 #include "foundation/ksemaphore.h"
 #include "foundation/string_stash.h"
@@ -266,6 +268,39 @@ TEST_P(OutOfMemory, WhileClosing) {
     });
 }
 
+TEST_P(OutOfMemory, WhileClosingWithAnAnswer) {
+    walk([&](AllocationWalk& failing) {
+        unsigned clip = 0;
+        ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+        for (auto track : {AUDIO, TIMECODE})
+            write(clip, track, RECORDED + static_cast<unsigned>(failing.allocation()),
+                  static_cast<std::uint8_t>(failing.allocation()));
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = clip_close_checked(clip); });
+        EXPECT_FINE(message);
+        EXPECT_EQ(clip_track_count(clip), 0u) << "closed all the same";
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileCancellingACreation) {
+    std::wstring const created = folder.name("created.clip");
+    test::AllocationWalk failing(GetParam());
+    unsigned cancelled = 0;
+    while (failing.next() && !HasFailure()) {
+        unsigned creation = 0;
+        ASSERT_OK(create_begin(created.c_str(), STANDARD, &creation));
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = create_cancel(creation); });
+        EXPECT_FINE(message);
+        if (message != nullptr) {
+            ASSERT_OK(create_cancel(creation));
+        }
+        ++cancelled;
+    }
+    EXPECT_GT(cancelled, 0u);
+}
+
 TEST_P(OutOfMemory, WhileCreating) {
     ScratchPath const quick_folder(inMemory());
     std::wstring const created = quick_folder.name("created.clip");
@@ -448,12 +483,23 @@ TEST_P(OutOfMemory, WhileAskingForTexts) {
         wchar_t const *standard = nullptr, *frequency = nullptr;
         VideoStandard parsed = VideoStandard::none;
         std::wstring label;
+        wchar_t const *format = nullptr, *version = nullptr, *category = nullptr;
+        FormatInfo info{};
+        bool described = false;
         run(failing, [&] {
+            format = format_name(STANDARD, 0);
+            described = format_info(STANDARD, L"auk14", &info);
+            version = library_version_text();
+            category = toString(TrackCategory::timecode);
             standard = toString(STANDARD);
             frequency = toString(VideoFrequency::f23_98);
             parsed = toVideoStandard(L"1080i 50Hz");
             label = timecode.toString(5);
         });
+        EXPECT_TRUE(format == nullptr || said(format) == L"avci50-1080i");
+        EXPECT_EQ(info.unit_size, described ? 14u * 4096 : 0u);
+        EXPECT_TRUE(version == nullptr || version == library_version_text());
+        EXPECT_TRUE(category == nullptr || said(category) == L"timecode");
         EXPECT_TRUE(standard == nullptr || said(standard) == L"1080i 50Hz");
         EXPECT_TRUE(frequency == nullptr || said(frequency) == L"23.98Hz");
         EXPECT_TRUE(parsed == VideoStandard::none || parsed == STANDARD);

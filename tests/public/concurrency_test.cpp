@@ -198,5 +198,27 @@ TEST(Concurrency, OnlyOneOfManyThreadsBeginsAndFinishesAName) {
     }
 }
 
+TEST(Concurrency, OfThreadsThatFinishAndCancelACreationOneSucceeds) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    for (int n = 0; n < 10; ++n) {
+        unsigned int creation = 0;
+        ASSERT_OK(create_begin(name.c_str(), VideoStandard::s1080i_50, &creation));
+        std::atomic<unsigned int> ended{0}, clip{0};
+        inThreads([&](unsigned int thread) {
+            unsigned int made = 0;
+            std::string const message =
+                said(thread % 2 == 0 ? create_finish(creation, &made) : create_cancel(creation));
+            if (message.empty())
+                ++ended;
+            else
+                ASSERT_EQ(message, "Bad Handle");
+            if (made != 0) clip = made;
+        });
+        ASSERT_EQ(ended, 1u);
+        clip_close(clip);
+    }
+}
+
 }  // namespace
 }  // namespace KelvonClip

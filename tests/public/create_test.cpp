@@ -279,6 +279,44 @@ TEST(CreateFinish, EveryStandardMakesAClip) {
     }
 }
 
+TEST(CreateCancel, FreesTheNameAndEndsTheHandle) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    unsigned int creation = 0, again = 0, clip = 0;
+    ASSERT_OK(create_begin(name.c_str(), STANDARD, &creation));
+    EXPECT_SAYS(create_begin(name.c_str(), STANDARD, &again), "Already creating clip with same name");
+    ASSERT_OK(create_cancel(creation));
+    EXPECT_FALSE(std::filesystem::exists(folder.path / "clip"));
+    EXPECT_SAYS(create_cancel(creation), "Bad Handle");
+    EXPECT_SAYS(cfg_track_timecode(creation), "Bad Handle");
+    EXPECT_SAYS(create_finish(creation, &clip), "Bad Handle");
+    ASSERT_OK(create_begin(name.c_str(), STANDARD, &again));
+    ASSERT_OK(create_finish(again, &clip));
+    EXPECT_SAYS(create_cancel(again), "Bad Handle") << "it has succeeded";
+    EXPECT_SAYS(create_cancel(clip), "Bad Handle") << "an open clip is no creation";
+    EXPECT_EQ(clip_track_count(clip), 0u);
+    clip_close(clip);
+}
+
+TEST(CreateCancel, EndsACreationThatFailed) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    unsigned int creation = 0, clip = 0;
+    ASSERT_OK(create_begin(name.c_str(), VideoStandard::s1080p_23_98, &creation));
+    ASSERT_OK(cfg_track_count_video(creation, 1));
+    ASSERT_OK(cfg_video_dv(creation));
+    EXPECT_SAYS(create_finish(creation, &clip), "Internal error");
+    ASSERT_OK(create_cancel(creation));
+    ASSERT_OK(create_begin(name.c_str(), STANDARD, &creation));
+    ASSERT_OK(create_finish(creation, &clip));
+    clip_close(clip);
+}
+
+TEST(CreateCancel, UnknownHandlesAreRefused) {
+    for (unsigned int handle : {0u, 99u, 0xFFFFFFFFu})
+        EXPECT_SAYS(create_cancel(handle), "Bad Handle");
+}
+
 TEST(CreateTimecode, SourcesAndValues) {
     struct Row {
         bool timecode_track, tc0_striped;

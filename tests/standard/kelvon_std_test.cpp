@@ -85,6 +85,33 @@ TEST(VideoStandards, FrequencyProperties) {
     }
 }
 
+TEST(VideoStandards, RatesAreExactFractions) {
+    struct {
+        std::uint32_t frequency, numerator, denominator;
+    } const rows[] = {{1, 60, 1}, {2, 60000, 1001}, {3, 50, 1},         {4, 48, 1}, {5, 48000, 1001},
+                      {6, 30, 1}, {7, 30000, 1001}, {8, 25, 1},         {9, 24, 1}, {10, 24000, 1001},
+                      {0, 0, 1},  {11, 0, 1},       {0xFFFFFFFFu, 0, 1}};
+    for (auto const& row : rows) {
+        std::uint32_t numerator = 77, denominator = 77;
+        EXPECT_EQ(toRatio(VideoFrequency{row.frequency}, &numerator, &denominator), row.numerator != 0);
+        EXPECT_EQ(numerator, row.numerator) << row.frequency;
+        EXPECT_EQ(denominator, row.denominator) << row.frequency;
+        EXPECT_EQ(toRatio(VideoFrequency{row.frequency}, nullptr, nullptr), row.numerator != 0);
+    }
+    std::uint32_t numerator = 0, denominator = 0;
+    EXPECT_TRUE(toRatio(VideoStandard{27}, &numerator, &denominator)) << "525i 59.94Hz";
+    EXPECT_EQ(numerator, 60000u);
+    EXPECT_EQ(denominator, 1001u);
+    EXPECT_FALSE(toRatio(VideoStandard{28}, &numerator, &denominator));
+    EXPECT_EQ(numerator, 0u);
+}
+
+TEST(VideoStandards, TextsOfRoughFrequencies) {
+    wchar_t const* const texts[] = {L"(null)", L"60Hz", L"50Hz", L"48Hz", L"30Hz", L"25Hz", L"24Hz", L"(null)"};
+    for (std::uint32_t value = 0; value < 8; ++value)
+        EXPECT_EQ(text(toString(VideoRoughFrequency{value})), texts[value]);
+}
+
 TEST(VideoStandards, UnknownFrequenciesAreNeutral) {
     for (std::uint32_t value : {0u, 11u, 12u, 0xFFFFFFFFu}) {
         VideoFrequency const frequency{value};

@@ -93,6 +93,17 @@ TEST(Fork, AChildCannotWriteWhatTheParentHasOpen) {
     expectUnits(name, 12);
 }
 
+TEST(Fork, AChildIsToldThatItDoesNotCloseTheParentsClip) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    unsigned int const clip = createClip(name, {VideoStandard::s1080i_50, 0, 0, 1, 2, false});
+    append(clip_get_track(clip, 0), 0, 2);
+    EXPECT_EQ(exitCodeOfChild([&] { return said(clip_close_checked(clip)) == "Write failed" ? 0 : 1; }), 0);
+    append(clip_get_track(clip, 0), 2, 3);
+    EXPECT_OK(clip_close_checked(clip));
+    expectUnits(name, 3);
+}
+
 TEST(Fork, AChildRecordsClipsOfItsOwn) {
     ScratchPath folder;
     auto const name = folder.name("clip"), own = folder.name("own");
