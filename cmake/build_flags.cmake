@@ -19,6 +19,15 @@ if(KELVONCLIP_SANITIZE)
 endif()
 target_link_libraries(kelvonclip_build_flags INTERFACE kelvonclip_sanitizers)
 
+# Hardening of what is installed, as in Debian's own packages. Sanitizers find more, and fortified functions hide from them.
+# scripts/check-hardening reads the result. The flags for Windows are in its toolchain file.
+add_library(kelvonclip_hardening INTERFACE)
+if(NOT WIN32 AND NOT KELVONCLIP_SANITIZE)
+  target_compile_options(kelvonclip_hardening INTERFACE -fstack-protector-strong
+                         $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  target_link_options(kelvonclip_hardening INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
+
 if(WIN32)
   # GCC 12's C++ library for this host initialises std::recursive_mutex statically and never destroys it, which leaks
   # memory and, after contention, an event handle. This macro of the C++ library makes the constructor and destructor call
