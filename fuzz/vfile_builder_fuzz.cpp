@@ -13,7 +13,7 @@
 #include "container_fuzz.h"
 #include "input.h"
 #include "support/scratch.h"
-#include "xml/xml_parse.h"
+#include "xml/xml_tree.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ ScratchFolder const& folder() {
 }
 
 // Names of a description may be those of any file. None of them is written.
-bool namesAFile(XmlElement const& description) {
+bool namesAFile(XmlNode description) {
     VFileLevel level = vfileLevel(description);
     while (level.kind != VFileKind::none && !level.isBottom())
         level = level.below();
@@ -48,21 +48,16 @@ void write(VFileObject& file) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     fuzz::Input input(data, size);
     bool const wants_to_write = input.byte() % 2 != 0;
-    XmlParsed parsed;
-    try {
-        parsed = xmlParse(KString(fuzz::text(input.part())));
-    } catch (ConversionError const&) {
-        return 0;
-    }
-    if (parsed.failed) return 0;
+    XmlTree parsed;
+    if (!parsed.parse(fuzz::text(input.part()))) return 0;
     auto const pieces = input.rest();
     auto const host = fuzz::hostFrom(pieces.data(), pieces.size(), 512);
 
-    bool const read_only = !wants_to_write || namesAFile(parsed.root);
-    Opened<VFileObject> built = buildVFile(parsed.root, read_only, folder().file("clip"), host);
+    bool const read_only = !wants_to_write || namesAFile(parsed.root());
+    Opened<VFileObject> built = buildVFile(parsed.root(), read_only, folder().file("clip"), host);
     require(built.error.empty() == (built.file != nullptr), "a file or a message");
     if (!built.file) return 0;
-    require(buildVFile(parsed.root, read_only, folder().file("clip"), host).file == built.file,
+    require(buildVFile(parsed.root(), read_only, folder().file("clip"), host).file == built.file,
             "openers of one description share the file");
     fuzz::requireReadable(*built.file);
     if (!read_only) write(*built.file);

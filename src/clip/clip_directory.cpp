@@ -136,10 +136,10 @@ struct OpenedTracks {
 // open then, and the next query tries again.
 OpenedTracks openTracksOf(Clip& clip, MetaObject const& meta) {
     OpenedTracks result;
-    for (XmlElement const* track_meta : meta.track_meta) {
+    for (XmlNode const track_meta : meta.track_meta) {
         KString error;
         try {
-            auto opened = Track::open(clip, *track_meta);
+            auto opened = Track::open(clip, track_meta);
             error = std::move(opened.error);
             if (error.empty()) result.tracks.push_back(std::move(opened.track));
         } catch (std::bad_alloc const&) {

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -50,47 +49,47 @@ constexpr std::array<TimeElement, 5> TIME_ELEMENTS{{
 
 // ---- reading: a missing element has an empty text, which is neither a number nor a name -----------------------------
 
-std::optional<std::uint32_t> number32(XmlElement const& element) {
-    auto const number = element.text.toUnsigned();
+std::optional<std::uint32_t> number32(XmlNode element) {
+    auto const number = element.number();
     if (!number || *number > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
     return static_cast<std::uint32_t>(*number);
 }
 
 void readTimecode(MetaObject& meta) {
-    XmlElement const& source = meta.root.child("TimecodeSource");
-    meta.timecode_valid = source.invalid;  // without a source the clip is zero-based
+    XmlNode const root = meta.tree.root(), source = root.child("TimecodeSource");
+    meta.timecode_valid = source.invalid();  // without a source the clip is zero-based
     for (TimecodeSource const& row : TIMECODE_SOURCES) {
-        if (!source.invalid && source.text == row.name) {
+        if (!source.invalid() && source.textIs(row.name)) {
             meta.timecode_valid = true;
             if (row.read_flag != nullptr) meta.*row.read_flag = true;
         }
         if (row.value_element == nullptr) continue;
-        meta.timecode = number32(meta.root.child(row.value_element)).value_or(meta.timecode);
-        if (meta.root.child(row.drop_frame_element).text == DROP_FRAME) meta.drop_frame = true;
+        meta.timecode = number32(root.child(row.value_element)).value_or(meta.timecode);
+        if (root.child(row.drop_frame_element).textIs(DROP_FRAME)) meta.drop_frame = true;
     }
 }
 
 void readTimesAndTexts(MetaObject& meta) {
+    XmlNode const root = meta.tree.root();
     for (TimeElement const& row : TIME_ELEMENTS)
-        meta.*row.time = meta.root.child(row.name).text.toUnsigned().value_or(0);
-    meta.project = meta.root.child("Project").text;
-    meta.title = meta.root.child("Title").text;
-    meta.creator = meta.root.child("Creator").text;
-    KString const value_name("V");
-    for (XmlElement const& entry : meta.root.child("Meta").children)
-        meta.meta.push_back({entry.name, entry.child(value_name).text});
+        meta.*row.time = root.child(row.name).number().value_or(0);
+    meta.project = root.child("Project").text();
+    meta.title = root.child("Title").text();
+    meta.creator = root.child("Creator").text();
+    for (XmlNode const entry : root.child("Meta").children())
+        meta.meta.push_back({KString(entry.name()), entry.child("V").text()});
 }
 
-void readClip(MetaObject& meta, XmlElement const& tracks) {
-    KString const track_name("TrackMeta");
-    for (XmlElement const& track : tracks.children)
-        if (track.name == track_name) meta.track_meta.push_back(&track);
-    VideoStandard const standard = standardWithText(meta.root.child("VideoStandard").text);
+void readClip(MetaObject& meta, XmlNode tracks) {
+    XmlNode const root = meta.tree.root();
+    for (XmlNode const track : tracks.children())
+        if (track.name() == "TrackMeta") meta.track_meta.push_back(track);
+    VideoStandard const standard = standardWithText(root.child("VideoStandard").text().toUtf8());
     if (!isValid(standard)) return;
     meta.resolution = toVideoResolution(standard);
     meta.frequency = toVideoFrequency(standard);
-    meta.trim_start = number32(meta.root.child("TrimStart")).value_or(0);
-    meta.trim_end = number32(meta.root.child("TrimEnd")).value_or(0);
+    meta.trim_start = number32(root.child("TrimStart")).value_or(0);
+    meta.trim_end = number32(root.child("TrimEnd")).value_or(0);
     readTimecode(meta);
     readTimesAndTexts(meta);
     meta.valid = true;
@@ -105,19 +104,15 @@ void readChildClip(MetaObject& meta) {
 }  // namespace
 
 HeaderRead parseClipHeader(std::string_view area) {
-    XmlExtractor extractor(CLIP_HEADER_SIZE);
-    extractor.addTag(ROOT);
-    extractor.append(area.data(), area.size());
-    if (extractor.failed()) throw std::bad_alloc();  // the only reason up to here
-    XmlParsed parsed = extractor.extract();
-    if (parsed.failed) return {PARSING_ERROR, nullptr};
-
+    std::size_t const begin = xmlFind(area, ROOT);
+    if (begin == std::string_view::npos) return {PARSING_ERROR, nullptr};
     auto meta = std::make_shared<MetaObject>();
-    meta->root = std::move(parsed.root);
-    XmlElement const& tracks = meta->root.child("TrackMetaVector");
-    if (!tracks.invalid)
+    if (!meta->tree.parse(area.substr(begin), XmlTree::Nesting::other_names)) return {PARSING_ERROR, nullptr};
+
+    XmlNode const tracks = meta->tree.root().child("TrackMetaVector");
+    if (!tracks.invalid())
         readClip(*meta, tracks);
-    else if (!meta->root.child("ParentClip").invalid)
+    else if (!meta->tree.root().child("ParentClip").invalid())
         readChildClip(*meta);
 
     if (meta->valid) return {{}, std::move(meta)};

@@ -27,7 +27,7 @@ struct alignas(platform::DIRECT_ALIGNMENT) ClipHeaderArea {
     std::array<char, CLIP_HEADER_SIZE> bytes;
 };
 
-// The contents of a header. `track_meta` points into `root`, so a MetaObject is neither copied nor moved.
+// The contents of a header. Its nodes point into `tree`, so a MetaObject is neither copied nor moved.
 struct MetaObject {
     // An entry of the header's "Meta" element, which holds arbitrary names and values.
     struct Entry {
@@ -35,8 +35,8 @@ struct MetaObject {
     };
 
     bool valid = false;  // the header is a complete clip header
-    XmlElement root = XmlElement::none();
-    std::vector<XmlElement const*> track_meta;  // the TrackMeta nodes of `root`, in file order
+    XmlTree tree;
+    std::vector<XmlNode> track_meta;  // the TrackMeta elements, in file order
     VideoFrequency frequency = VideoFrequency::none;
     VideoResolution resolution = VideoResolution::none;
     std::uint32_t trim_start = 0, trim_end = 0;  // fields

@@ -49,12 +49,11 @@ class PooledTransfer : public CIO::CIOObject {
 
 }  // namespace
 
-Track::Opened Track::open(Clip& parent, XmlElement const& track_meta) {
-    XmlElement const& type = track_meta.child("TrackType");
-    XmlElement const& vfile = track_meta.child("VFile");
-    if (type.invalid || vfile.invalid) return {"Bad track XML", nullptr};
+Track::Opened Track::open(Clip& parent, XmlNode track_meta) {
+    XmlNode const type = track_meta.child("TrackType"), vfile = track_meta.child("VFile");
+    if (type.invalid() || vfile.invalid()) return {"Bad track XML", nullptr};
 
-    TrackFormat const format = describeTrackFormat(type.text, parent.videoStandard());
+    TrackFormat const format = describeTrackFormat(type.text(), parent.videoStandard());
     auto const& area = parent.trackDataArea();
     auto built = buildVFile(vfile, parent.readOnly(), area->name(), area);
     if (!built.error.empty()) return {built.error, nullptr};

@@ -19,7 +19,7 @@
 #include "clip/track_format.h"
 #include "clip/unit_buffer_pool.h"
 #include "vfile/vfileobject.h"
-#include "xml/xml_parse.h"
+#include "xml/xml_tree.h"
 
 namespace KelvonClip {
 
@@ -32,7 +32,7 @@ class Track {
         std::unique_ptr<Track> track;
     };
     // Opens a track from its TrackMeta element, and builds the virtual file that the element describes.
-    static Opened open(Clip& parent, XmlElement const& track_meta);
+    static Opened open(Clip& parent, XmlNode track_meta);
 
     // `file` holds the units. `parent` outlives the track.
     Track(Clip& parent, TrackFormat const& format, std::shared_ptr<VFileObject> file);

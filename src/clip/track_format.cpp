@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <string>
+#include <string_view>
 
 #include "platform/round_up.h"
 
@@ -130,6 +133,8 @@ constexpr auto AUDIO_FORMATS = std::to_array<AudioRow>({
 constexpr char const *TC1 = "tc1", *TC2 = "tc2";
 constexpr std::uint32_t TC1_UNIT_SIZE = 512, TC2_CREATED_UNIT_SIZE = 4096;
 
+constexpr std::string_view J2K_PREFIX = "jp2@";  // of a J2K format name, before the bit rate
+
 // The suffix of a J2K format name for each raster, after the bit rate.
 struct J2kSuffixRow {
     Resolution resolution;
@@ -159,11 +164,14 @@ bool isAt(VideoStandard standard, Resolution resolution, Frequency frequency) {
     return resolution == toVideoResolution(standard) && frequency == toVideoFrequency(standard);
 }
 
-KString withKey(KString const& name, bool key) { return key ? name + KString("k") : name; }
+constexpr std::string_view KEY_SUFFIX = "k";
+
+KString withKey(KString const& name, bool key) { return key ? name + KString(KEY_SUFFIX) : name; }
 
 // True if `name` is the format's name (video) or the name with the key suffix (key); `key` tells which.
-bool isName(KString const& name, KString const& format_name, bool& key) {
-    key = name == withKey(format_name, true);
+bool isName(std::string_view name, std::string_view format_name, bool& key) {
+    if (!name.starts_with(format_name)) return false;
+    key = name.substr(format_name.size()) == KEY_SUFFIX;
     return key || name == format_name;
 }
 
@@ -172,7 +180,7 @@ KString j2kName(VideoStandard standard, std::uint32_t mbits, bool key) {
         return candidate.resolution == toVideoResolution(standard);
     });
     if (!row) return {};
-    return withKey(KString::format("jp2@%1", {KString::fromUnsigned(mbits)}) + KString(row->suffix), key);
+    return withKey(KString(J2K_PREFIX) + KString::fromUnsigned(mbits) + KString(row->suffix), key);
 }
 
 // Bytes of one DIF channel in one unit; 0 for a rate without DV formats.
@@ -203,7 +211,7 @@ TrackFormat pictureFormat(TrackVideoType type, bool key, std::uint32_t unit_size
     return format;
 }
 
-TrackFormat describeAvc(KString const& name, VideoStandard standard) {
+TrackFormat describeAvc(std::string_view name, VideoStandard standard) {
     bool key = false;
     auto const* row = findRow(AVC_FORMATS, [&](AvcRow const& candidate) {
         return isAt(standard, candidate.resolution, candidate.frequency) && isName(name, candidate.name, key);
@@ -215,7 +223,7 @@ TrackFormat describeAvc(KString const& name, VideoStandard standard) {
     return format;
 }
 
-TrackFormat describeDv(KString const& name, VideoStandard standard) {
+TrackFormat describeDv(std::string_view name, VideoStandard standard) {
     bool key = false;
     auto const* row = findRow(DV_FORMATS, [&](DvRow const& candidate) {
         return candidate.resolution == toVideoResolution(standard) && isName(name, candidate.name, key);
@@ -224,21 +232,27 @@ TrackFormat describeDv(KString const& name, VideoStandard standard) {
     return pictureFormat(TrackVideoType::dv, key, dvUnitSize(*row, standard), dvFieldsPerUnit(*row));
 }
 
-// Compares with the name of every valid bit rate, so no number has to be parsed.
-TrackFormat describeJ2k(KString const& name, VideoStandard standard) {
-    for (std::uint32_t mbits = j2kMinBitRate(standard); j2kBitRateValid(standard, mbits); mbits += J2K_BIT_RATE_STEP) {
-        bool key = false;
-        if (!isName(name, j2kName(standard, mbits, false), key)) continue;
-        J2KSizes const sizes = j2kSizes(standard, mbits);
-        TrackFormat format = pictureFormat(TrackVideoType::j2k, key, key ? sizes.key : sizes.luma + sizes.chroma, 1);
-        format.j2k_size = format.unit_size;
-        if (!key) {
-            format.j2k_luma_size = sizes.luma;
-            format.j2k_chroma_size = sizes.chroma;
-        }
-        return format;
+// The bit rate that a J2K format name begins with; 0 if there is none. Text after it is not looked at.
+std::uint32_t bitRateIn(std::string_view name) {
+    if (!name.starts_with(J2K_PREFIX)) return 0;
+    name.remove_prefix(J2K_PREFIX.size());
+    std::uint32_t mbits = 0;
+    std::from_chars(name.data(), name.data() + name.size(), mbits);
+    return mbits;
+}
+
+TrackFormat describeJ2k(std::string_view name, VideoStandard standard) {
+    std::uint32_t const mbits = bitRateIn(name);
+    bool key = false;
+    if (!j2kBitRateValid(standard, mbits) || !isName(name, j2kName(standard, mbits, false).toUtf8(), key)) return {};
+    J2KSizes const sizes = j2kSizes(standard, mbits);
+    TrackFormat format = pictureFormat(TrackVideoType::j2k, key, key ? sizes.key : sizes.luma + sizes.chroma, 1);
+    format.j2k_size = format.unit_size;
+    if (!key) {
+        format.j2k_luma_size = sizes.luma;
+        format.j2k_chroma_size = sizes.chroma;
     }
-    return {};
+    return format;
 }
 
 // A format without padding: unit size and stored unit size are equal.
@@ -251,9 +265,8 @@ TrackFormat plainFormat(TrackCategory category, std::uint32_t unit_size) {
     return format;
 }
 
-TrackFormat describeAudio(KString const& name, VideoStandard standard) {
-    auto const* row =
-        findRow(AUDIO_FORMATS, [&](AudioRow const& candidate) { return name == KString(candidate.name); });
+TrackFormat describeAudio(std::string_view name, VideoStandard standard) {
+    auto const* row = findRow(AUDIO_FORMATS, [&](AudioRow const& candidate) { return name == candidate.name; });
     if (!row) return {};
     TrackFormat format = plainFormat(TrackCategory::audio, toAudioSize(toVideoFrequency(standard)) * row->subchannels);
     format.audio_type = TrackAudioType::hemlock;
@@ -261,9 +274,9 @@ TrackFormat describeAudio(KString const& name, VideoStandard standard) {
     return format;
 }
 
-TrackFormat describeTimecode(KString const& name, VideoStandard standard) {
-    if (name == KString(TC1)) return plainFormat(TrackCategory::timecode, TC1_UNIT_SIZE);
-    if (name == KString(TC2)) return plainFormat(TrackCategory::timecode, toAudioSize(toVideoFrequency(standard)));
+TrackFormat describeTimecode(std::string_view name, VideoStandard standard) {
+    if (name == TC1) return plainFormat(TrackCategory::timecode, TC1_UNIT_SIZE);
+    if (name == TC2) return plainFormat(TrackCategory::timecode, toAudioSize(toVideoFrequency(standard)));
     return {};
 }
 
@@ -271,8 +284,9 @@ TrackFormat describeTimecode(KString const& name, VideoStandard standard) {
 
 // At one standard no name matches two kinds of format, so the order does not matter.
 TrackFormat describeTrackFormat(KString const& name, VideoStandard standard) {
+    std::string const utf8 = name.toUtf8();
     for (auto* describe : {describeAvc, describeDv, describeJ2k, describeAudio, describeTimecode})
-        if (TrackFormat const format = describe(name, standard); format.valid) return format;
+        if (TrackFormat const format = describe(utf8, standard); format.valid) return format;
     return {};
 }
 

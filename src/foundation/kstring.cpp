@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 #include "platform/utf.h"
@@ -51,7 +52,16 @@ char32_t decodeUtf8(std::string_view& bytes) {
     return code_point;
 }
 
+// Without an early end, so that it runs on many bytes at a time.
+bool isAscii(std::string_view bytes) {
+    unsigned together = 0;
+    for (char const byte : bytes)
+        together |= static_cast<unsigned char>(byte);
+    return together < CONTINUATION;
+}
+
 std::u32string decodeUtf8Text(std::string_view bytes) {
+    if (isAscii(bytes)) return {bytes.begin(), bytes.end()};
     // Every code point has exactly one byte that is not a continuation byte.
     auto const count = std::count_if(bytes.begin(), bytes.end(), [](char byte) { return !isContinuation(byte); });
     std::u32string text(grownLength(0, static_cast<std::size_t>(count)), U'\0');
@@ -97,6 +107,28 @@ std::ptrdiff_t asPosition(std::size_t found) {
 }
 
 constexpr bool isDigit(char32_t code_point) { return code_point >= U'0' && code_point <= U'9'; }
+
+// A byte of UTF-8 that is no ASCII character becomes a code point that is neither a digit nor white space.
+template <class Character>
+std::optional<std::uint64_t> parseUnsigned(std::basic_string_view<Character> text) {
+    constexpr std::uint64_t MAX = std::numeric_limits<std::uint64_t>::max();
+    auto const codePoint = [](Character character) {
+        return static_cast<char32_t>(static_cast<std::make_unsigned_t<Character>>(character));
+    };
+    while (!text.empty() && isWhiteSpace(codePoint(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && isWhiteSpace(codePoint(text.back())))
+        text.remove_suffix(1);
+    if (text.empty()) return std::nullopt;
+    std::uint64_t number = 0;
+    for (Character const character : text) {
+        if (!isDigit(codePoint(character))) return std::nullopt;
+        std::uint64_t const digit = codePoint(character) - U'0';
+        if (number > (MAX - digit) / 10) return std::nullopt;
+        number = number * 10 + digit;
+    }
+    return number;
+}
 
 [[noreturn]] void throwInvalidPosition() { throw std::out_of_range("invalid string position"); }
 
@@ -195,18 +227,17 @@ KString& KString::operator+=(KString const& other) {
     return *this;
 }
 
-std::optional<std::uint64_t> KString::toUnsigned() const {
-    constexpr std::uint64_t MAX = std::numeric_limits<std::uint64_t>::max();
-    KString const digits = trimmed();
-    if (digits.empty()) return std::nullopt;
-    std::uint64_t number = 0;
-    for (char32_t code_point : digits.text) {
-        if (!isDigit(code_point)) return std::nullopt;
-        std::uint64_t const digit = code_point - U'0';
-        if (number > (MAX - digit) / 10) return std::nullopt;
-        number = number * 10 + digit;
+std::optional<std::uint64_t> KString::toUnsigned() const { return parseUnsigned(std::u32string_view(text)); }
+std::optional<std::uint64_t> unsignedFrom(std::string_view text) { return parseUnsigned(text); }
+
+bool isUtf8(std::string_view bytes) {
+    if (isAscii(bytes)) return true;
+    try {
+        decodeUtf8Text(bytes);
+    } catch (ConversionError const&) {
+        return false;
     }
-    return number;
+    return true;
 }
 
 KString KString::fromUnsigned(std::uint64_t number) { return KString(std::to_string(number)); }

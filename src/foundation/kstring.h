@@ -89,6 +89,12 @@ constexpr bool isWhiteSpace(char32_t code_point) {
     return code_point == U' ' || (code_point >= U'\t' && code_point <= U'\r');
 }
 
+// True if the bytes are UTF-8, as the conversion to a KString wants it.
+bool isUtf8(std::string_view bytes);
+
+// KString::toUnsigned of a text in ASCII or UTF-8.
+std::optional<std::uint64_t> unsignedFrom(std::string_view text);
+
 // Returns length + more; throws std::length_error ("string too long") if that exceeds the maximum size of a text.
 std::size_t grownLength(std::size_t length, std::size_t more);
 

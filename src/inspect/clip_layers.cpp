@@ -29,7 +29,7 @@ class LayerBuilder {
         : clip_file(file), path(clip_path), budget(walk_budget), findings(to) {}
 
     // The stack that a "VFile" element describes; null, with a finding, if it cannot be built.
-    std::shared_ptr<Layer const> build(XmlElement const& vfile, std::uint32_t track_number) {
+    std::shared_ptr<Layer const> build(XmlNode vfile, std::uint32_t track_number) {
         track = track_number;
         std::vector<VFileLevel> levels;
         VFileLevel level = vfileLevel(vfile);
@@ -49,7 +49,7 @@ class LayerBuilder {
         if (level.kind == VFileKind::this_file)
             wanted.start = CLIP_HEADER_SIZE;
         else
-            wanted.path = hostFileName(path, level.element->text);
+            wanted.path = hostFileName(path, level.element.text());
         if (auto known = find(wanted)) return *known;
         if (level.kind == VFileKind::this_file) {
             wanted.file = std::make_shared<VFileOffset>(clip_file, wanted.start);
@@ -284,7 +284,7 @@ std::shared_ptr<MetaObject const> readHeader(VFileObject& file, Findings& findin
         return nullptr;
     }
     for (char const* name : HEADER_ELEMENTS)
-        if (read.meta->root.child(name).invalid)
+        if (read.meta->tree.root().child(name).invalid())
             findings.add({.kind = header_field_missing, .offset = 0, .detail = name});
     return read.meta;
 }
@@ -298,18 +298,17 @@ ClipLayers readLayers(std::shared_ptr<VFileObject> const& clip_file, KString con
     if (!clip.header) return clip;
     clip.standard = toVideoStandard(clip.header->resolution, clip.header->frequency);
     LayerBuilder builder(clip_file, path, budget, findings);
-    for (XmlElement const* meta : clip.header->track_meta) {
+    for (XmlNode const meta : clip.header->track_meta) {
         auto const number = static_cast<std::uint32_t>(clip.tracks.size());
         TrackLayers track;
-        XmlElement const& type = meta->child("TrackType");
-        XmlElement const& vfile = meta->child("VFile");
-        if (type.invalid || vfile.invalid) {
+        XmlNode const type = meta.child("TrackType"), vfile = meta.child("VFile");
+        if (type.invalid() || vfile.invalid()) {
             findings.add({.kind = track_element_incomplete, .track = number, .offset = 0});
         } else {
-            track.format_name = type.text;
-            track.format = describeTrackFormat(type.text, clip.standard);
+            track.format_name = type.text();
+            track.format = describeTrackFormat(track.format_name, clip.standard);
             if (!track.format.valid)
-                findings.add({.kind = track_format_unknown, .track = number, .offset = 0, .detail = type.text});
+                findings.add({.kind = track_format_unknown, .track = number, .offset = 0, .detail = track.format_name});
             track.units = builder.build(vfile, number);
         }
         clip.tracks.push_back(std::move(track));

@@ -185,7 +185,15 @@ KString textOf(VideoStandard standard) {
     return resolution + KString(" ") + frequency;
 }
 
-VideoStandard standardWithText(KString const& text) { return valueWithText<VideoStandard>(text); }
+VideoStandard standardWithText(std::string_view text) {
+    auto const matches = [&](StandardRow const& row) {
+        std::string_view const resolution = raster(row.resolution).text, frequency = rate(row.frequency).text;
+        return text.size() == resolution.size() + 1 + frequency.size() && text.starts_with(resolution) &&
+               text[resolution.size()] == ' ' && text.ends_with(frequency);
+    };
+    auto const found = std::ranges::find_if(STANDARDS, matches);
+    return found == STANDARDS.end() ? VideoStandard::none : found->standard;
+}
 
 bool getfirst(DropframeFlag& value) { return first(value); }
 bool getfirst(VideoFrequency& value) { return first(value); }

@@ -2,6 +2,8 @@
 // out; a clip's header needs to know the difference.
 #pragma once
 
+#include <string_view>
+
 #include <kelvonclip/kelvon_std.h>
 
 #include "foundation/kstring.h"
@@ -10,7 +12,7 @@ namespace KelvonClip {
 
 // Such as "1080p 25Hz"; empty for a value that is no standard. Throws std::bad_alloc.
 KString textOf(VideoStandard standard);
-// The inverse; `none` for any other text. Throws std::bad_alloc.
-VideoStandard standardWithText(KString const& text);
+// The inverse; `none` for any other text.
+VideoStandard standardWithText(std::string_view text);
 
 }  // namespace KelvonClip

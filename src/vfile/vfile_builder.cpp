@@ -38,26 +38,26 @@ struct BuildContext {
 
 // --- The bottom of a stack ---
 
-Built buildFileName(XmlElement const& form, BuildContext const& context) {
-    return built(VFileFile::open(hostFileName(context.header_path, form.text), context.read_only));
+Built buildFileName(XmlNode form, BuildContext const& context) {
+    return built(VFileFile::open(hostFileName(context.header_path, form.text()), context.read_only));
 }
-Built buildThisFile(XmlElement const&, BuildContext const& context) { return {{}, context.this_file}; }
+Built buildThisFile(XmlNode, BuildContext const& context) { return {{}, context.this_file}; }
 
 // --- The levels above: each is built on the file of its nested description ---
 
-Built buildSparse(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_only) {
+Built buildSparse(XmlNode, std::shared_ptr<VFileObject> file, bool read_only) {
     return built(VFileSparse1::open(std::move(file), read_only));
 }
-Built buildSparse2(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_only) {
+Built buildSparse2(XmlNode, std::shared_ptr<VFileObject> file, bool read_only) {
     return built(VFileSparse2::open(std::move(file), read_only));
 }
 // "MinLength" is for the creator of the file; opening ignores it.
-Built buildGrow(XmlElement const&, std::shared_ptr<VFileObject> file, bool read_only) {
+Built buildGrow(XmlNode, std::shared_ptr<VFileObject> file, bool read_only) {
     return built(VFileGrow::open(std::move(file), read_only));
 }
 
-Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> file, bool) {
-    VFileLevel const level{VFileKind::partition, &form};
+Built buildPartitionForm(XmlNode form, std::shared_ptr<VFileObject> file, bool) {
+    VFileLevel const level{VFileKind::partition, form};
     auto const start = level.number("Start");
     if (!start) return badSpecification();
     auto const length = level.number("Length");
@@ -70,8 +70,8 @@ Built buildPartitionForm(XmlElement const& form, std::shared_ptr<VFileObject> fi
 struct Form {
     char const* name;
     VFileKind kind;
-    Built (*bottom)(XmlElement const& form, BuildContext const& context);
-    Built (*level)(XmlElement const& form, std::shared_ptr<VFileObject> file, bool read_only);
+    Built (*bottom)(XmlNode form, BuildContext const& context);
+    Built (*level)(XmlNode form, std::shared_ptr<VFileObject> file, bool read_only);
 };
 constexpr auto FORMS = std::to_array<Form>({
     {"FileName", VFileKind::file_name, buildFileName, nullptr},
@@ -88,21 +88,18 @@ Form const& formOf(VFileKind kind) {
 
 }  // namespace
 
-VFileLevel vfileLevel(XmlElement const& description) {
-    if (description.invalid || description.name != KString("VFile")) return {};
+VFileLevel vfileLevel(XmlNode description) {
+    if (description.name() != "VFile") return {};
     for (Form const& form : FORMS) {
-        XmlElement const& element = description.child(form.name);
-        if (!element.invalid) return {form.kind, &element};
+        XmlNode const element = description.child(form.name);
+        if (!element.invalid()) return {form.kind, element};
     }
     return {};
 }
 
-VFileLevel VFileLevel::below() const { return vfileLevel(element->child("VFile")); }
+VFileLevel VFileLevel::below() const { return vfileLevel(element.child("VFile")); }
 
-std::optional<std::uint64_t> VFileLevel::number(char const* name) const {
-    XmlElement const& child = element->child(name);
-    return child.invalid ? std::nullopt : child.text.toUnsigned();
-}
+std::optional<std::uint64_t> VFileLevel::number(std::string_view name) const { return element.child(name).number(); }
 
 KString hostFileName(KString const& header_path, KString const& text) {
     std::ptrdiff_t const backslash = header_path.findLast(U'\\');
@@ -111,7 +108,7 @@ KString hostFileName(KString const& header_path, KString const& text) {
     return KString::format("%1\\%2", {header_path.substring(0, static_cast<std::size_t>(backslash)), text});
 }
 
-Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KString const& header_path,
+Opened<VFileObject> buildVFile(XmlNode element, bool read_only, KString const& header_path,
                                std::shared_ptr<VFileObject> const& this_file) {
     BuildContext const context{read_only, header_path, this_file};
 
@@ -121,16 +118,16 @@ Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KStrin
     for (; level.kind != VFileKind::none && !level.isBottom(); level = level.below())
         levels.push_back(level);
     if (level.kind == VFileKind::none) return badSpecification();
-    Built result = formOf(level.kind).bottom(*level.element, context);
+    Built result = formOf(level.kind).bottom(level.element, context);
     for (; result.error.empty() && !levels.empty(); levels.pop_back()) {
         if (!result.file) return badSpecification();  // a container needs a host
         VFileLevel const& outer = levels.back();
-        result = formOf(outer.kind).level(*outer.element, std::move(result.file), read_only);
+        result = formOf(outer.kind).level(outer.element, std::move(result.file), read_only);
     }
     return result;
 }
 
-Opened<VFileObject> buildNestedVFile(XmlElement const& parent, bool read_only, KString const& header_path,
+Opened<VFileObject> buildNestedVFile(XmlNode parent, bool read_only, KString const& header_path,
                                      std::shared_ptr<VFileObject> const& this_file) {
     return buildVFile(parent.child("VFile"), read_only, header_path, this_file);
 }

@@ -9,9 +9,10 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "vfile/vfileobject.h"
-#include "xml/xml_parse.h"
+#include "xml/xml_tree.h"
 
 namespace KelvonClip {
 
@@ -21,15 +22,15 @@ enum class VFileKind { none, file_name, sparse1, sparse2, this_file, partition, 
 // One level of a description. `element` holds its numbers or text, and the next level if `isBottom` is false.
 struct VFileLevel {
     VFileKind kind = VFileKind::none;
-    XmlElement const* element = nullptr;
+    XmlNode element;
 
     bool isBottom() const { return kind == VFileKind::file_name || kind == VFileKind::this_file; }
     VFileLevel below() const;
     // Of a partition; absent if it has no such number.
-    std::optional<std::uint64_t> number(char const* name) const;
+    std::optional<std::uint64_t> number(std::string_view name) const;
 };
 // The outermost level of a "VFile" element.
-VFileLevel vfileLevel(XmlElement const& description);
+VFileLevel vfileLevel(XmlNode description);
 
 // The path of the file that a "FileName" element of the header at `header_path` names.
 KString hostFileName(KString const& header_path, KString const& text);
@@ -37,11 +38,11 @@ KString hostFileName(KString const& header_path, KString const& text);
 // `header_path`: the path of the file that holds the header; file names in the description are relative to its folder.
 // `this_file`: the file for "ThisFile". If it is null, a description that is only a "ThisFile" gives neither an error
 // nor a file.
-Opened<VFileObject> buildVFile(XmlElement const& element, bool read_only, KString const& header_path,
+Opened<VFileObject> buildVFile(XmlNode element, bool read_only, KString const& header_path,
                                std::shared_ptr<VFileObject> const& this_file);
 
 // The same for the child named "VFile" of `parent`.
-Opened<VFileObject> buildNestedVFile(XmlElement const& parent, bool read_only, KString const& header_path,
+Opened<VFileObject> buildNestedVFile(XmlNode parent, bool read_only, KString const& header_path,
                                      std::shared_ptr<VFileObject> const& this_file);
 
 // The bytes [start, start + length) of `file`. Openers of the same range share one object.

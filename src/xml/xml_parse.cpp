@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <initializer_list>
-#include <new>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -21,18 +20,6 @@ namespace KelvonClip {
 namespace {
 
 constexpr char const* SOURCE = "xml_parse";
-
-std::u32string_view trimmedLeft(std::u32string_view text) {
-    auto const begin = std::find_if_not(text.begin(), text.end(), isWhiteSpace);
-    return text.substr(static_cast<std::size_t>(begin - text.begin()));
-}
-
-std::u32string_view trimmedRight(std::u32string_view text) {
-    auto const end = std::find_if_not(text.rbegin(), text.rend(), isWhiteSpace);
-    return text.substr(0, static_cast<std::size_t>(text.rend() - end));
-}
-
-bool blank(std::u32string_view text) { return std::all_of(text.begin(), text.end(), isWhiteSpace); }
 
 }  // namespace
 
@@ -162,129 +149,51 @@ KString xmlUnescape(KString const& text) {
 
 // ---- the parser -----------------------------------------------------------------------------------------------------
 
+XmlElement toElement(XmlNode root) {
+    struct Copy {
+        XmlNode from;
+        XmlElement* to;
+    };
+    XmlElement result = XmlElement::none();
+    std::vector<Copy> pending;
+    if (!root.invalid()) pending.push_back({root, &result});
+    while (!pending.empty()) {
+        auto const [from, to] = pending.back();
+        pending.pop_back();
+        to->invalid = false;
+        to->name = from.name();
+        to->text = from.text();
+        // Never resized again: pointers into it stay valid.
+        to->children.resize(static_cast<std::size_t>(std::ranges::distance(from.children())));
+        auto child = to->children.begin();
+        for (XmlNode const node : from.children())
+            pending.push_back({node, &*child++});
+    }
+    return result;
+}
+
 namespace {
 
-enum class TokenKind { opening, closing, empty_element, end_of_input, error };
-
-struct Token {
-    TokenKind kind;
-    std::u32string_view name = {};
-    std::size_t begin = 0, end = 0;  // position of its <, and past its >
-};
-
-bool isLetter(char32_t c) { return (c >= U'A' && c <= U'Z') || (c >= U'a' && c <= U'z'); }
-bool isNameCharacter(char32_t c) { return isLetter(c) || (c >= U'0' && c <= U'9') || c == U'_'; }
-
-bool isName(std::u32string_view text) {
-    return !text.empty() && isLetter(text.front()) && std::all_of(text.begin() + 1, text.end(), isNameCharacter);
+std::optional<std::string> utf8Of(KString const& text) {
+    try {
+        return text.toUtf8();
+    } catch (ConversionError const&) {
+        return std::nullopt;
+    }
 }
-
-// Parses the text between < and >.
-Token readTag(std::u32string_view inner) {
-    inner = trimmedRight(trimmedLeft(inner));
-    if (inner.empty()) return {TokenKind::error};
-    bool const slash_first = inner.front() == U'/', slash_last = inner.back() == U'/';
-    if (slash_first && slash_last) return {TokenKind::error};
-    Token token{TokenKind::opening, inner};
-    if (slash_first) token = {TokenKind::closing, trimmedLeft(inner.substr(1))};
-    if (slash_last) token = {TokenKind::empty_element, trimmedRight(inner.substr(0, inner.size() - 1))};
-    return isName(token.name) ? token : Token{TokenKind::error};
-}
-
-Token nextToken(std::u32string_view text, std::size_t from) {
-    constexpr auto ABSENT = std::u32string_view::npos;
-    std::size_t const open = text.find(U'<', from), close = text.find(U'>', from);
-    if (open == ABSENT && close == ABSENT) return {TokenKind::end_of_input};
-    if (open == ABSENT || close == ABSENT || close < open) return {TokenKind::error};
-    Token token = readTag(text.substr(open + 1, close - open - 1));
-    token.begin = open;
-    token.end = close + 1;
-    return token;
-}
-
-// One parse. Every step returns false if the parse fails there.
-class Parser {
-  public:
-    explicit Parser(std::u32string_view whole) : text(whole) {}
-
-    XmlParsed run() {
-        std::size_t position = 0;
-        while (!done) {
-            Token const token = nextToken(text, position);
-            if (!take(token, text.substr(position, token.begin - position))) return {XmlElement::none(), true};
-            position = token.end;
-        }
-        return {std::move(root), false};
-    }
-
-  private:
-    // `before` is the text between the last tag and this one.
-    bool take(Token const& token, std::u32string_view before) {
-        switch (token.kind) {
-        case TokenKind::opening:
-            return addText(before) && open(token.name);
-        case TokenKind::closing:
-            return addText(before) && close(token.name);
-        case TokenKind::empty_element:
-            return addText(before) && open(token.name) && close(token.name);
-        case TokenKind::end_of_input:  // the root is not complete
-        case TokenKind::error:
-            break;
-        }
-        return false;
-    }
-
-    bool addText(std::u32string_view characters) {
-        if (stack.empty()) return blank(characters);
-        appendUnescaped(stack.back().characters, characters);
-        return true;
-    }
-
-    bool open(std::u32string_view name) {
-        stack.push_back({XmlElement(KString(std::u32string(name))), {}});
-        return true;
-    }
-
-    bool close(std::u32string_view name) {
-        if (stack.empty() || stack.back().element.name.codePoints() != name) return false;
-        auto [element, characters] = std::move(stack.back());
-        stack.pop_back();
-        if (element.children.empty())
-            element.text = KString(std::move(characters));
-        else if (!blank(characters))
-            return false;
-        done = stack.empty();
-        if (done)
-            root = std::move(element);
-        else
-            stack.back().element.add(std::move(element));
-        return true;
-    }
-
-    struct OpenElement {
-        XmlElement element;
-        std::u32string characters;
-    };
-
-    std::u32string_view text;
-    bool done = false;
-    std::vector<OpenElement> stack;
-    XmlElement root;
-};
 
 }  // namespace
 
-XmlParsed xmlParse(KString const& text) { return Parser(text.codePoints()).run(); }
+XmlParsed xmlParse(KString const& text) {
+    auto const bytes = utf8Of(text);
+    XmlTree tree;
+    if (!bytes || !tree.parse(*bytes)) return {XmlElement::none(), true};
+    return {toElement(tree.root()), false};
+}
 
 // ---- the extractor --------------------------------------------------------------------------------------------------
 
 namespace {
-
-struct ByteRange {
-    std::size_t begin, end;
-};
-
-constexpr ByteRange NOWHERE{std::string_view::npos, std::string_view::npos};
 
 void skipWhiteSpace(std::string_view& bytes) {
     while (!bytes.empty() && isWhiteSpace(static_cast<unsigned char>(bytes.front())))
@@ -297,30 +206,22 @@ bool skip(std::string_view& bytes, std::string_view expected) {
     return true;
 }
 
-// The first place at or after `from` where the pieces of a tag follow each other, with optional white space before
-// each. Reads every byte twice at most.
-ByteRange findTag(std::string_view bytes, std::size_t from, std::initializer_list<std::string_view> pieces) {
-    for (std::size_t begin = bytes.find('<', from); begin != std::string_view::npos;
-         begin = bytes.find('<', begin + 1)) {
-        std::string_view rest = bytes.substr(begin + 1);
-        bool const found = std::all_of(pieces.begin(), pieces.end(), [&](std::string_view piece) {
-            skipWhiteSpace(rest);
-            return skip(rest, piece);
-        });
-        if (found) return {begin, bytes.size() - rest.size()};
-    }
-    return NOWHERE;
-}
-
-XmlParsed parseBytes(std::string_view bytes) {
-    try {
-        return xmlParse(KString(bytes));
-    } catch (ConversionError const&) {
-        return {XmlElement::none(), true};
-    }
+bool beginsWithTag(std::string_view bytes, std::string_view name) {
+    if (!skip(bytes, "<")) return false;
+    skipWhiteSpace(bytes);
+    if (!skip(bytes, name)) return false;
+    skipWhiteSpace(bytes);
+    return skip(bytes, ">");
 }
 
 }  // namespace
+
+std::size_t xmlFind(std::string_view bytes, std::string_view name) {
+    std::size_t begin = bytes.find('<');
+    while (begin != std::string_view::npos && !beginsWithTag(bytes.substr(begin), name))
+        begin = bytes.find('<', begin + 1);
+    return begin;
+}
 
 XmlExtractor::XmlExtractor(std::size_t capacity) {
     constexpr std::size_t DEFAULT_CAPACITY = 1024;
@@ -354,24 +255,19 @@ void XmlExtractor::append(void const* bytes, std::size_t count) {
 
 XmlParsed XmlExtractor::extract() {
     std::string_view const bytes = buffer;
-    ByteRange opening = NOWHERE;
-    std::string_view name;
-    for (auto const& tag : tags) {
-        if (!tag) continue;
-        ByteRange const candidate = findTag(bytes, 0, {*tag, ">"});
-        if (candidate.begin >= opening.begin) continue;
-        opening = candidate;
-        name = *tag;
-    }
-    if (opening.begin == NOWHERE.begin) return {XmlElement::none(), true};
+    std::size_t begin = std::string_view::npos;
+    for (auto const& tag : tags)
+        if (tag) begin = std::min(begin, xmlFind(bytes, *tag));
+    if (begin == std::string_view::npos) return {XmlElement::none(), true};
 
-    ByteRange const closing = findTag(bytes, opening.end, {"/", name, ">"});
-    XmlParsed parsed{XmlElement::none(), true};
-    if (closing.begin != NOWHERE.begin) parsed = parseBytes(bytes.substr(opening.begin, closing.end - opening.begin));
-    if (parsed.failed)
+    XmlTree tree;
+    auto const length = tree.parse(bytes.substr(begin), XmlTree::Nesting::other_names);
+    if (!length) {
         failure = true;
-    else
-        buffer.erase(0, closing.end);
+        return {XmlElement::none(), true};
+    }
+    XmlParsed parsed{toElement(tree.root()), false};
+    buffer.erase(0, begin + *length);
     return parsed;
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "foundation/kstring.h"
+#include "xml/xml_tree.h"
 
 namespace KelvonClip {
 
@@ -42,6 +43,9 @@ struct XmlElement {
     XmlElement& add(XmlElement element);
 };
 
+// A copy of the element, with its descendants, that can be changed and written.
+XmlElement toElement(XmlNode node);
+
 struct XmlParsed {
     XmlElement root;  // invalid after a failure
     bool failed = false;
@@ -62,6 +66,10 @@ KString xmlWrite(XmlElement const& element, XmlLayout layout, bool with_text = t
 // Replaces the five markup characters by their entities, and back. An & that begins no known entity is kept.
 KString xmlEscape(KString const& text);
 KString xmlUnescape(KString const& text);
+
+// The position of the first opening tag of that name, without attributes; npos if there is none. Tags are searched as
+// plain text.
+std::size_t xmlFind(std::string_view bytes, std::string_view name);
 
 // Finds the first element with a registered name in a growing byte stream. Tags are searched as plain text: a tag with
 // attributes is not found, and the first closing tag of the name ends the element.

@@ -228,7 +228,7 @@ TEST(ClipHeader, ReadingGivesBackWhatWasWritten) {
         EXPECT_EQ(meta->last_content_edit, 1700000000U);
         EXPECT_EQ(meta->last_meta_edit, 1700000001U);
         ASSERT_EQ(meta->track_meta.size(), 2U);
-        EXPECT_EQ(xmlWrite(*meta->track_meta[1], XmlLayout::compact).toUtf8(),
+        EXPECT_EQ(xmlWrite(toElement(meta->track_meta[1]), XmlLayout::compact).toUtf8(),
                   "<TrackMeta><TrackType>tc2</TrackType><VFile><ThisFile /></VFile></TrackMeta>");
     }
 }
@@ -271,16 +271,17 @@ TEST(ClipHeaderReader, TracksKeepTheOrderOfTheFileAndOtherChildrenAreIgnored) {
         readGood(root("<VideoStandard>625i 50Hz</VideoStandard><TrackMetaVector><TrackMeta>one</TrackMeta><Other/>"
                       "<trackmeta/><TrackMeta><TrackType>dv50</TrackType></TrackMeta><TrackMeta/></TrackMetaVector>"));
     ASSERT_EQ(meta->track_meta.size(), 3U);
-    EXPECT_EQ(meta->track_meta[0]->text, "one");
-    EXPECT_EQ(meta->track_meta[1]->child("TrackType").text, "dv50");
-    EXPECT_TRUE(meta->track_meta[2]->children.empty());
+    EXPECT_EQ(meta->track_meta[0].text(), "one");
+    EXPECT_EQ(meta->track_meta[1].child("TrackType").text(), "dv50");
+    EXPECT_TRUE(meta->track_meta[2].children().empty());
 }
 
 TEST(ClipHeaderReader, TreeIsKept) {
     auto const meta = readClipWith("<UUID>{x}</UUID><Future><A>1</A></Future>");
-    EXPECT_EQ(meta->root.name, "KelvonClipMeta1");
-    EXPECT_EQ(meta->root.child("UUID").text, "{x}");
-    EXPECT_EQ(meta->root.child("Future").child("A").text, "1");
+    XmlNode const root = meta->tree.root();
+    EXPECT_EQ(root.name(), "KelvonClipMeta1");
+    EXPECT_EQ(root.child("UUID").text(), "{x}");
+    EXPECT_EQ(root.child("Future").child("A").text(), "1");
 }
 
 TEST(ClipHeaderReader, ElementsThatAreAbsentLeaveTheirDefaults) {
@@ -480,7 +481,7 @@ TEST(ClipHeaderReader, HeaderNestedAsDeepAsTheAreaAllowsIsRead) {
     auto const meta = readGood(text + end);
     ASSERT_EQ(meta->track_meta.size(), 1U);
     std::size_t levels = 0;
-    for (XmlElement const* at = meta->track_meta[0]; !at->children.empty(); at = &at->children[0])
+    for (XmlNode at = meta->track_meta[0]; !at.children().empty(); at = *at.children().begin())
         ++levels;
     EXPECT_EQ(levels, depth);
 }

@@ -411,7 +411,11 @@ TEST(Track, ThreadsReadAndWriteUnitsOfOneTrackAtOnce) {
 
 // --- opening from a TrackMeta element ------------------------------------------------------------------------------
 
-XmlElement parsed(std::string const& text) { return xmlParse(KString(text)).root; }
+Track::Opened open(Clip& clip, std::string const& text) {
+    XmlTree tree;
+    EXPECT_TRUE(tree.parse(text)) << text;
+    return Track::open(clip, tree.root());
+}
 
 TEST(TrackOpen, MissingTrackTypeOrVFileIsBadTrackXML) {
     Bench bench(TrackFormat{});
@@ -419,7 +423,7 @@ TEST(TrackOpen, MissingTrackTypeOrVFileIsBadTrackXML) {
     for (auto const& text :
          {test::element("TrackMeta", range), test::element("TrackMeta", test::element("TrackType", "auk")),
           test::element("TrackMeta", "")}) {
-        auto const opened = Track::open(*bench.clip, parsed(text));
+        auto const opened = open(*bench.clip, text);
         EXPECT_EQ(opened.error, KString("Bad track XML")) << text;
         EXPECT_EQ(opened.track, nullptr);
     }
@@ -427,8 +431,7 @@ TEST(TrackOpen, MissingTrackTypeOrVFileIsBadTrackXML) {
 
 TEST(TrackOpen, UnusableVFileGivesItsOwnMessage) {
     Bench bench(TrackFormat{});
-    auto const opened =
-        Track::open(*bench.clip, parsed(test::trackMeta("auk", test::element("VFile", test::element("Odd", "")))));
+    auto const opened = open(*bench.clip, test::trackMeta("auk", test::element("VFile", test::element("Odd", ""))));
     EXPECT_EQ(opened.error, KString("Bad VFile Spec"));
     EXPECT_EQ(opened.track, nullptr);
 }
@@ -437,7 +440,7 @@ TEST(TrackOpen, FormatComesFromTypeAndStandardAndDataFromTheTrackDataArea) {
     Bench bench(TrackFormat{});
     bench.memory->resize(1 << 20);
     bench.memory->put(8192, std::string(32768, 'd').data(), 32768);
-    auto const opened = Track::open(*bench.clip, parsed(test::trackMeta("auk", test::rangeOfThisFile(8192, 65536))));
+    auto const opened = open(*bench.clip, test::trackMeta("auk", test::rangeOfThisFile(8192, 65536)));
     ASSERT_EQ(opened.error, KString());
     EXPECT_EQ(opened.track->format().category, TrackCategory::audio);
     EXPECT_EQ(opened.track->unitSize(), 8u * 4096);
@@ -451,7 +454,7 @@ TEST(TrackOpen, FormatComesFromTypeAndStandardAndDataFromTheTrackDataArea) {
 TEST(TrackOpen, UnknownFormatGivesAKeptTrackThatIsInvalid) {
     Bench bench(TrackFormat{});
     for (char const* type : {"nonsense", "", "avci100-720p", "jp2@102"}) {
-        auto const opened = Track::open(*bench.clip, parsed(test::trackMeta(type, test::rangeOfThisFile(0, 65536))));
+        auto const opened = open(*bench.clip, test::trackMeta(type, test::rangeOfThisFile(0, 65536)));
         ASSERT_EQ(opened.error, KString()) << type;
         EXPECT_FALSE(opened.track->format().valid) << type;
         EXPECT_EQ(opened.track->lengthInUnits(), 0u) << type;

@@ -82,7 +82,7 @@ std::vector<Bytes> unitsIn(std::shared_ptr<MemoryFile> const& file, std::size_t 
     auto const header = readClipHeader(*file);
     auto const area = VFileOffset::section(file, CLIP_HEADER_SIZE);
     std::shared_ptr<VFileObject> const this_file = area.file;
-    auto const built = buildNestedVFile(*header.meta->track_meta.at(track), true, "memory", this_file);
+    auto const built = buildNestedVFile(header.meta->track_meta.at(track), true, "memory", this_file);
     EXPECT_EQ(built.error, KString());
     std::uint64_t const size = THREE[track].unit_size;
     std::vector<Bytes> units(built.file->length() / size, Bytes(size));
@@ -495,7 +495,7 @@ TEST(Salvage, WritingGoesOnAfterASalvageInPlace) {
     auto const area = VFileOffset::section(file, CLIP_HEADER_SIZE);
     std::shared_ptr<VFileObject> const this_file = area.file;
     for (std::size_t track : {V, A, T}) {
-        auto const built = buildNestedVFile(*header.meta->track_meta.at(track), false, "memory", this_file);
+        auto const built = buildNestedVFile(header.meta->track_meta.at(track), false, "memory", this_file);
         Bytes const unit = unitOf(track, 6);
         ASSERT_EQ(built.file->writeSync(built.file->length(), static_cast<std::uint32_t>(unit.size()), unit.data()),
                   KString());

@@ -28,11 +28,11 @@ using test::putText;
 
 KString const BAD = "Bad VFile Spec";
 
-XmlElement parse(std::string const& text) {
-    auto parsed = xmlParse(KString(text));
-    EXPECT_FALSE(parsed.failed) << text;
-    return parsed.root;
-}
+struct Parsed {
+    XmlTree tree;
+    explicit Parsed(std::string const& text) { EXPECT_TRUE(tree.parse(text)) << text; }
+    operator XmlNode() const { return tree.root(); }
+};
 std::string vfile(std::string const& form) { return "<VFile>" + form + "</VFile>"; }
 std::string partitionForm(std::string const& start, std::string const& length, std::string const& inner) {
     return "<Partition><Start>" + start + "</Start><Length>" + length + "</Length>" + inner + "</Partition>";
@@ -44,7 +44,7 @@ struct VFileBuilderTest : testing::Test {
     ScratchFolder folder;
 
     Opened<VFileObject> build(std::string const& text, KString const& header_path = "clip", bool read_only = false) {
-        return buildVFile(parse(text), read_only, header_path, memory);
+        return buildVFile(Parsed(text), read_only, header_path, memory);
     }
     void putGrow(std::uint64_t length) {
         memory->resize(4096);
@@ -63,13 +63,13 @@ TEST_F(VFileBuilderTest, ThisFileIsTheFileOfTheHeader) {
 }
 
 TEST_F(VFileBuilderTest, WithoutAFileOfTheHeaderThisFileIsNeitherAnErrorNorAFile) {
-    auto const built = buildVFile(parse(THIS), false, "clip", nullptr);
+    auto const built = buildVFile(Parsed(THIS), false, "clip", nullptr);
     EXPECT_EQ(built.error, KString());
     EXPECT_EQ(built.file, nullptr);
     for (std::string const& form :
          {"<Grow>" + THIS + "</Grow>", "<Sparse>" + THIS + "</Sparse>", "<Sparse2>" + THIS + "</Sparse2>",
           partitionForm("0", "1", THIS), partitionForm("1", "1", THIS)})
-        EXPECT_EQ(buildVFile(parse(vfile(form)), false, "clip", nullptr).error, BAD) << form;
+        EXPECT_EQ(buildVFile(Parsed(vfile(form)), false, "clip", nullptr).error, BAD) << form;
 }
 
 TEST_F(VFileBuilderTest, WhatDescribesNoVirtualFileIsRefused) {
@@ -83,15 +83,15 @@ TEST_F(VFileBuilderTest, WhatDescribesNoVirtualFileIsRefused) {
         EXPECT_EQ(built.error, BAD) << text;
         EXPECT_EQ(built.file, nullptr);
     }
-    EXPECT_EQ(buildVFile(XmlElement::none(), false, "clip", memory).error, BAD);
+    EXPECT_EQ(buildVFile(XmlNode(), false, "clip", memory).error, BAD);
 }
 
 TEST_F(VFileBuilderTest, TheParentsChildNamedVFileIsBuilt) {
     EXPECT_EQ(
-        buildNestedVFile(parse("<TrackMeta><TrackType>x</TrackType>" + THIS + "</TrackMeta>"), false, "clip", memory)
+        buildNestedVFile(Parsed("<TrackMeta><TrackType>x</TrackType>" + THIS + "</TrackMeta>"), false, "clip", memory)
             .file,
         memory);
-    EXPECT_EQ(buildNestedVFile(parse("<TrackMeta><TrackType>x</TrackType></TrackMeta>"), false, "clip", memory).error,
+    EXPECT_EQ(buildNestedVFile(Parsed("<TrackMeta><TrackType>x</TrackType></TrackMeta>"), false, "clip", memory).error,
               BAD);
 }
 
