@@ -345,12 +345,29 @@ void Tail::addHole(std::uint32_t track, std::uint64_t position) {
     TrackState& state = states[track];
     Slot slot{.host = position, .unit = state.next_unit, .track = track};
     slot.proven_place = state.number_known && state.in_order;
+    if (!older_between && isOlder(track, position)) older_between = position;
     model->take(tracks[track].positionOf(state.next_unit), tracks[track].unitSize());
     model->goOnAt(position + tracks[track].unitSize());
     ++state.next_unit;
     if (state.next_timecode) ++*state.next_timecode;
     noteTurn(track);
     keep(slot);
+}
+
+// True if the bytes at a place where no unit was recognised are no part of one that was on its way: in a file that held
+// nothing before, such a place has zeros, and whole blocks or pages behind the first one at most.
+bool Tail::isOlder(std::uint32_t number, std::uint64_t position) {
+    TrackFormat const& format = tracks[number].format;
+    UnitBytes const bytes = unitAt(position, tracks[number].unitSize());
+    if (format.category != TrackCategory::audio)
+        return !isZero(bytes.first(std::min<std::size_t>(inspect::PAGE, bytes.size())));
+    AudioUnit const unit = inspect::readAudioUnit(format, options.frequency, bytes);
+    std::size_t const block_size = unit.count == 0 ? 0 : bytes.size() / unit.count;
+    for (std::uint32_t i = 0; i < unit.count; ++i) {
+        bool const in_place = unit.blocks[i] && unit.blocks[i]->block_byte == i;
+        if (!in_place && !isZero(bytes.subspan(i * block_size, inspect::PAGE))) return true;
+    }
+    return false;
 }
 
 void Tail::keep(Slot slot) {
@@ -499,11 +516,11 @@ bool Tail::goesOnBehind(std::uint64_t position) {
 // held another recording before, a place proves nothing by itself; there everything before an audio unit that continues
 // this recording belongs to it.
 void Tail::judge() {
-    bool const older = seam || goesOnBehind(end_of_tail);
+    bool const older = seam || older_between || goesOnBehind(end_of_tail);
     std::uint64_t proven_end = UINT64_MAX;
-    if (end_of_tail < host_end)
-        findings.add(
-            {.kind = older ? older_bytes : log_broken_off, .count = host_end - end_of_tail, .offset = end_of_tail});
+    std::uint64_t const from = older_between.value_or(end_of_tail);
+    if (from < host_end)
+        findings.add({.kind = older ? older_bytes : log_broken_off, .count = host_end - from, .offset = from});
     if (older) {
         proven_end = 0;
         for (Slot const& slot : found) {

@@ -117,6 +117,7 @@ class Tail {
     void forgetNumbers(std::vector<std::uint32_t> const& of_tracks);
     void take(Candidate const& candidate, std::uint64_t position);
     void addHole(std::uint32_t track, std::uint64_t position);
+    bool isOlder(std::uint32_t track, std::uint64_t position);
     void keep(Slot slot);
     void noteMarks(Slot& slot, inspect::UnitBytes bytes);
     void noteTurn(std::uint32_t track);
@@ -138,7 +139,8 @@ class Tail {
     std::uint64_t buffered_at = UINT64_MAX, buffered = 0;
     std::vector<std::pair<std::uint64_t, std::uint32_t>> by_partition;  // each with its track
     std::uint64_t end_of_tail = 0;
-    std::optional<std::uint64_t> seam;  // where the units of an older recording begin
+    std::optional<std::uint64_t> seam;           // where the units of an older recording begin
+    std::optional<std::uint64_t> older_between;  // the first place without a unit that holds bytes of one
     bool full = false;
 };
 

@@ -257,6 +257,28 @@ TEST(Salvage, SoundOfAnOlderRecordingProvesNothing) {
         EXPECT_EQ(report.tracks[track].certain, 0u) << track;
 }
 
+// The older recording ends with pictures, and its bytes between fit units that never landed.
+TEST(Salvage, PicturesOfAnOlderRecordingThatEndTheFileAreNeverCertain) {
+    for (std::uint64_t gap : {TIME, SOUND, TIME + SOUND, 2 * TIME + SOUND, 2 * SOUND + TIME}) {
+        Recording older(nullptr, 1);
+        older.rounds(1);
+        older.append(V);
+        older.append(V);
+        Recording image(older.file());
+        image.rounds(1);
+        std::uint64_t const fill = AVC - gap;
+        if (fill % SOUND != 0) image.append(T);
+        for (std::uint64_t n = 0; n < fill / SOUND; ++n)
+            image.append(A);
+        SalvageReport const report = examined(image);
+        EXPECT_EQ(report.findings.number(FindingKind::older_bytes), 1u) << gap;
+        Lengths const lengths = expectRight(salvagedCopy(image));
+        EXPECT_LE(lengths[V], 1u) << gap;  // no later picture proves its end
+        EXPECT_EQ(lengths[A], 1 + fill / SOUND) << gap;
+        EXPECT_LE(lengths[T], 1 + fill % SOUND / TIME) << gap;
+    }
+}
+
 TEST(Salvage, WithoutSoundNothingIsCertainInAFileThatHeldMore) {
     RecordingImage image({{"avci50-1080i", AVC}, {"tc2", TIME}});
     for (std::uint32_t unit = 0; unit < 6; ++unit) {
