@@ -63,6 +63,10 @@ class HostFile {
     virtual bool size(std::uint64_t& bytes) const = 0;
     virtual bool resize(std::uint64_t bytes) = 0;
 
+    // From here on, reads and `size` give what other machines wrote to the file before this call. Network file systems
+    // may keep older bytes and an older length for a while.
+    virtual void revalidate() {}
+
     // Waits until everything written so far, including the length of the file, is on the disk.
     virtual bool flush() = 0;
     // The same for the directory entry of a new file, so that the file still exists after a power failure.

@@ -172,6 +172,11 @@ KString VFileFile::flush() {
     return flush_failed ? "Flush failed" : "";
 }
 
+KString VFileFile::refresh(RefreshStep step) {
+    if (step != RefreshStep::show) handle->revalidate();
+    return {};
+}
+
 KString VFileFile::close() {
     std::uint64_t const reserved = reserved_length.load();
     std::uint64_t size = 0;

@@ -50,6 +50,8 @@ class VFileFile : public VFileObject {
     KMutexLock const& writeBackLock() override { return write_back_lock; }
     // Errors: "Flush failed". All later calls then fail too, because data that the host could not write may be lost.
     KString flush() override;
+    // Before lengths and before maps are read: what is cached may be older than what was read before.
+    KString refresh(RefreshStep step) override;
     // Flushes the directory entry of a created file. Errors: "Flush failed".
     KString flushName() { return handle->flushName() ? "" : "Flush failed"; }
     // Lets others open a created file. Errors: "The file is in use", if requests are under way for a long time.

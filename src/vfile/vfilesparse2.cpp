@@ -134,14 +134,18 @@ KString VFileSparse2::writeMap() {
 
 KString VFileSparse2::refresh(RefreshStep step) {
     if (!read_only) return {};
-    if (step == RefreshStep::lengths) to_follow = true;
-    // Several files share this map: the first one's step reads it.
-    if (step != RefreshStep::maps || !std::exchange(to_follow, false)) return {};
-    if (host->isContainer()) {
+    // Several files share this map: the first one's step counts.
+    bool const reads_lengths = step == RefreshStep::lengths, reads_map = step == RefreshStep::maps;
+    bool const first =
+        (reads_lengths && !std::exchange(to_follow, true)) || (reads_map && std::exchange(to_follow, false));
+    if (!first) return {};
+    if (!host->isContainer()) {
+        if (KString error = host->refresh(step); !error.empty()) return error;
+    } else if (reads_map) {
         VFileObject* const below[] = {host.get()};
         if (KString error = refreshAll(below); !error.empty()) return error;
     }
-    return followWriter();
+    return reads_map ? followWriter() : KString();
 }
 
 // Blocks are read without the lock of the log, so readers do not wait for the disk: only a refresh changes the map of a

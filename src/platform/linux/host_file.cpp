@@ -92,8 +92,8 @@ class LinuxFile : public HostFile {
     LinuxFile(std::string name, Descriptor buffered_fd, Descriptor direct_fd, bool reading_only)
         : path(std::move(name)), buffered(std::move(buffered_fd)), direct(std::move(direct_fd)),
           read_only(reading_only) {
-        (void)::fstat(buffered.get(), &when_opened);
         descriptors.buffered = buffered.get();
+        (void)askForState(when_opened);
         descriptors.direct = direct.get();
         descriptors.in_memory = isOnMemoryFileSystem(buffered.get());
         if (direct.valid()) queryAlignment();
@@ -120,8 +120,8 @@ class LinuxFile : public HostFile {
     Ownership ownWriting() override {
         if (isTheParents()) return Ownership::obtained;  // its writes fail
         if (!lockOwnerByte(F_WRLCK) && (errno == EAGAIN || errno == EACCES)) return Ownership::of_another;
-        struct stat now;
-        if (::fstat(descriptors.buffered, &now) == 0 && isSameState(now)) return Ownership::obtained;
+        State now;
+        if (askForState(now) && now == when_opened) return Ownership::obtained;
         lockOwnerByte(F_UNLCK);
         return Ownership::changed_since;
     }
@@ -144,6 +144,12 @@ class LinuxFile : public HostFile {
         return repeated([&] { return ::ftruncate(descriptors.buffered, static_cast<off_t>(bytes)); });
     }
 
+    // The file system drops its copies of a file when it finds it changed.
+    void revalidate() override {
+        State unused;
+        (void)askForState(unused);
+    }
+
     bool flush() override {
         return repeated([&] { return ::fdatasync(descriptors.buffered); });
     }
@@ -160,9 +166,22 @@ class LinuxFile : public HostFile {
     }
 
   private:
-    bool isSameState(struct stat const& now) const {
-        return now.st_size == when_opened.st_size && now.st_mtim.tv_sec == when_opened.st_mtim.tv_sec &&
-               now.st_mtim.tv_nsec == when_opened.st_mtim.tv_nsec;
+    // Changes whenever somebody writes to the file.
+    struct State {
+        std::uint64_t size = 0;
+        std::int64_t modified_seconds = 0;
+        std::uint32_t modified_nanoseconds = 0;
+
+        bool operator==(State const&) const = default;
+    };
+
+    // Asks the file system itself. A network file system answers `fstat` from memory for some seconds.
+    bool askForState(State& state) const {
+        struct statx found;
+        int const flags = AT_EMPTY_PATH | AT_STATX_FORCE_SYNC;
+        if (::statx(descriptors.buffered, "", flags, STATX_SIZE | STATX_MTIME, &found) != 0) return false;
+        state = {found.stx_size, found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec};
+        return true;
     }
 
     bool lockOwnerByte(short type) const {
@@ -224,7 +243,7 @@ class LinuxFile : public HostFile {
     Descriptor buffered;
     Descriptor direct;
     Descriptors descriptors;
-    struct stat when_opened {};
+    State when_opened;
     bool read_only;
     std::atomic<std::uint64_t> allowed_end = 0;  // what the process's limit was found to allow
 };

@@ -9,10 +9,9 @@
 #include <gtest/gtest.h>
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/track.h>
-#include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
+#include "own_mounts.h"
 #include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/scratch_path.h"
@@ -24,26 +23,12 @@ using namespace test;
 
 constexpr unsigned int TRACKS = 3, UNIT = 8192;  // two subchannels at 50Hz
 
-bool writeFileOf(char const* path, std::string const& text) {
-    return (std::ofstream(path) << text << std::flush).good();
-}
-
-// Gives this process mounts of its own, as its own root if it is not the machine's. Only before it has other threads.
-bool enterOwnMounts() {
-    uid_t const user = ::getuid();
-    gid_t const group = ::getgid();
-    if (::unshare(CLONE_NEWNS) == 0) return true;
-    return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeFileOf("/proc/self/setgroups", "deny") &&
-           writeFileOf("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
-           writeFileOf("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-}
-
 // A file system of 8 MiB, which only this process sees.
 class DiskFull : public testing::Test {
   protected:
     void SetUp() override {
-        bool const mounted = enterOwnMounts() && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                             ::mount("none", folder.path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=8m") == 0;
+        bool const mounted =
+            enterOwnMounts() && ::mount("none", folder.path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "size=8m") == 0;
         // Not a failure: containers and changed roots commonly refuse mounts.
         if (!mounted) GTEST_SKIP() << "this host lacks mounts";
     }
