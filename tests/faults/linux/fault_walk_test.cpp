@@ -1,14 +1,19 @@
-// Every request of scripted scenarios to the host fails once, and from there on, for every request. Nothing crashes or
-// hangs, what a call acknowledged is there after reopening unless a call has said that something failed, nothing else
-// shows in its place, and no descriptor is left open.
+// Every request of scripted scenarios to the host fails once, and from there on, for every request, with both I/O
+// engines. Nothing crashes or hangs, what a call acknowledged is there after reopening unless a call has said that
+// something failed, nothing else shows in its place, and no descriptor is left open. A host that refuses rings, or what
+// a ring submits, or threads, takes part in no failure at all.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <iostream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
+#include <ostream>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -17,11 +22,16 @@
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "audio/unit_read_ahead.h"
 #include "failing_requests.h"
+#include "io_engines.h"
 #include "open_handles.h"
+#include "pending_transfer.h"
 #include "platform/linux/io_queue.h"
+#include "platform/wait.h"
 #include "public/public_support.h"
 #include "support/clip_image.h"
 #include "support/disk_image.h"
@@ -147,23 +157,62 @@ class Recording : public Calls {
     unsigned ends[TRACKS] = {};
 };
 
-std::string nameOf(testing::TestParamInfo<RequestFailures> const& which) {
-    switch (which.param) {
-    case RequestFailures::one:
-        return "OneFails";
-    case RequestFailures::all_from_there_on:
-        return "AllFailFromThereOn";
-    case RequestFailures::disk_full_from_there_on:
-        return "TheDiskIsFullFromThereOn";
-    case RequestFailures::short_transfer:
-        return "OneIsShort";
+struct Fault {
+    char const* name;
+    RequestFailures which;
+    bool rings;
+
+    // The host refuses only what the library can do without.
+    bool canBeMadeGood() const { return which == RequestFailures::short_transfer || which >= RequestFailures::no_ring; }
+};
+void PrintTo(Fault const& fault, std::ostream* out) { *out << fault.name; }
+
+constexpr Fault FAULTS[] = {
+    {"OneFails", RequestFailures::one, false},
+    {"AllFailFromThereOn", RequestFailures::all_from_there_on, false},
+    {"TheDiskIsFullFromThereOn", RequestFailures::disk_full_from_there_on, false},
+    {"OneIsShort", RequestFailures::short_transfer, false},
+    {"OneFailsOnARing", RequestFailures::one, true},
+    {"AllFailFromThereOnOnARing", RequestFailures::all_from_there_on, true},
+    {"TheDiskIsFullFromThereOnOnARing", RequestFailures::disk_full_from_there_on, true},
+    {"OneIsShortOnARing", RequestFailures::short_transfer, true},
+    {"NoRingFromThereOn", RequestFailures::no_ring, true},
+    {"NoMemoryToSubmitFromThereOn", RequestFailures::no_memory_to_submit, true},
+    {"NoTimeToSubmitFromThereOn", RequestFailures::no_time_to_submit, true},
+    {"NoPlaceToSubmitFromThereOn", RequestFailures::no_place_to_submit, true},
+};
+
+// Files of the test that this process has open. Rings are kept as long as their threads.
+std::size_t filesOpen(std::filesystem::path const& folder) {
+    std::size_t count = 0;
+    for (auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry.path(), gone).string().starts_with(folder.string())) ++count;
     }
-    return {};
+    return count;
 }
 
-class FaultWalk : public testing::TestWithParam<RequestFailures> {
+// The engine of one round. A read that stays under way keeps the thread from moving its writes itself, so that the ring
+// moves them too.
+class Engine {
+  public:
+    explicit Engine(Fault const& fault) {
+        platform::useRings(fault.rings);  // a new ring
+        if (!fault.rings || fault.which == RequestFailures::no_ring) return;
+        under_way.emplace();
+        (void)platform::HostSemaphore(0, 1).waitAlertable(0);  // submits it
+    }
+
+  private:
+    std::optional<PendingRead> under_way;
+};
+
+class FaultWalk : public testing::TestWithParam<Fault> {
   protected:
-    void SetUp() override { platform::useRings(false); }
+    void SetUp() override {
+        if (GetParam().rings && !hostHasRings()) GTEST_SKIP() << "this host lacks rings";
+        Requests::hide_memory_files = GetParam().rings;
+    }
 
     // The clip of one round. A creation that failed keeps its name.
     std::wstring clipOf(RequestWalk const& walk) const {
@@ -172,19 +221,30 @@ class FaultWalk : public testing::TestWithParam<RequestFailures> {
 
     // `round` prepares, calls begin and end around what is tested, and checks.
     template <class Round>
-    static void walk(Round&& round) {
-        RequestWalk walk(GetParam());
+    void walk(Round&& round) {
+        RequestWalk walk(GetParam().which);
+        std::uint64_t const transfers_before = Requests::transfers_of_rings;
         while (walk.next() && !HasFailure()) {
             SCOPED_TRACE(testing::Message() << "request " << walk.request());
-            std::size_t const before = openHandles();
-            round(walk);
+            std::size_t const before = handles();
+            {
+                Engine const engine(GetParam());
+                round(walk);
+            }
             hemlock::UnitReadAhead::waitForTasks(60000);
             if (walk.request() == 1) continue;  // what is kept for later is made now
-            EXPECT_EQ(openHandles(), before);
+            EXPECT_EQ(handles(), before);
         }
-        EXPECT_GT(walk.request(), 3u) << "the walk has to have met requests";
+        EXPECT_GT(walk.request(), GetParam().which == RequestFailures::no_ring ? 1u : 3u)
+            << "the walk has to have met requests";
+        EXPECT_EQ(Requests::transfers_of_rings > transfers_before, GetParam().rings);
         RecordProperty("requests", std::to_string(walk.request()));
     }
+    void begin(RequestWalk const& failing) const {
+        failing.begin();
+        if (GetParam().which == RequestFailures::no_ring) platform::useRings(true);  // the next request makes a new one
+    }
+    std::size_t handles() const { return GetParam().rings ? filesOpen(folder.path) : openHandles(); }
 
     ScratchPath folder{inMemory()};
 };
@@ -193,7 +253,7 @@ TEST_P(FaultWalk, CreatingAndRecordingTracksInTurn) {
     walk([&](RequestWalk& failing) {
         auto const name = clipOf(failing);
         Recording recording(name);
-        failing.begin();
+        begin(failing);
         recording.create();
         recording.append(UNITS);
         recording.checkpoint();
@@ -201,7 +261,7 @@ TEST_P(FaultWalk, CreatingAndRecordingTracksInTurn) {
         recording.readAll();
         recording.close();
         bool const struck = failing.end();
-        if (GetParam() == RequestFailures::short_transfer || !struck) {
+        if (GetParam().canBeMadeGood() || !struck) {
             EXPECT_EQ(recording.messages, 0u);
         }
         recording.expectKept();
@@ -217,7 +277,7 @@ TEST_P(FaultWalk, AppendingToAClip) {
         recording.create();
         recording.append(UNITS);
         recording.close();
-        failing.begin();
+        begin(failing);
         recording.open();
         recording.readAll();
         recording.append(UNITS);
@@ -225,7 +285,7 @@ TEST_P(FaultWalk, AppendingToAClip) {
         recording.append(UNITS);
         recording.close();
         bool const struck = failing.end();
-        if (GetParam() == RequestFailures::short_transfer || !struck) {
+        if (GetParam().canBeMadeGood() || !struck) {
             EXPECT_EQ(recording.messages, 0u);
         }
         recording.expectKept();
@@ -282,7 +342,7 @@ TEST_P(FaultWalk, WritingAndReadingSound) {
         Recording recording(name);
         recording.create();
         ASSERT_EQ(recording.messages, 0u);
-        failing.begin();
+        begin(failing);
         unsigned writer = 0;
         bool finished = false;
         if (recording.make(seqwrite_begin(clip_get_track(recording.clip, 0), &writer))) {
@@ -296,7 +356,7 @@ TEST_P(FaultWalk, WritingAndReadingSound) {
         finished = recording.make(clip_checkpoint(recording.clip)) && finished;
         readSound(recording, recording.clip);
         failing.end();
-        if (GetParam() == RequestFailures::short_transfer) {
+        if (GetParam().canBeMadeGood()) {
             EXPECT_EQ(recording.messages, 0u);
         }
         // A single fault is made good by the next call, unless it hits the last unit.
@@ -394,15 +454,15 @@ void readForeign(Calls& calls, std::wstring const& name, bool may_lack_a_map_blo
 }
 
 TEST_P(FaultWalk, ReadingAForeignClipInEveryContainer) {
-    if (GetParam() == RequestFailures::disk_full_from_there_on) return;  // reading needs no room
+    if (GetParam().which == RequestFailures::disk_full_from_there_on) return;  // reading needs no room
     writeForeignClip(folder);
     auto const name = folder.name("clip");
     walk([&](RequestWalk& failing) {
         Calls calls;
-        failing.begin();
-        readForeign(calls, name, GetParam() != RequestFailures::short_transfer);
+        begin(failing);
+        readForeign(calls, name, !GetParam().canBeMadeGood());
         bool const struck = failing.end();
-        if (GetParam() == RequestFailures::short_transfer || !struck) {
+        if (GetParam().canBeMadeGood() || !struck) {
             EXPECT_EQ(calls.messages, 0u);
         }
         Calls again;
@@ -411,10 +471,67 @@ TEST_P(FaultWalk, ReadingAForeignClipInEveryContainer) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, FaultWalk,
-                         testing::Values(RequestFailures::one, RequestFailures::all_from_there_on,
-                                         RequestFailures::disk_full_from_there_on, RequestFailures::short_transfer),
-                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Each, FaultWalk, testing::ValuesIn(FAULTS),
+                         [](auto const& fault) { return std::string(fault.param.name); });
+
+// The threads are those that read ahead. A process keeps the ones that it has, so each round is a process of its own.
+class ThreadWalk : public testing::TestWithParam<RequestFailures> {
+  protected:
+    enum Outcome { right, wrong, unharmed };
+
+    template <class Round>
+    static Outcome inAProcess(Round&& round) {
+        std::cout << std::flush;
+        pid_t const child = ::fork();
+        if (child == 0) {
+            bool const struck = round();
+            std::cout << std::flush;
+            ::_exit(HasFailure() ? wrong : struck ? right : unharmed);
+        }
+        int status = 0;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        return WIFEXITED(status) ? static_cast<Outcome>(WEXITSTATUS(status)) : wrong;
+    }
+
+    ScratchPath folder{inMemory()};
+};
+
+TEST_P(ThreadWalk, SoundIsReadWithTheThreadsThatThereAre) {
+    auto const name = folder.name("clip");
+    auto const left = soundOf(8, 0), right_samples = soundOf(8, 1);
+    Recording recording(name);
+    recording.create();
+    unsigned writer = 0;
+    std::int32_t const* const buffers[] = {left.data(), right_samples.data()};
+    ASSERT_OK(seqwrite_begin(clip_get_track(recording.clip, 0), &writer));
+    ASSERT_OK(seqwrite_write(writer, buffers, static_cast<unsigned>(left.size())));
+    ASSERT_OK(seqwrite_finish(writer));
+    clip_close(std::exchange(recording.clip, 0));
+
+    std::uint64_t refused = 0;
+    for (Outcome outcome = right; outcome == right; ++refused) {
+        SCOPED_TRACE(testing::Message() << "thread " << refused + 1);
+        outcome = inAProcess([&] {
+            Requests::failFrom(refused + 1, GetParam());
+            Calls calls;
+            unsigned clip = 0;
+            EXPECT_OK(clip_open(name.c_str(), &clip));
+            EXPECT_EQ(readSound(calls, clip), 7000u);
+            EXPECT_EQ(calls.messages, 0u);
+            clip_close(clip);
+            EXPECT_TRUE(hemlock::UnitReadAhead::waitForTasks(60000));
+            return Requests::recover();
+        });
+        EXPECT_NE(outcome, wrong);
+    }
+    EXPECT_GT(refused, 3u) << "the walk has to have met threads";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, ThreadWalk,
+                         testing::Values(RequestFailures::no_thread, RequestFailures::no_more_threads),
+                         [](auto const& which) {
+                             return which.param == RequestFailures::no_thread ? "OneIsRefused" : "AllAreFromThereOn";
+                         });
 
 }  // namespace
 }  // namespace KelvonClip
