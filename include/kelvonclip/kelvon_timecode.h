@@ -54,6 +54,42 @@ KELVONCLIP_API std::uint32_t timecode_numfields(VideoFrequency frequency, unsign
                                                 bool f2);
 /// @}
 
+/// The components of a label. Frames are pairs of fields: see the file's comment for 25Hz.
+struct TimecodeLabel {
+    unsigned int days;     ///< a count may exceed a day
+    unsigned int hours;    ///< 0 to 23
+    unsigned int minutes;  ///< 0 to 59
+    unsigned int seconds;  ///< 0 to 59; 60 in the first frame of some minutes at 29.97Hz drop-frame
+    unsigned int frames;   ///< 0 to 29
+    bool f2;               ///< field 2
+};
+
+/// The label of a field count, in one call: what a KTimecode of these arguments answers.
+/// @param frequency  of the count
+/// @param flag       how labels are counted
+/// @param nfields    fields since midnight of day 0
+/// @param label      receives the components; all 0 when the result is false
+/// @return false for a frequency or a flag that is not valid, and if `label` is null
+/// Threads: any.
+KELVONCLIP_API bool timecode_label(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields,
+                                   TimecodeLabel* label);
+
+/// Room for the text of every field count, the terminating zero included: 2071+23.59.59.11 is one of the longest.
+constexpr unsigned int TIMECODE_TEXT_SIZE = 17;
+
+/// The label of a field count as text, in the caller's buffer: what KTimecode::toString gives, without an allocation.
+/// @param frequency  of the count
+/// @param flag       how labels are counted
+/// @param nfields    fields since midnight of day 0
+/// @param count      components to show at least, as in KTimecode::toString; 4 gives 10.00.00.00 in any case
+/// @param text       receives the text and a terminating zero; "(invalid)" for a frequency or a flag that is not valid.
+///                   If it does not fit, receives the empty text. Untouched if `size` is 0
+/// @param size       wide characters that `text` has room for; TIMECODE_TEXT_SIZE is always enough
+/// @return length of the whole text, without the terminating zero, whether it fits or not
+/// Threads: any.
+KELVONCLIP_API unsigned int timecode_text(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields,
+                                          unsigned int count, wchar_t* text, unsigned int size);
+
 /// One timecode, or "undefined".
 ///
 /// A timecode is defined only while its frequency and its flag are valid; whatever would break that leaves it
@@ -108,17 +144,17 @@ class KTimecode {
     /// Whether this is a timecode at all.
     KELVONCLIP_API bool is_defined() const;
     /// The field count; 0 when undefined.
-    KELVONCLIP_API unsigned int get_nfields() const;
+    KELVONCLIP_INLINE_API unsigned int get_nfields() const { return defined ? count : 0; }
     /// `none` when undefined.
     KELVONCLIP_API VideoFrequency get_frequency() const;
 
     /// @{
     /// The components of the label; all 0 when undefined. Frames are pairs of fields: see the file's comment for 25Hz.
-    KELVONCLIP_API unsigned int get_days() const;
-    KELVONCLIP_API unsigned int get_hours() const;
-    KELVONCLIP_API unsigned int get_minutes() const;
-    KELVONCLIP_API unsigned int get_seconds() const;
-    KELVONCLIP_API unsigned int get_frames() const;
+    KELVONCLIP_INLINE_API unsigned int get_days() const { return part(days); }
+    KELVONCLIP_INLINE_API unsigned int get_hours() const { return part(hours); }
+    KELVONCLIP_INLINE_API unsigned int get_minutes() const { return part(minutes); }
+    KELVONCLIP_INLINE_API unsigned int get_seconds() const { return part(seconds); }
+    KELVONCLIP_INLINE_API unsigned int get_frames() const { return part(frames); }
     /// @}
 
     /// Whether the timecode is on field 2; false when undefined. Until another question has worked out the label this
@@ -252,6 +288,11 @@ class KTimecode {
     KELVONCLIP_API void cache_validate() const;
 
   private:
+    // A component of the label, which is worked out if it is not kept.
+    std::uint32_t const& part(std::uint32_t const& component) const {
+        if (!defined || !cache_valid) cache_validate();
+        return component;
+    }
     void revalidate(unsigned int nfields);
     void parse(VideoFrequency at, DropframeFlag wanted, std::wstring const& text);
     bool on_field_2() const;

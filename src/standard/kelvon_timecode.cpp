@@ -7,10 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
+#include <cstdint>
+#include <cwchar>
+#include <string_view>
+#include <utility>
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
+#include "standard/rates.h"
 
 namespace KelvonClip {
 
@@ -18,11 +22,35 @@ namespace {
 
 constexpr char SOURCE[] = "kelvon_timecode";
 
-struct FieldsPer {
-    std::uint32_t second, minute, ten_minutes, hour, day;
+// A divisor, and its reciprocal: a division takes several times as long as a multiplication.
+struct Divisor {
+    static constexpr std::uint32_t SHIFT = 44;
+    // Quotients of smaller numbers are exact, and their products fit into 64 bits.
+    static constexpr std::uint32_t LIMIT = 1U << 23;
+
+    constexpr Divisor(std::uint32_t divisor)
+        : value(divisor), reciprocal(divisor == 0 ? 0 : (std::uint64_t{1} << SHIFT) / divisor + 1) {}
+
+    std::uint32_t quotient(std::uint32_t number) const {
+        return static_cast<std::uint32_t>(number * reciprocal >> SHIFT);
+    }
+    // The quotient; `number` becomes the remainder.
+    std::uint32_t divide(std::uint32_t& number) const {
+        std::uint32_t const result = quotient(number);
+        number -= result * value;
+        return result;
+    }
+
+    std::uint32_t value;
+    std::uint64_t reciprocal;
 };
 
-// In value order, after row 0, which is not used.
+struct FieldsPer {
+    Divisor second, minute, ten_minutes;
+    std::uint32_t hour, day;
+};
+
+// Without drop-frame, in value order; row 0 is not used.
 constexpr auto NON_DROP = std::to_array<FieldsPer>({
     {0, 0, 0, 0, 0},
     {60, 3600, 36000, 216000, 5184000},  // 60Hz
@@ -43,65 +71,186 @@ constexpr FieldsPer DROP_29_97 = {30, 1798, 17982, 107892, 2589408};
 // fields.
 constexpr FieldsPer UNKNOWN = {60, 3596, 35964, 215784, 0};
 
-FieldsPer const& fieldsPer(VideoFrequency frequency, DropframeFlag flag) {
-    if (!isValid(frequency)) return UNKNOWN;
-    if (hasDropframe(frequency)) {
-        if (!isValid(flag)) return UNKNOWN;
-        if (flag == DropframeFlag::df) return frequency == VideoFrequency::f59_94 ? DROP_59_94 : DROP_29_97;
+// By frequency and flag. A value outside its enumeration counts as none.
+constexpr std::size_t FLAGS = 1 + number(lastOf(DropframeFlag{}));
+using FieldsTable = std::array<std::array<FieldsPer, FLAGS>, NON_DROP.size()>;
+constexpr FieldsTable FIELDS = [] {
+    auto const row = [](VideoFrequency frequency) -> std::array<FieldsPer, FLAGS> {
+        FieldsPer const& plain = NON_DROP[number(frequency)];
+        if (!valid(frequency)) return {UNKNOWN, UNKNOWN, UNKNOWN};
+        if (!rate(frequency).dropframe) return {plain, plain, plain};
+        return {UNKNOWN, frequency == VideoFrequency::f59_94 ? DROP_59_94 : DROP_29_97, plain};
+    };
+    return [&]<std::size_t... Value>(std::index_sequence<Value...>) {
+        return FieldsTable{row(VideoFrequency{Value})...};
     }
-    return NON_DROP[static_cast<std::uint32_t>(frequency)];
+    (std::make_index_sequence<NON_DROP.size()>());
+}();
+static_assert(NON_DROP.size() == 1 + number(lastOf(VideoFrequency{})), "row 0 and one row for each valid value");
+static_assert(std::ranges::all_of(NON_DROP, [](FieldsPer const& per) { return per.day < Divisor::LIMIT; }));
+
+constexpr FieldsPer const& fieldsPer(VideoFrequency frequency, DropframeFlag flag) {
+    return rowOf(rowOf(FIELDS, frequency), flag);
+}
+
+constexpr DropframeFlag defaultFlag(VideoFrequency frequency) {
+    return rate(frequency).dropframe ? DropframeFlag::df : DropframeFlag::ndf;
 }
 
 // The field count of a label.
 std::uint32_t fieldsOf(FieldsPer const& per, std::uint32_t days, std::uint32_t hours, std::uint32_t minutes,
                        std::uint32_t seconds, std::uint32_t frames, bool f2) {
-    return per.minute * (minutes % 10) + per.ten_minutes * (minutes / 10) + per.day * days + per.hour * hours +
-           per.second * seconds + frames * 2 + (f2 ? 1 : 0);
+    return per.minute.value * (minutes % 10) + per.ten_minutes.value * (minutes / 10) + per.day * days +
+           per.hour * hours + per.second.value * seconds + frames * 2 + (f2 ? 1 : 0);
+}
+
+// The label of a field count. The day has fields.
+inline void workOut(TimecodeLabel& label, FieldsPer const& per, bool drop_frame, std::uint32_t count) {
+    label.days = count < per.day ? 0 : count / per.day;
+    std::uint32_t rest = count - label.days * per.day;
+    std::uint32_t const tens = per.ten_minutes.divide(rest);
+    label.hours = tens / 6;
+    // Drop-frame: after the first four fields, a ten-minute block consists of ten equal minutes that all start at the
+    // fifth label (frame 2, field 1).
+    // KEEP: four fields at 29.97Hz too, although a minute skips only two labels there. The first two fields of such a
+    // minute are labelled as second 60 of the minute before.
+    constexpr std::uint32_t AHEAD = 4;
+    std::uint32_t const ahead = drop_frame ? std::min(rest, AHEAD) : 0;
+    rest -= ahead;
+    label.minutes = tens % 6 * 10 + per.minute.divide(rest);
+    rest += ahead;
+    label.seconds = per.second.divide(rest);
+    label.frames = rest / 2;
+    label.f2 = rest % 2 != 0;
+}
+
+// False, and a label of zeros, for a frequency or a flag that is not valid.
+inline bool labelOf(TimecodeLabel& label, VideoFrequency frequency, DropframeFlag flag, std::uint32_t count) {
+    if (!valid(frequency) || !valid(flag)) {
+        label = {};
+        return false;
+    }
+    workOut(label, FIELDS[number(frequency)][number(flag)], flag == DropframeFlag::df, count);
+    return true;
+}
+
+// --- Text ---
+
+constexpr wchar_t INVALID[] = L"(invalid)";
+
+// Room for components of any size, as damaged memory may hold.
+using LongText = std::array<wchar_t, 64>;
+
+// 00 to 99
+constexpr auto TWO_DIGITS = [] {
+    std::array<std::array<wchar_t, 2>, 100> texts{};
+    for (int n = 0; n < 100; ++n)
+        texts[static_cast<std::size_t>(n)] = {static_cast<wchar_t>(L'0' + n / 10), static_cast<wchar_t>(L'0' + n % 10)};
+    return texts;
+}();
+
+// Each writes a number and returns the end.
+wchar_t* writeDigits(wchar_t* to, std::uint32_t number) {
+    if (number >= 10) to = writeDigits(to, number / 10);
+    *to = static_cast<wchar_t>(L'0' + number % 10);
+    return to + 1;
+}
+inline wchar_t* writeTwoDigits(wchar_t* to, std::uint32_t number) {
+    if (number >= TWO_DIGITS.size()) return writeDigits(to, number);
+    return std::ranges::copy(TWO_DIGITS[number], to).out;
+}
+
+// Writes at least `shown` components, and all up to the largest that is not 0; returns the end. No terminating zero.
+inline wchar_t* writeText(wchar_t* to, TimecodeLabel const& label, VideoFrequency frequency, DropframeFlag flag,
+                          unsigned int shown) {
+    bool const drop = rate(frequency).dropframe && flag == DropframeFlag::df;
+    wchar_t const separator = drop ? (label.f2 ? L';' : L',') : (label.f2 ? L':' : L'.');
+    bool const days = shown > 4 || label.days != 0;
+    bool const hours = shown > 3 || days || label.hours != 0;
+    bool const minutes = shown > 2 || hours || label.minutes != 0;
+    bool const seconds = shown > 1 || minutes || label.seconds != 0;
+    auto const write = [&](std::uint32_t number) {
+        to = writeTwoDigits(to, number);
+        *to++ = separator;
+    };
+    if (days) {
+        to = writeDigits(to, label.days);
+        *to++ = L'+';
+    }
+    if (hours) write(label.hours);
+    if (minutes) write(label.minutes);
+    if (seconds) write(label.seconds);
+    return writeTwoDigits(to, label.frames);
 }
 
 }  // namespace
 
+bool timecode_label(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields, TimecodeLabel* label) {
+    return label != nullptr && labelOf(*label, frequency, flag, nfields);
+}
+
+unsigned int timecode_text(VideoFrequency frequency, DropframeFlag flag, unsigned int nfields, unsigned int count,
+                           wchar_t* text, unsigned int size) {
+    if (text == nullptr || size < TIMECODE_TEXT_SIZE) {
+        wchar_t whole[TIMECODE_TEXT_SIZE];
+        unsigned int const length = timecode_text(frequency, flag, nfields, count, whole, TIMECODE_TEXT_SIZE);
+        if (text != nullptr && size > 0) std::wcscpy(text, length < size ? whole : L"");
+        return length;
+    }
+    TimecodeLabel label;
+    bool const defined = labelOf(label, frequency, flag, nfields);
+    wchar_t* const end = defined ? writeText(text, label, frequency, flag, count)
+                                 : std::ranges::copy(std::wstring_view(INVALID), text).out;
+    *end = 0;
+    return static_cast<unsigned int>(end - text);
+}
+
 std::uint32_t timecode_fields_per_second(VideoFrequency frequency, DropframeFlag flag) {
-    return fieldsPer(frequency, flag).second;
+    return fieldsPer(frequency, flag).second.value;
 }
 std::uint32_t timecode_fields_per_second(VideoFrequency frequency) {
-    return timecode_fields_per_second(frequency, defaultDropframeFlag(frequency));
+    return timecode_fields_per_second(frequency, defaultFlag(frequency));
 }
 std::uint32_t timecode_fields_per_minute(VideoFrequency frequency, DropframeFlag flag) {
-    return fieldsPer(frequency, flag).minute;
+    return fieldsPer(frequency, flag).minute.value;
 }
 std::uint32_t timecode_fields_per_minute(VideoFrequency frequency) {
-    return timecode_fields_per_minute(frequency, defaultDropframeFlag(frequency));
+    return timecode_fields_per_minute(frequency, defaultFlag(frequency));
 }
 std::uint32_t timecode_fields_per_10minutes(VideoFrequency frequency, DropframeFlag flag) {
-    return fieldsPer(frequency, flag).ten_minutes;
+    return fieldsPer(frequency, flag).ten_minutes.value;
 }
 std::uint32_t timecode_fields_per_10minutes(VideoFrequency frequency) {
-    return timecode_fields_per_10minutes(frequency, defaultDropframeFlag(frequency));
+    return timecode_fields_per_10minutes(frequency, defaultFlag(frequency));
 }
 std::uint32_t timecode_fields_per_hour(VideoFrequency frequency, DropframeFlag flag) {
     return fieldsPer(frequency, flag).hour;
 }
 std::uint32_t timecode_fields_per_hour(VideoFrequency frequency) {
-    return timecode_fields_per_hour(frequency, defaultDropframeFlag(frequency));
+    return timecode_fields_per_hour(frequency, defaultFlag(frequency));
 }
 std::uint32_t timecode_fields_per_day(VideoFrequency frequency, DropframeFlag flag) {
     return fieldsPer(frequency, flag).day;
 }
 std::uint32_t timecode_fields_per_day(VideoFrequency frequency) {
-    return timecode_fields_per_day(frequency, defaultDropframeFlag(frequency));
+    return timecode_fields_per_day(frequency, defaultFlag(frequency));
 }
 
 std::uint32_t timecode_numfields(VideoFrequency frequency, DropframeFlag flag, unsigned int days, unsigned int hours,
                                  unsigned int minutes, unsigned int seconds, unsigned int frames, bool f2) {
-    if (!isValid(frequency)) return 0;
-    if (hasDropframe(frequency) && !isValid(flag)) return 0;
-    return fieldsOf(fieldsPer(frequency, flag), days, hours, minutes, seconds, frames, f2);
+    FieldsPer const& per = fieldsPer(frequency, flag);
+    if (per.day == 0) return 0;  // unknown
+    return fieldsOf(per, days, hours, minutes, seconds, frames, f2);
 }
 std::uint32_t timecode_numfields(VideoFrequency frequency, unsigned int days, unsigned int hours, unsigned int minutes,
                                  unsigned int seconds, unsigned int frames, bool f2) {
-    return timecode_numfields(frequency, defaultDropframeFlag(frequency), days, hours, minutes, seconds, frames, f2);
+    return timecode_numfields(frequency, defaultFlag(frequency), days, hours, minutes, seconds, frames, f2);
 }
+
+// The compiler emits every function whose address is stored here, so the library exports what is inline too.
+[[gnu::used]] constexpr unsigned int (KTimecode::*EMITTED[])() const = {
+    &KTimecode::get_nfields, &KTimecode::get_days,    &KTimecode::get_hours,
+    &KTimecode::get_minutes, &KTimecode::get_seconds, &KTimecode::get_frames};
 
 // ---------------------------------------------------------------------------------------------- making a timecode
 
@@ -129,13 +278,13 @@ KTimecode& KTimecode::operator=(KTimecode const& other) {
     return *this;
 }
 
-KTimecode::KTimecode(VideoFrequency at, unsigned int nfields) : KTimecode(at, defaultDropframeFlag(at), nfields) {}
+KTimecode::KTimecode(VideoFrequency at, unsigned int nfields) : KTimecode(at, defaultFlag(at), nfields) {}
 
 KTimecode::KTimecode(VideoFrequency at, DropframeFlag counting, unsigned int nfields) { set(at, counting, nfields); }
 
 KTimecode::KTimecode(VideoFrequency at, unsigned int label_hours, unsigned int label_minutes,
                      unsigned int label_seconds, unsigned int label_frames, bool label_f2)
-    : KTimecode(at, defaultDropframeFlag(at), label_hours, label_minutes, label_seconds, label_frames, label_f2) {}
+    : KTimecode(at, defaultFlag(at), label_hours, label_minutes, label_seconds, label_frames, label_f2) {}
 
 KTimecode::KTimecode(VideoFrequency at, DropframeFlag counting, unsigned int label_hours, unsigned int label_minutes,
                      unsigned int label_seconds, unsigned int label_frames, bool label_f2) {
@@ -143,10 +292,10 @@ KTimecode::KTimecode(VideoFrequency at, DropframeFlag counting, unsigned int lab
         fieldsOf(fieldsPer(at, counting), 0, label_hours, label_minutes, label_seconds, label_frames, label_f2));
 }
 
-KTimecode::KTimecode(VideoFrequency at, std::wstring const& text) : KTimecode(at, defaultDropframeFlag(at), text) {}
+KTimecode::KTimecode(VideoFrequency at, std::wstring const& text) : KTimecode(at, defaultFlag(at), text) {}
 
 KTimecode::KTimecode(VideoFrequency at, DropframeFlag counting, std::wstring const& text) {
-    if (isValid(at) && isValid(counting)) parse(at, counting, text);
+    if (valid(at) && valid(counting)) parse(at, counting, text);
 }
 
 // Works on single wide units: separators and digits are never part of a surrogate pair.
@@ -185,7 +334,7 @@ KTimecode KTimecode::from_sony(VideoFrequency at, void const* bytes) {
 
     bool const sixty_fields = toVideoRoughFrequency(at) == VideoRoughFrequency::f60;
     bool const label_f2 = (byte(sixty_fields ? 2 : 0) & 0x80) != 0;
-    bool const drop = hasDropframe(at) && (byte(3) & 0x40) != 0;
+    bool const drop = rate(at).dropframe && (byte(3) & 0x40) != 0;
     return {at,
             drop ? DropframeFlag::df : DropframeFlag::ndf,
             byte(0) & 0x7Fu,
@@ -219,60 +368,19 @@ void KTimecode::cache_validate() const {
 
     FieldsPer const& per = fieldsPer(frequency, flag);
     if (!kassert(per.day != 0, SOURCE, 635, "fields_per_day != 0")) return;
-    days = count / per.day;
-    std::uint32_t rest = count % per.day;
-    if (!kassert(per.hour != 0, SOURCE, 640, "fields_per_hour != 0")) return;
-    hours = rest / per.hour;
-    rest %= per.hour;
-    if (!kassert(per.ten_minutes != 0, SOURCE, 645, "fields_per_10minutes != 0")) return;
-    std::uint32_t const tens = rest / per.ten_minutes;
-    rest %= per.ten_minutes;
-
-    // Drop-frame: after the first four fields, a ten-minute block consists of ten equal minutes that all start at the
-    // fifth label (frame 2, field 1).
-    // KEEP: four fields at 29.97Hz too, although a minute skips only two labels there. The first two fields of such a
-    // minute are labelled as second 60 of the minute before.
-    constexpr std::uint32_t AHEAD = 4;
-    std::uint32_t ahead = 0;
-    if (flag == DropframeFlag::df) {
-        ahead = std::min(rest, AHEAD);
-        rest -= ahead;
-    }
-    if (!kassert(per.minute != 0, SOURCE, 665, "fields_per_minute != 0")) return;
-    minutes = rest / per.minute + tens * 10;
-    rest = rest % per.minute + ahead;
-
-    if (!kassert(per.second != 0, SOURCE, 677, "fields_per_second != 0")) return;
-    seconds = rest / per.second;
-    field_in_second = rest % per.second;
-    frames = field_in_second / 2;
-    f2 = field_in_second % 2 != 0;
+    TimecodeLabel label;
+    workOut(label, per, flag == DropframeFlag::df, count);
+    days = label.days;
+    hours = label.hours;
+    minutes = label.minutes;
+    seconds = label.seconds;
+    frames = label.frames;
+    f2 = label.f2;
+    field_in_second = 2 * frames + (f2 ? 1 : 0);
 }
 
 bool KTimecode::is_defined() const { return defined; }
-unsigned int KTimecode::get_nfields() const { return defined ? count : 0; }
 VideoFrequency KTimecode::get_frequency() const { return defined ? frequency : VideoFrequency::none; }
-
-unsigned int KTimecode::get_days() const {
-    cache_validate();
-    return days;
-}
-unsigned int KTimecode::get_hours() const {
-    cache_validate();
-    return hours;
-}
-unsigned int KTimecode::get_minutes() const {
-    cache_validate();
-    return minutes;
-}
-unsigned int KTimecode::get_seconds() const {
-    cache_validate();
-    return seconds;
-}
-unsigned int KTimecode::get_frames() const {
-    cache_validate();
-    return frames;
-}
 
 bool KTimecode::on_field_2() const { return cache_valid ? f2 : count % 2 != 0; }
 bool KTimecode::get_f2() const { return defined && on_field_2(); }
@@ -281,10 +389,10 @@ DropframeFlag KTimecode::get_df() const { return defined ? flag : DropframeFlag:
 bool KTimecode::is_df() const { return defined && flag == DropframeFlag::df; }
 bool KTimecode::is_ndf() const { return !is_df(); }
 
-unsigned int KTimecode::get_fields_per_second() const { return defined ? fieldsPer(frequency, flag).second : 0; }
-unsigned int KTimecode::get_fields_per_minute() const { return defined ? fieldsPer(frequency, flag).minute : 0; }
+unsigned int KTimecode::get_fields_per_second() const { return defined ? fieldsPer(frequency, flag).second.value : 0; }
+unsigned int KTimecode::get_fields_per_minute() const { return defined ? fieldsPer(frequency, flag).minute.value : 0; }
 unsigned int KTimecode::get_fields_per_10minutes() const {
-    return defined ? fieldsPer(frequency, flag).ten_minutes : 0;
+    return defined ? fieldsPer(frequency, flag).ten_minutes.value : 0;
 }
 unsigned int KTimecode::get_fields_per_hour() const { return defined ? fieldsPer(frequency, flag).hour : 0; }
 unsigned int KTimecode::get_fields_per_day() const { return defined ? fieldsPer(frequency, flag).day : 0; }
@@ -294,11 +402,11 @@ unsigned int KTimecode::get_fields_per_day() const { return defined ? fieldsPer(
 // Sets the count, discards the cached label, and updates whether the timecode is defined.
 void KTimecode::revalidate(unsigned int nfields) {
     cache_valid = false;
-    defined = isValid(frequency) && isValid(flag);
+    defined = valid(frequency) && valid(flag);
     if (defined) count = nfields;
 }
 
-void KTimecode::set(VideoFrequency at, unsigned int nfields) { set(at, defaultDropframeFlag(at), nfields); }
+void KTimecode::set(VideoFrequency at, unsigned int nfields) { set(at, defaultFlag(at), nfields); }
 
 void KTimecode::set(VideoFrequency at, DropframeFlag counting, unsigned int nfields) {
     frequency = at;
@@ -314,8 +422,8 @@ void KTimecode::set_undefined() { defined = cache_valid = false; }
 
 // KEEP: the cached label is not updated, although it was worked out with the old flag.
 void KTimecode::set_df(DropframeFlag counting) {
-    if (!kassert(isValid(counting), SOURCE, 843, "KelvonClip::isValid (flag)")) return;
-    if (hasDropframe(frequency)) flag = counting;
+    if (!kassert(valid(counting), SOURCE, 843, "KelvonClip::isValid (flag)")) return;
+    if (rate(frequency).dropframe) flag = counting;
 }
 void KTimecode::set_df() { set_df(DropframeFlag::df); }
 void KTimecode::set_ndf() { set_df(DropframeFlag::ndf); }
@@ -480,27 +588,11 @@ void KTimecode::force_field(bool wanted) {
 
 std::wstring KTimecode::toString(unsigned int shown) const {
     return exportedQuery(std::wstring(), [&]() -> std::wstring {
-        if (!defined) return L"(invalid)";
+        if (!defined) return INVALID;
         cache_validate();
-        bool const drop = dropframeByVideoFrequency(frequency, flag) == DropframeFlag::df;
-        char const separator = drop ? (f2 ? ';' : ',') : (f2 ? ':' : '.');
-
-        // Components from the smallest up. All components up to the largest non-zero one are shown.
-        std::array<std::uint32_t, 5> const components = {frames, seconds, minutes, hours, days};
-        constexpr unsigned int DAYS = 4;
-        unsigned int needed = 5;
-        while (needed > 1 && components[needed - 1] == 0)
-            --needed;
-        unsigned int const count_shown = std::clamp(shown, needed, 5u);
-
-        std::string text;
-        for (unsigned int i = count_shown; i-- > 0;) {
-            std::array<char, 12> number{};
-            std::snprintf(number.data(), number.size(), i == DAYS ? "%u" : "%02u", components[i]);
-            text += number.data();
-            if (i > 0) text += i == DAYS ? '+' : separator;
-        }
-        return std::wstring(text.begin(), text.end());
+        LongText text;
+        return {text.data(),
+                writeText(text.data(), {days, hours, minutes, seconds, frames, f2}, frequency, flag, shown)};
     });
 }
 

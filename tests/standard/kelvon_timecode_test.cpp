@@ -1,8 +1,10 @@
 // Timecode: the counting rules, compared with a counter that steps through the labels, and the class.
 #include <kelvonclip/kelvon_timecode.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -34,6 +36,12 @@ std::ostream& operator<<(std::ostream& out, Label const& label) {
 Label labelOf(KTimecode const& timecode) {
     return {timecode.get_days(),    timecode.get_hours(),  timecode.get_minutes(),
             timecode.get_seconds(), timecode.get_frames(), timecode.get_f2()};
+}
+
+Label labelInOneCall(VideoFrequency frequency, DropframeFlag flag, U32 count) {
+    TimecodeLabel label{1, 2, 3, 4, 5, true};
+    EXPECT_TRUE(timecode_label(frequency, flag, count, &label));
+    return {label.days, label.hours, label.minutes, label.seconds, label.frames, label.f2};
 }
 
 // A defined timecode with arbitrary frequency, flag and count, including combinations that no constructor makes.
@@ -180,7 +188,8 @@ U32 expectLabels(U32 hours, VideoFrequency frequency, DropframeFlag flag, U32 fi
             timecode_numfields(frequency, flag, 0, label.hours, label.minutes, label.seconds, label.frames, label.f2);
         KTimecode const built(frequency, flag, label.hours, label.minutes, label.seconds, label.frames, label.f2);
         bool const right = counted == count && built.get_nfields() == count && timecode.get_f2() == (count % 2 != 0) &&
-                           (!true_rule(label) || labelOf(timecode) == label);
+                           (!true_rule(label) || labelOf(timecode) == label) &&
+                           labelInOneCall(frequency, flag, count) == labelOf(timecode);
         if (!right && wrong++ < 3) ADD_FAILURE() << count << " is " << label << ", not " << labelOf(timecode);
     });
     EXPECT_EQ(wrong, 0u);
@@ -523,6 +532,59 @@ TEST(TimecodeText, AsManyComponentsAsAskedForAndNeeded) {
     EXPECT_EQ(KTimecode(F25, 1, 0, 0, 0, false).toString(2), L"01.00.00.00");
     EXPECT_EQ(KTimecode(F25, 24, 0, 0, 0, false).toString(3), L"1+00.00.00.00");
     EXPECT_EQ(KTimecode(F25, MAX).toString(0), L"1988+09.51.31.10");
+}
+
+// Components beyond their range show all their digits.
+TEST(TimecodeText, OfDamagedMemoryShowsEveryDigit) {
+    KTimecode timecode = forged(2, 0, 1000);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(timecode.toString(0), L"11+12.13.14.16");
+    testing::internal::GetCapturedStderr();
+    U32 const parts[] = {MAX, 100, 1000, 4294967295u, 5, 12345};  // days to frames
+    std::array<unsigned char, sizeof timecode> bytes{};
+    std::memcpy(bytes.data(), static_cast<void const*>(&timecode), sizeof timecode);
+    std::memcpy(bytes.data() + 20, parts, sizeof parts);
+    std::memcpy(static_cast<void*>(&timecode), bytes.data(), sizeof timecode);
+    EXPECT_EQ(timecode.toString(0), L"4294967295+100.1000.4294967295.12345");
+}
+
+TEST(TimecodeText, InACallersBufferIsTheSame) {
+    for (U32 frequency = 1; frequency <= 10; ++frequency)
+        for (DropframeFlag const flag : {DF, NDF})
+            for (U32 count : {0u, 1u, 59u, 3601u, 216000u, 5000001u, 50000000u, MAX})
+                for (unsigned int shown = 0; shown <= 6; ++shown) {
+                    std::wstring const expected = KTimecode(VideoFrequency{frequency}, flag, count).toString(shown);
+                    wchar_t text[TIMECODE_TEXT_SIZE + 1];
+                    for (unsigned int size = 0; size <= TIMECODE_TEXT_SIZE; ++size) {
+                        std::fill(std::begin(text), std::end(text), L'#');
+                        ASSERT_EQ(timecode_text(VideoFrequency{frequency}, flag, count, shown, text, size),
+                                  expected.size());
+                        bool const fits = expected.size() < size;
+                        if (size == 0) {
+                            ASSERT_EQ(text[0], L'#');
+                        } else {
+                            ASSERT_EQ(std::wstring(text), fits ? expected : std::wstring()) << size;
+                        }
+                        ASSERT_EQ(text[size], L'#');
+                    }
+                }
+}
+
+TEST(TimecodeText, InACallersBufferNeedsAValidFrequencyFlagAndBuffer) {
+    wchar_t text[TIMECODE_TEXT_SIZE];
+    TimecodeLabel label{1, 2, 3, 4, 5, true};
+    for (auto [frequency, flag] : {std::pair{0u, 1u}, {11u, 1u}, {2u, 0u}, {3u, 0u}, {3u, 3u}}) {
+        EXPECT_EQ(timecode_text(VideoFrequency{frequency}, DropframeFlag{flag}, 5, 4, text, TIMECODE_TEXT_SIZE), 9u);
+        EXPECT_STREQ(text, L"(invalid)");
+        EXPECT_EQ(timecode_text(VideoFrequency{frequency}, DropframeFlag{flag}, 5, 4, text, 9), 9u);
+        EXPECT_STREQ(text, L"");
+        label = {1, 2, 3, 4, 5, true};
+        EXPECT_FALSE(timecode_label(VideoFrequency{frequency}, DropframeFlag{flag}, 5, &label));
+        EXPECT_EQ(label.hours + label.minutes + label.seconds + label.frames + label.days, 0u);
+        EXPECT_FALSE(label.f2);
+    }
+    EXPECT_EQ(timecode_text(F50, NDF, 0, 4, nullptr, 100), 11u);
+    EXPECT_FALSE(timecode_label(F50, NDF, 0, nullptr));
 }
 
 TEST(TimecodeText, UndefinedIsInvalidWhateverTheCount) {
