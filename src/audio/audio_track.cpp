@@ -11,23 +11,6 @@ namespace KelvonClip {
 
 namespace {
 
-// The completion of one unit of a run: stores the unit's message and releases the run's completion object.
-class UnitDone : public CIO::CIOObject {
-  public:
-    UnitDone(KString& unit_error, std::shared_ptr<CIO::CIOObject> whole_run)
-        : caller_error(unit_error), run(std::move(whole_run)) {}
-    void complete() override {
-        if (outOfMemory())
-            run->setOutOfMemory();
-        else
-            caller_error = takeError();
-    }
-
-  private:
-    KString& caller_error;
-    std::shared_ptr<CIO::CIOObject> run;
-};
-
 class UnitsByHandle : public TrackUnits {
   public:
     UnitsByHandle(std::uint32_t handle, std::uint32_t size) : track_handle(handle), unit_size(size) {}
@@ -42,16 +25,14 @@ class UnitsByHandle : public TrackUnits {
         auto const found = findTrack(track_handle);
         std::fill_n(errors, count, found ? KString() : KString("Bad Handle"));
         if (!found) return;
-        CIO::runSync([&](std::shared_ptr<CIO::CIOObject> const& run) {
-            for (std::uint32_t i = 0; i < count; ++i) {
-                found.track->readUnit(first + i, static_cast<std::byte*>(to) + std::size_t{i} * unit_size,
-                                      CIO::makeCompletion<UnitDone>(errors[i], run));
-            }
-        });
+        if (found.track->readUnits(first, count, to, unit_size).empty()) return;
+        // One of them cannot be read: which one?
+        for (std::uint32_t i = 0; i < count; ++i)
+            errors[i] = found.track->readUnit(first + i, static_cast<std::byte*>(to) + std::size_t{i} * unit_size);
     }
 
-    KString write(std::uint32_t unit, void const* from) override {
-        return writeTrackUnit(track_handle, unit, from, unit_size);
+    KString write(std::uint32_t first, std::uint32_t count, void const* from) override {
+        return writeTrackUnits(track_handle, first, count, from);
     }
 
   private:

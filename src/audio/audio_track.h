@@ -28,12 +28,13 @@ class TrackUnits {
     // The current length; 0 once the clip is closed.
     virtual std::uint32_t lengthInUnits() = 0;
 
-    // Reads `count` consecutive units in parallel and stores them one after the other at `to`. errors[i] becomes the
+    // Reads `count` consecutive units and stores them one after the other at `to`. errors[i] becomes the
     // message of unit first + i, empty on success. Units past the end read as zeros.
     virtual void read(std::uint32_t first, std::uint32_t count, void* to, KString* errors) = 0;
 
-    // Writes one unit.
-    virtual KString write(std::uint32_t unit, void const* from) = 0;
+    // Writes `count` consecutive units that lie one after the other at `from`. After an error, some of them may be
+    // written.
+    virtual KString write(std::uint32_t first, std::uint32_t count, void const* from) = 0;
 };
 
 // What a stream needs of its track, or an error. Each call looks up the track by its handle, so the clip may be closed

@@ -2,7 +2,7 @@
 //
 // Invariants
 //   * All queues hold the same number of samples: the samples of a call are appended to all of them or to none.
-//   * A unit that could not be written is kept unchanged, and no further unit is made until it is written. So units are
+//   * Units that could not be written are kept unchanged, UNITS_TOGETHER at most, until they are written. So units are
 //     consecutive and no sample is lost.
 // Threads: one caller at a time.
 #pragma once
@@ -24,6 +24,8 @@ class HemlockWriter {
   public:
     // The samples of one subchannel that are kept while units cannot be written: 30 seconds.
     static constexpr std::uint32_t MAX_WAITING = 30 * 48000;
+    // Complete units are written with one request.
+    static constexpr std::uint32_t UNITS_TOGETHER = 8;
 
     // Units are appended to the track. `block_words`: the first block word of each subchannel.
     HemlockWriter(AudioTrackShape const& track, std::vector<std::uint32_t> const& block_words,
@@ -50,14 +52,17 @@ class HemlockWriter {
     bool roomFor(std::uint32_t n) const;
     bool makeUnit();
     KString writeUnits();
+    KString writeComplete();
+    KString writeNext(std::uint32_t count);
 
     HandleObject handle_object;
     StreamTurn stream_turn;
     std::shared_ptr<TrackUnits> const units;
     std::uint32_t const block_size;  // bytes
     std::vector<hemlock::BlockCutter> cutters;
-    platform::TransferMemory const unit;
-    bool unit_pending = false;  // `unit` is complete and not written
+    std::uint32_t const unit_size;  // bytes
+    platform::TransferMemory const complete_units;
+    std::uint32_t made = 0, written = 0;  // of the units there
     std::uint64_t next_unit;
 };
 

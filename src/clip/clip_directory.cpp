@@ -212,6 +212,32 @@ KString refresh(OpenFileEntry const& entry) {
     return refreshAll(files);
 }
 
+KString refuseWrites(OpenFileEntry const& entry) {
+    if (entry.read_only) return "Clip was opened in read-only mode";
+    // In a forked child locks that the parent's other threads held are never released.
+    return entry.handle.belongsToThisProcess() ? "" : "Write failed";
+}
+
+// Called after units were written. The next checkpoint tries again what this one could not write. clip_checkpoint
+// reports errors.
+void makeDueCheckpoint(OpenFileEntry& entry) {
+    auto const durability = entry.checkpoints.due();
+    if (!durability) return;
+    unreported([&] {
+        if (!writeBack(entry, *durability).empty()) writeBack(entry, Durability::process_end);
+    });
+}
+
+template <class Write>
+KString writeToTrack(std::uint32_t track_handle, Write&& write) {
+    auto const found = findTrack(track_handle);
+    if (!found) return "Bad Handle";
+    if (KString refused = refuseWrites(*found.entry); !refused.empty()) return refused;
+    KString error = std::forward<Write>(write)(*found.track);
+    if (error.empty()) makeDueCheckpoint(*found.entry);
+    return error;
+}
+
 // In a forked child, keeps the parent's clips for ever. They must not be written back, and destroying them might wait
 // for locks that other threads of the parent held at the fork.
 void leaveToTheParent(ClipDirectory& clips) {
@@ -332,18 +358,12 @@ KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buff
 }
 
 KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void const* buffer, std::uint32_t size) {
-    auto const found = findTrack(track_handle);
-    if (!found) return "Bad Handle";
-    if (found.entry->read_only) return "Clip was opened in read-only mode";
-    // In a forked child locks that the parent's other threads held are never released.
-    if (!found.entry->handle.belongsToThisProcess()) return "Write failed";
-    KString error = found.track->writeUnit(unit, buffer, size);
-    // The next checkpoint tries again what this one could not write. clip_checkpoint reports errors.
-    if (auto const durability = found.entry->checkpoints.due(); durability && error.empty())
-        unreported([&] {
-            if (!writeBack(*found.entry, *durability).empty()) writeBack(*found.entry, Durability::process_end);
-        });
-    return error;
+    return writeToTrack(track_handle, [&](Track& track) { return track.writeUnit(unit, buffer, size); });
+}
+
+KString writeTrackUnits(std::uint32_t track_handle, std::uint32_t first, std::uint32_t count, void const* buffer) {
+    return writeToTrack(track_handle,
+                        [&](Track& track) { return track.writeUnits(first, count, buffer, track.unitSize()); });
 }
 
 void closeAllClips(std::uint32_t patience_ms) {

@@ -111,6 +111,8 @@ FoundTrack findTrack(std::uint32_t handle);
 // track; "Clip was opened in read-only mode" (writing only); otherwise the track's message.
 KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer);
 KString writeTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void const* buffer, std::uint32_t size);
+// Writes `count` whole units that lie one after the other in the buffer.
+KString writeTrackUnits(std::uint32_t track_handle, std::uint32_t first, std::uint32_t count, void const* buffer);
 
 // Unregisters all clips and waits up to `patience_ms` milliseconds for queries that still use one. Called when the
 // library is unloaded or the process ends.

@@ -13,6 +13,7 @@
 // Threads: any thread may read and write any number of units at once.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -59,9 +60,18 @@ class Track {
     // Starts writing `size` bytes, unitSize() at most, followed by zeros up to the stored size.
     void writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size, std::shared_ptr<CIO::CIOObject> done);
 
+    // The same for `count` whole units, which begin `stride` bytes apart in the buffer. Units that lie there as they do
+    // in the file, in a buffer that can be transferred without a copy, are one request. `count` is not 0 for a write.
+    void readUnits(std::uint32_t first, std::uint32_t count, void* buffer, std::size_t stride,
+                   std::shared_ptr<CIO::CIOObject> const& done);
+    void writeUnits(std::uint32_t first, std::uint32_t count, void const* buffer, std::size_t stride,
+                    std::shared_ptr<CIO::CIOObject> const& done);
+
     // The same, but wait (alertably) until the operation completes; empty on success.
     KString readUnit(std::uint32_t unit, void* buffer);
     KString writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size);
+    KString readUnits(std::uint32_t first, std::uint32_t count, void* buffer, std::size_t stride);
+    KString writeUnits(std::uint32_t first, std::uint32_t count, void const* buffer, std::size_t stride);
 
     // From now on, a unit that has no place in the file gets one together with the units after it, `units` altogether.
     // Called before the first write.
@@ -78,6 +88,8 @@ class Track {
     };
     Window window() const;
     std::uint64_t positionOf(std::uint32_t unit, std::uint32_t head) const;
+    bool liesAsStored(void const* buffer, std::uint32_t count, std::size_t stride) const;
+    void startWrite(std::uint32_t first, std::uint32_t count, void const* buffer, std::shared_ptr<CIO::CIOObject> done);
 
     Clip& parent;
     std::shared_ptr<VFileObject> file;

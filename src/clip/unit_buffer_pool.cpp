@@ -1,6 +1,5 @@
 #include "clip/unit_buffer_pool.h"
 
-#include <cstring>
 #include <exception>
 #include <new>
 #include <utility>
@@ -12,7 +11,7 @@ namespace KelvonClip {
 
 namespace {
 
-platform::TransferMemory allocateZeroed(std::uint32_t size) {
+platform::TransferMemory allocate(std::uint32_t size) {
     platform::TransferMemory raw_buf;
     try {
         raw_buf = platform::allocateTransferMemory(size);
@@ -20,7 +19,6 @@ platform::TransferMemory allocateZeroed(std::uint32_t size) {
         // Reported by the assertion below.
     }
     if (!kassert(raw_buf != nullptr, "track", __LINE__, "raw_buf != nullptr")) throw std::bad_alloc();
-    std::memset(raw_buf.get(), 0, size);
     return raw_buf;
 }
 
@@ -42,12 +40,11 @@ UnitBufferPool::Buffer::Buffer(std::shared_ptr<FreeList> owner) : free_list(std:
             item.value.pop_back();
         }
     }
-    if (!unit_buf) unit_buf = allocateZeroed(free_list->buffer_size);
+    if (!unit_buf) unit_buf = allocate(free_list->buffer_size);
 }
 
 UnitBufferPool::Buffer::~Buffer() {
     if (!kassert(unit_buf != nullptr, "track", __LINE__, "unit_buf != nullptr")) return;
-    std::memset(unit_buf.get(), 0, free_list->buffer_size);
     try {
         free_list->buffers.hold().value.push_back(std::move(unit_buf));
     } catch (std::exception const&) {

@@ -1,7 +1,7 @@
-// A pool of equal buffers for a track's units, aligned for direct I/O and filled with zeros.
+// A pool of equal buffers for a track's units, aligned for direct I/O.
 //
-// Invariant: all free buffers are zero. So a short unit is padded with zeros, and data of one unit never appears in
-// another.
+// A buffer has unspecified contents when it is taken: whoever writes a unit to the disk pads it, and a read overwrites
+// all of it.
 // Threads: any. The lock is held only to take a buffer from the list or to return it.
 #pragma once
 
@@ -25,7 +25,7 @@ class UnitBufferPool {
     };
 
   public:
-    // A buffer from the pool. Its destructor fills it with zeros and returns it. It may outlive the pool.
+    // A buffer from the pool. Its destructor returns it. It may outlive the pool.
     class Buffer {
       public:
         explicit Buffer(std::shared_ptr<FreeList> owner);
@@ -34,6 +34,7 @@ class UnitBufferPool {
         Buffer& operator=(Buffer const&) = delete;
 
         std::byte* data() const { return unit_buf.get(); }
+        std::uint32_t size() const { return free_list->buffer_size; }
 
       private:
         std::shared_ptr<FreeList> free_list;
@@ -42,7 +43,7 @@ class UnitBufferPool {
 
     explicit UnitBufferPool(std::uint32_t buffer_size);
 
-    // Takes a zeroed buffer. Throws std::bad_alloc.
+    // Throws std::bad_alloc.
     std::unique_ptr<Buffer> take() { return std::make_unique<Buffer>(free_list); }
 
     // The number of free buffers.

@@ -330,13 +330,14 @@ TEST(HemlockWriter, AFailingDiskLosesNothing) {
 TEST(HemlockWriter, KeepsMoreThanItsBufferHoldsWhileTheDiskFails) {
     auto const streams = material(2, 700000, 13);
     Recording recording(VideoFrequency::f24, 2);
-    recording.track->write_faults = 3;
+    recording.track->write_faults = INT_MAX;
     EXPECT_EQ(recording.write(streams, 0, 300000), KString("write fault"));
-    EXPECT_EQ(recording.writer.samplesWaiting(), 300000u - 2000);  // one unit is made and waits to be written
+    EXPECT_EQ(recording.writer.samplesWaiting(), 300000u - 8 * 2000);  // eight units are made and wait to be written
     EXPECT_EQ(recording.write(streams, 300000, 300000), KString("write fault"));
     EXPECT_EQ(recording.write(streams, 600000, 0), KString());  // nothing to do, nothing tried
     EXPECT_EQ(recording.write(streams, 600000, 50000), KString("write fault"));
     EXPECT_EQ(recording.track->units.size(), 0u);
+    recording.track->write_faults = 0;
     ASSERT_TRUE(recording.write(streams, 650000, 50000).empty());
     ASSERT_TRUE(recording.writer.finish().empty());
     expectRecording(recording, streams);
@@ -381,9 +382,9 @@ TEST(HemlockWriter, RefusesMoreThanThirtySecondsOfSamplesWhileTheDiskRefusesUnit
 TEST(HemlockWriter, ACallThatFindsNoRoomIsRefusedAndWhatWasThereStays) {
     auto const streams = material(2, 5000, 14);
     Recording recording(VideoFrequency::f24, 2);
-    recording.track->write_faults = 1;
+    recording.track->write_faults = 2;  // both units together, and the first one alone
     EXPECT_EQ(recording.write(streams, 0, 5000), KString("write fault"));
-    recording.track->write_faults = 1;
+    recording.track->write_faults = 2;
     std::int32_t const* const silence[] = {nullptr, nullptr};
     // Nor is anything of the call kept.
     EXPECT_EQ(recording.writer.write(silence, UINT32_MAX), KString("Too many samples wait to be written"));
@@ -391,6 +392,36 @@ TEST(HemlockWriter, ACallThatFindsNoRoomIsRefusedAndWhatWasThereStays) {
     for (std::uint32_t s = 0; s < 2; ++s) {
         EXPECT_TRUE(std::equal(streams[s].begin(), streams[s].begin() + 2000, recording.block(0, s).samples.begin()));
         EXPECT_TRUE(std::equal(streams[s].begin() + 4000, streams[s].end(), recording.block(2, s).samples.begin()));
+    }
+}
+
+TEST(HemlockWriter, UnitsThatACallCompletesAreWrittenTogether) {
+    auto const streams = material(2, 30 * 800, 16);
+    Recording recording(VideoFrequency::f60, 2);
+    ASSERT_TRUE(recording.write(streams, 0, 8 * 800).empty());
+    EXPECT_EQ(recording.track->units.size(), 8u);
+    EXPECT_EQ(recording.track->writes, 1u);
+    ASSERT_TRUE(recording.write(streams, 8 * 800, 20 * 800).empty());
+    EXPECT_EQ(recording.track->units.size(), 28u);
+    EXPECT_EQ(recording.track->writes, 4u) << "eight, eight and four";
+    ASSERT_TRUE(recording.write(streams, 28 * 800, 2 * 800).empty());
+    ASSERT_TRUE(recording.writer.finish().empty());
+    expectRecording(recording, streams);
+}
+
+TEST(HemlockWriter, UnitsBeforeOneThatCannotBeWrittenAreWritten) {
+    auto const streams = material(2, 20 * 800, 17);
+    for (std::uint32_t bad = 0; bad < 16; ++bad) {
+        Recording recording(VideoFrequency::f60, 2);
+        recording.track->bad_units = {bad};
+        EXPECT_EQ(recording.write(streams, 0, 16 * 800), KString("write fault")) << bad;
+        EXPECT_EQ(recording.track->units.size(), bad);
+        EXPECT_EQ(recording.write(streams, 16 * 800, 1600), KString("write fault")) << bad;
+        EXPECT_EQ(recording.track->units.size(), bad) << "the units after it wait";
+        recording.track->bad_units.clear();
+        ASSERT_TRUE(recording.write(streams, 18 * 800, 1600).empty());
+        ASSERT_TRUE(recording.writer.finish().empty());
+        expectRecording(recording, streams);
     }
 }
 

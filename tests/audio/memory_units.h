@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "audio/audio_track.h"
@@ -38,15 +39,19 @@ class MemoryUnits : public TrackUnits {
                 std::fill_n(place, shape.unitSize(), std::uint8_t{0});
         }
     }
-    KString write(std::uint32_t unit, void const* from) override {
+    KString write(std::uint32_t first, std::uint32_t count, void const* from) override {
         std::lock_guard const hold(mutex);
         ++writes;
         if (write_faults > 0) {
             --write_faults;
             return KString("write fault");
         }
-        if (units.size() <= unit) units.resize(unit + 1, Bytes(shape.unitSize()));
-        std::copy_n(static_cast<std::uint8_t const*>(from), shape.unitSize(), units[unit].data());
+        auto const bad = bad_units.lower_bound(first);
+        if (bad != bad_units.end() && *bad < first + count) return KString("write fault");
+        if (units.size() < first + count) units.resize(first + count, Bytes(shape.unitSize()));
+        auto const* unit = static_cast<std::uint8_t const*>(from);
+        for (std::uint32_t i = 0; i < count; ++i, unit += shape.unitSize())
+            std::copy_n(unit, shape.unitSize(), units[first + i].data());
         return {};
     }
 
@@ -71,6 +76,7 @@ class MemoryUnits : public TrackUnits {
     std::function<void(std::uint32_t)> before_read;  // runs on the reading thread, outside the lock
     std::map<std::uint32_t, int> read_faults;        // unit: how many more reads of it fail
     int write_faults = 0;                            // how many more writes fail
+    std::set<std::uint32_t> bad_units;               // every write of one of them fails
     std::uint64_t reads = 0, writes = 0;
 
   private:

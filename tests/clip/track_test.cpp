@@ -7,10 +7,12 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "clip/clip.h"
+#include "support/buffer.h"
 #include "support/clip_image.h"
 #include "support/memory_file.h"
 #include "vfile/aligned_buffer.h"
@@ -386,6 +388,53 @@ TEST(Track, AsynchronousTransfersCompleteOnceAndAfterTheCallersBufferIsFilled) {
         EXPECT_EQ(completions, 4);
         EXPECT_EQ(text, KString("Buffer is too large"));
     }
+}
+
+TEST(Track, UnitsThatLieInTheBufferAsInTheFileAreOneRequest) {
+    auto memory = std::make_shared<MemoryFile>();
+    auto trace = std::make_shared<test::TraceFile>(memory);
+    using Entry = test::TraceFile::Entry;
+    Bench bench(formatOf(4096, 4096, 1), 0, 0, trace);
+    test::Buffer const units(5 * 4096, 3);
+    ASSERT_EQ(bench.track->writeUnits(2, 5, units.memory, 4096), KString());
+    EXPECT_EQ(trace->take(), (std::vector<Entry>{{test::TraceFile::write_request, 2 * 4096, 5 * 4096}}));
+    EXPECT_EQ(bench.track->writtenLength(), 7u);
+
+    test::Buffer back(5 * 4096);
+    ASSERT_EQ(bench.track->readUnits(2, 5, back.memory, 4096), KString());
+    EXPECT_EQ(trace->take(), (std::vector<Entry>{{test::TraceFile::read_request, 2 * 4096, 5 * 4096}}));
+    EXPECT_TRUE(back == units);
+}
+
+TEST(Track, UnitsThatLieOtherwiseAreTransferredOneByOne) {
+    for (auto [unit_size, stored, stride] : {std::tuple{4096u, 4096u, 8192u}, {4000u, 4096u, 4096u}}) {
+        auto memory = std::make_shared<MemoryFile>();
+        auto trace = std::make_shared<test::TraceFile>(memory);
+        Bench bench(formatOf(unit_size, stored, 1), 0, 0, trace);
+        test::Buffer const units(3 * stride, 4);
+        ASSERT_EQ(bench.track->writeUnits(0, 3, units.memory, stride), KString());
+        EXPECT_EQ(trace->take().size(), 3u);
+        test::Buffer back(3 * stride, 5);
+        ASSERT_EQ(bench.track->readUnits(0, 3, back.memory, stride), KString());
+        EXPECT_EQ(trace->take().size(), 3u);
+        for (std::uint32_t i = 0; i < 3; ++i)
+            EXPECT_EQ(std::memcmp(back.memory + i * stride, units.memory + i * stride, unit_size), 0) << i;
+        test::Buffer const untouched(3 * stride, 5);
+        EXPECT_EQ(back.memory[unit_size], untouched.memory[unit_size]) << "what lies between units is the caller's";
+    }
+}
+
+TEST(Track, UnitsPastTheEndReadAsZerosAmongOthers) {
+    Bench bench(formatOf(4096, 4096, 1));
+    bench.fill(3);
+    test::Buffer back(4 * 4096, 9);
+    ASSERT_EQ(bench.track->readUnits(1, 4, back.memory, 4096), KString());
+    for (std::uint32_t i = 0; i < 4; ++i)
+        EXPECT_EQ(back.memory[i * 4096], static_cast<std::byte>(i < 2 ? i + 2 : 0)) << i;
+    ASSERT_EQ(bench.track->readUnits(UINT_LIMIT - 1, 4, back.memory, 4096), KString());
+    EXPECT_EQ(back.memory[2 * 4096], std::byte{0}) << "numbers do not wrap";
+    EXPECT_EQ(bench.track->writeUnits(UINT_LIMIT, 2, back.memory, 4096), KString("Too many units"));
+    EXPECT_EQ(bench.readNumber(0), 1);
 }
 
 TEST(Track, ThreadsReadAndWriteUnitsOfOneTrackAtOnce) {

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -10,20 +11,16 @@
 namespace KelvonClip {
 namespace {
 
-bool allZero(std::byte const* bytes, std::size_t count) {
-    return std::all_of(bytes, bytes + count, [](std::byte byte) { return byte == std::byte{0}; });
-}
-
-TEST(UnitBufferPool, BuffersAreAlignedAndZero) {
+TEST(UnitBufferPool, BuffersAreAligned) {
     for (std::uint32_t size : {1u, 512u, 4095u, 4096u, 241664u}) {
         UnitBufferPool pool(size);
         auto buffer = pool.take();
         EXPECT_TRUE(isAlignedForDirectIO(buffer->data())) << size;
-        EXPECT_TRUE(allZero(buffer->data(), size)) << size;
+        EXPECT_EQ(buffer->size(), size);
     }
 }
 
-TEST(UnitBufferPool, UsedBufferComesBackZeroedAndIsHandedOutAgain) {
+TEST(UnitBufferPool, UsedBufferComesBackAndIsHandedOutAgain) {
     UnitBufferPool pool(8192);
     std::byte* used;
     {
@@ -35,7 +32,6 @@ TEST(UnitBufferPool, UsedBufferComesBackZeroedAndIsHandedOutAgain) {
     EXPECT_EQ(pool.freeCount(), 1u);
     auto again = pool.take();
     EXPECT_EQ(again->data(), used);
-    EXPECT_TRUE(allZero(used, 8192));
     EXPECT_EQ(pool.freeCount(), 0u);
 }
 
@@ -74,7 +70,6 @@ TEST(UnitBufferPool, ThreadsTakeAndGiveBackWithoutSharingABuffer) {
         threads.emplace_back([&pool, i] {
             for (int n = 0; n < 200; ++n) {
                 auto buffer = pool.take();
-                ASSERT_TRUE(allZero(buffer->data(), 4096));
                 std::memset(buffer->data(), i, 4096);
                 for (int at = 0; at < 4096; at += 511)
                     ASSERT_EQ(buffer->data()[at], static_cast<std::byte>(i));
