@@ -5,16 +5,13 @@
 #include <algorithm>
 
 #include "foundation/load_store.h"
+#include "foundation/zeros.h"
 
 namespace KelvonClip::inspect {
 
 namespace {
 
 std::uint8_t byteAt(UnitBytes unit, std::size_t at) { return std::to_integer<std::uint8_t>(unit[at]); }
-
-bool isZero(UnitBytes bytes) {
-    return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0}; });
-}
 
 // --- AVC: a byte stream of NAL units ---
 
@@ -105,11 +102,11 @@ bool hasHole(TrackFormat const& format, UnitBytes unit) {
     bool after_zeros = false;
     for (std::size_t at = 0; at < unit.size(); at += PAGE) {
         UnitBytes const page = unit.subspan(at, std::min(PAGE, unit.size() - at));
-        auto const data = std::ranges::find_if(page, [](std::byte byte) { return byte != std::byte{0}; });
-        if (data == page.end()) {
+        if (isZero(page)) {
             after_zeros = true;
             continue;
         }
+        auto const data = std::ranges::find_if(page, [](std::byte byte) { return byte != std::byte{0}; });
         bool const start_code = format.video_type == TrackVideoType::avc && *data == std::byte{1};
         if (after_zeros && !start_code) return true;
         after_zeros = false;

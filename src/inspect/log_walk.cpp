@@ -1,11 +1,11 @@
 #include "inspect/log_walk.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <limits>
 
 #include "foundation/load_store.h"
+#include "foundation/zeros.h"
 
 namespace KelvonClip::inspect {
 
@@ -96,8 +96,7 @@ bool LogWalk::enterBlock() {
     }
     if (!hasMagic(block, map_block::MAGIC)) {
         // A writer leaves the place of the next block empty. Anything else there was a block once.
-        bool const empty =
-            std::all_of(block.data(), block.data() + BLOCK_SIZE, [](std::byte byte) { return byte == std::byte{0}; });
+        bool const empty = isZero({block.data(), BLOCK_SIZE});
         return stop(empty ? End::unwritten_block : End::missing_block, position), false;
     }
     if (begins_run) log_end += bytesOfRun(place.run);

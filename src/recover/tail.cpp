@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "foundation/load_store.h"
+#include "foundation/zeros.h"
 #include "vfile/grow_format.h"
 #include "vfile/sectors.h"
 
@@ -46,10 +47,6 @@ std::optional<std::uint32_t> unitsBetween(AudioUnit const& before, AudioUnit con
         if (now.blocks[i]->phase != phase) return std::nullopt;
     }
     return step - 1;
-}
-
-bool isZero(UnitBytes bytes) {
-    return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0}; });
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <string>
 
+#include "support/sanitizers.h"
+
 namespace KelvonClip::test {
 
 constexpr std::size_t HEADER_AREA = 32768;
@@ -46,13 +48,16 @@ inline void writeFile(std::wstring const& name, std::string const& bytes) {
 }
 
 // Bytes for a unit; different for every seed.
+KELVONCLIP_TEST_UNWATCHED inline void fillWithPattern(char* bytes, std::size_t size, std::uint32_t seed) {
+    std::uint32_t state = seed * 2654435761u + 1;
+    for (std::size_t at = 0; at < size; ++at) {
+        state = state * 1664525u + 1013904223u;
+        bytes[at] = static_cast<char>(state >> 24);
+    }
+}
 inline std::string patternBytes(std::size_t size, std::uint32_t seed) {
     std::string bytes(size, '\0');
-    std::uint32_t state = seed * 2654435761u + 1;
-    for (auto& byte : bytes) {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<char>(state >> 24);
-    }
+    fillWithPattern(bytes.data(), size, seed);
     return bytes;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/memory_file.h"
+#include "support/sanitizers.h"
 
 namespace KelvonClip::test {
 
@@ -35,12 +36,16 @@ inline std::string textAt(MemoryFile& file, std::uint64_t at, std::size_t length
 }
 
 // `length` bytes that identify their position: the 8 bytes at different positions below 2^32 differ, and so do seeds.
-inline std::vector<std::byte> pattern(std::uint64_t position, std::size_t length, std::uint64_t seed = 0) {
-    std::vector<std::byte> bytes(length);
+KELVONCLIP_TEST_UNWATCHED inline void fillWithPattern(std::byte* bytes, std::uint64_t position, std::size_t length,
+                                                      std::uint64_t seed) {
     for (std::size_t i = 0; i < length; ++i) {
         std::uint64_t const word = ((position + i) / 8 + 1) * 0x9E3779B97F4A7C15 + seed * 0xBF58476D1CE4E5B9;
         bytes[i] = static_cast<std::byte>(word >> (8 * ((position + i) % 8)));
     }
+}
+inline std::vector<std::byte> pattern(std::uint64_t position, std::size_t length, std::uint64_t seed = 0) {
+    std::vector<std::byte> bytes(length);
+    fillWithPattern(bytes.data(), position, length, seed);
     return bytes;
 }
 

@@ -14,19 +14,23 @@
 #include "support/clip_image.h"
 #include "support/disk_image.h"
 #include "support/memory_file.h"
+#include "support/sanitizers.h"
 
 namespace KelvonClip::test {
 
 using Bytes = std::vector<std::byte>;
 
 // Data without a zero byte, different for every seed.
+KELVONCLIP_TEST_UNWATCHED inline void fillWithEssence(std::byte* bytes, std::size_t size, std::uint32_t seed) {
+    std::uint32_t state = seed * 2654435761u + 12345;
+    for (std::size_t at = 0; at < size; ++at) {
+        state = state * 1664525u + 1013904223u;
+        bytes[at] = static_cast<std::byte>((state >> 24) | 1);
+    }
+}
 inline Bytes essenceBytes(std::size_t size, std::uint32_t seed) {
     Bytes bytes(size);
-    std::uint32_t state = seed * 2654435761u + 12345;
-    for (auto& byte : bytes) {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<std::byte>((state >> 24) | 1);
-    }
+    fillWithEssence(bytes.data(), size, seed);
     return bytes;
 }
 

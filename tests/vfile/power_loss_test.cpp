@@ -1,9 +1,9 @@
 // The state of a recording after a power failure, or after the process was killed, at any moment.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
@@ -76,8 +76,7 @@ class Tracks {
             KString const error = files[t]->readSync(0, static_cast<std::uint32_t>(length), bytes.data());
             if (!error.empty()) return testing::AssertionFailure() << "track " << t << ": " << error.toUtf8();
             for (std::uint64_t at = 0; at < length; at += UNIT)
-                if (!std::equal(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                                bytes.begin() + static_cast<std::ptrdiff_t>(at + UNIT), unit(t, at).begin()))
+                if (std::memcmp(bytes.data() + at, unit(t, at).data(), UNIT) != 0)
                     return testing::AssertionFailure() << "track " << t << ": wrong bytes at " << at;
         }
         return testing::AssertionSuccess();
