@@ -146,6 +146,7 @@ class LayerBuilder {
         wanted.length = walk.fileLength();
         wanted.map = walk.takeMap();
         using End = ChainWalk::End;
+        wanted.map_is_known = walk.end() != End::unreadable_block;
         static constexpr auto ENDS = std::to_array<std::pair<End, FindingKind>>({
             {End::misplaced_block, map_block_misplaced},
             {End::unreadable_block, map_block_unreadable},
@@ -178,6 +179,7 @@ class LayerBuilder {
             add({.kind = run_unreached, .count = unreached->count}, host,
                 sparse2::super_block::RUN_TABLE_AT + unreached->first * sparse2::super_block::RUN_ENTRY_SIZE);
         wanted.map = walk.takeMap();
+        wanted.map_is_known = walk.end() != LogWalk::End::unreadable_block;
         // The log may end with room for map blocks, of which nothing is written yet.
         auto const& last = walk.lastExtent();
         finishSparse(wanted, last ? last->host + last->length : 0, walk.logEnd());

@@ -21,7 +21,8 @@ class SparseView : public VFileHosted {
     void read(std::uint64_t position, std::uint32_t count, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override {
         if (!rangeWithin(position, count, layer.length)) return done->setError("Read beyond end of sparse file");
-        readSparse([&](std::uint64_t at) { return layer.map.atOrAfter(at); }, *host, position, count, buffer, done);
+        auto const find = [&](std::uint64_t at) { return layer.map.atOrAfter(at); };
+        readSparse(find, layer.map_is_known, *host, position, count, buffer, done);
     }
     void write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject> done) override {
         done->setError("Write failed");

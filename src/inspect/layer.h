@@ -24,6 +24,7 @@ struct Layer {
     std::uint64_t length = 0;            // bytes that it claims to have
     ExtentMap map;                       // of a sparse file
     std::shared_ptr<VFileObject> file;   // its bytes
+    bool map_is_known = true;            // to its end: no block of it was unreadable
 
     // How the bytes from `position` on are kept: the next `length` of them, at most `most`, are all stored or all not.
     struct Reach {
@@ -39,7 +40,7 @@ struct Layer {
     bool isSparse() const { return kind == VFileKind::sparse1 || kind == VFileKind::sparse2; }
 };
 
-// The bytes of a sparse file whose map is known.
+// The bytes of a sparse file whose map was read.
 std::shared_ptr<VFileObject> sparseView(std::shared_ptr<VFileObject> host, std::shared_ptr<Layer const> const& layer);
 
 }  // namespace KelvonClip::inspect

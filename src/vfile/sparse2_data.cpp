@@ -10,6 +10,8 @@
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
+#include "foundation/zeros.h"
+#include "vfile/sparse_read.h"
 
 namespace KelvonClip {
 
@@ -101,7 +103,7 @@ KString DataStruct::replay(VFileObject& host) {
     old_host_end = host_end != 0 ? host_end : GREATEST;  // 0: the host cannot tell
     while (replayBlock(host)) {
     }
-    if (budget_exceeded) return UNREADABLE;
+    if (budget_exceeded) return SPARSE_MAP_UNREADABLE;
     forgetUnreachedRuns();
     unreplayed_bytes = host_end > next_free ? host_end - next_free : 0;
     return {};
@@ -128,9 +130,7 @@ bool DataStruct::replayBlock(VFileObject& host) {
     auto block = std::make_shared<BlockBufStruct>();
     block->host_position = *position;
     if (!readBlock(host, *block).empty()) {
-        // A block inside the host that cannot be read now may be readable later, so its records must not be
-        // overwritten. A block past the end of the host ends the log.
-        unreadable = rangeWithin(*position, BLOCK_SIZE, host.length());
+        unreadable = isInsideHost(host, *position, BLOCK_SIZE);
         return false;
     }
     if (!hasMagic(*block, map_block::MAGIC)) return false;
@@ -150,8 +150,8 @@ bool DataStruct::begin(std::shared_ptr<BlockBufStruct> block) {
     bool const goes_on = replayRecords();
     // Data after the replayed records must not become valid when new records are added.
     std::span const unused(current->bytes.data() + recordAt(record_count), current->bytes.data() + BLOCK_SIZE);
-    stale_tail = std::ranges::any_of(unused, [](std::byte byte) { return byte != std::byte{0}; });
-    std::ranges::fill(unused, std::byte{0});
+    stale_tail = !isZero(unused);
+    if (stale_tail) std::memset(unused.data(), 0, unused.size());
     frozen_records = record_count;
     return goes_on;
 }
@@ -220,7 +220,7 @@ HostRange DataStruct::mapRange(VFileObject& host, std::uint64_t position, std::u
             std::uint64_t const offset = position - extent->start;
             return {{}, extent->host + offset, std::min(length, extent->length - offset)};
         }
-        if (unreadable) return {UNREADABLE};
+        if (unreadable) return {SPARSE_MAP_UNREADABLE};
         if (lastRecordEndsAt(position) || hasRoom()) return allocate(position, length, UnlandedRanges::makeNode());
         if (KString error = makeRoom(host); !error.empty()) return {std::move(error)};
     }

@@ -48,10 +48,6 @@ struct HostRange {
     std::uint64_t host = 0, length = 0;
 };
 
-namespace sparse2 {
-constexpr char const* UNREADABLE = "Sparse map is unreadable";
-}
-
 struct DataStruct {
     std::uint64_t next_free = 0;    // end of the log in the host
     std::uint32_t block_count = 0;  // map blocks in use
@@ -81,6 +77,10 @@ struct DataStruct {
     std::optional<std::uint64_t> nextPosition() const;
     // False if it is not a block of this log (yet).
     bool takeBlock(AlignedBuffer const& block, std::uint64_t position);
+
+    // False if the replay ended at a block that could not be read although it is inside the host: there may be more
+    // records. None are added then, and what the map does not have may not be taken for empty.
+    bool isKnown() const { return !unreadable; }
 
     // Length of the sparse file, from the superblock.
     std::uint64_t fileLength() const;

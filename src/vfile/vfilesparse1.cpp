@@ -35,6 +35,7 @@ struct BlockBufStruct1 {
 struct ChainWalk {
     std::uint64_t length = 0;
     ExtentMap map;
+    bool unreadable = false;  // the walk ended at a block inside the host that could not be read
 
     // Empty on success, even if damage ends the map early.
     KString run(VFileObject& host) {
@@ -46,7 +47,11 @@ struct ChainWalk {
         while (auto const next = takeIn(block, position)) {
             position = *next;
             if (!rangeWithin(position, map_block::SIZE, length)) break;
-            if (!host.readSync(position, map_block::SIZE, block.bytes.data()).empty() || !block.hasMagic()) break;
+            if (!host.readSync(position, map_block::SIZE, block.bytes.data()).empty()) {
+                unreadable = isInsideHost(host, position, map_block::SIZE);
+                break;
+            }
+            if (!block.hasMagic()) break;
         }
         return {};
     }
@@ -70,14 +75,17 @@ struct ChainWalk {
 
 }  // namespace
 
-VFileSparse1::VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents)
-    : VFileHosted(std::move(host_file)), length_bytes(file_length), map(std::move(extents)) {}
+VFileSparse1::VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents,
+                           bool map_known)
+    : VFileHosted(std::move(host_file)), length_bytes(file_length), map(std::move(extents)), map_is_known(map_known) {}
 
 Opened<VFileSparse1> VFileSparse1::open(std::shared_ptr<VFileObject> host, bool /*read_only*/) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileSparse1> {
         ChainWalk walk;
         if (KString error = walk.run(*host); !error.empty()) return {std::move(error), nullptr};
-        return {{}, std::unique_ptr<VFileSparse1>(new VFileSparse1(host, walk.length, std::move(walk.map)))};
+        return {
+            {},
+            std::unique_ptr<VFileSparse1>(new VFileSparse1(host, walk.length, std::move(walk.map), !walk.unreadable))};
     });
 }
 
@@ -86,7 +94,7 @@ void VFileSparse1::read(std::uint64_t position, std::uint32_t length, void* buff
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
     auto locked = map.hold();
     auto const find = [&](std::uint64_t at) { return locked.value.atOrAfter(at); };
-    readSparse(find, *host, position, length, buffer, done);
+    readSparse(find, map_is_known, *host, position, length, buffer, done);
 }
 
 void VFileSparse1::write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject> done) {

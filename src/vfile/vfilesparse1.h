@@ -20,7 +20,8 @@ namespace KelvonClip {
 class VFileSparse1 : public VFileHosted {
   public:
     // Opens the sparse file in `host`; all openers share one object. Errors: the host's, if the first map block cannot
-    // be read; "Bad sparse header magic number". Later damage only ends the map.
+    // be read; "Bad sparse header magic number". Later damage only ends the map; if it is a block inside the host that
+    // cannot be read, reads of what the map does not have fail with "Sparse map is unreadable".
     static Opened<VFileSparse1> open(std::shared_ptr<VFileObject> host, bool read_only);
 
     std::uint64_t length() override { return length_bytes; }
@@ -35,10 +36,11 @@ class VFileSparse1 : public VFileHosted {
     bool isContainer() const override { return true; }
 
   private:
-    VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents);
+    VFileSparse1(std::shared_ptr<VFileObject> host_file, std::uint64_t file_length, ExtentMap extents, bool map_known);
 
     std::uint64_t const length_bytes;
     KProtect<ExtentMap> map;
+    bool const map_is_known;  // to its end; what it does not have reads as zeros only then
 };
 
 }  // namespace KelvonClip

@@ -134,23 +134,25 @@ KString VFileSparse2::writeMap() {
 
 KString VFileSparse2::refresh(RefreshStep step) {
     if (!read_only) return {};
-    // Several files share this map: the first one's step counts.
-    bool const reads_lengths = step == RefreshStep::lengths, reads_map = step == RefreshStep::maps;
-    bool const first =
-        (reads_lengths && !std::exchange(to_follow, true)) || (reads_map && std::exchange(to_follow, false));
-    if (!first) return {};
-    if (!host->isContainer()) {
-        if (KString error = host->refresh(step); !error.empty()) return error;
-    } else if (reads_map) {
-        VFileObject* const below[] = {host.get()};
-        if (KString error = refreshAll(below); !error.empty()) return error;
-    }
-    return reads_map ? followWriter() : KString();
+    // Several files share this map: the first one's step counts. If the map cannot be read, none of them shows a length
+    // that it does not cover.
+    if (step == RefreshStep::lengths && !std::exchange(to_follow, true) && !host->isContainer())
+        return host->refresh(step);
+    if (step != RefreshStep::maps) return {};
+    if (std::exchange(to_follow, false)) follow_error = refreshMap();
+    return follow_error;
+}
+
+KString VFileSparse2::refreshMap() {
+    VFileObject* const below[] = {host.get()};
+    KString error = host->isContainer() ? refreshAll(below) : host->refresh(RefreshStep::maps);
+    return error.empty() ? followWriter() : error;
 }
 
 // Blocks are read without the lock of the log, so readers do not wait for the disk: only a refresh changes the map of a
 // read-only file, and there is one at a time.
 KString VFileSparse2::followWriter() {
+    if (!data.hold().value.isKnown()) return replayAnew();
     AlignedBuffer block(sparse2::BLOCK_SIZE);
     if (auto const position = data.hold().value.currentPosition()) {
         if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
@@ -162,7 +164,7 @@ KString VFileSparse2::followWriter() {
         auto const position = data.hold().value.nextPosition();
         if (!position || !rangeWithin(*position, sparse2::BLOCK_SIZE, host->length())) return {};
         if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
-        if (!host->takeMapBlock()) return sparse2::UNREADABLE;
+        if (!host->takeMapBlock()) return SPARSE_MAP_UNREADABLE;
         if (!data.hold().value.takeBlock(block, *position)) {
             host->giveMapBlocks(1);
             return {};
@@ -171,12 +173,14 @@ KString VFileSparse2::followWriter() {
     return {};
 }
 
-// The writer has taken records back, when it closed the file or after a failure: nothing was ever written to them.
+// The writer has taken records back, when it closed the file or after a failure: nothing was ever written to them. Or a
+// block could not be read before. What is known stays if the log cannot be read to its end.
 KString VFileSparse2::replayAnew() {
     host->giveMapBlocks(std::exchange(data.hold().value.budgeted_blocks, 0));
     DataStruct log;
     KString error = log.replay(*host);
     if (error.empty() && log.fileLength() != length_bytes) error = u"Bad superblock";
+    if (error.empty() && !log.isKnown()) error = SPARSE_MAP_UNREADABLE;
     if (!error.empty()) {
         host->giveMapBlocks(log.budgeted_blocks);
         return error;
@@ -200,7 +204,7 @@ void VFileSparse2::read(std::uint64_t position, std::uint32_t length, void* buff
     if (!rangeWithin(position, length, length_bytes)) return done->setError("Read beyond end of sparse file");
     auto locked = data.hold();
     auto const find = [&](std::uint64_t at) { return locked.value.readable(at); };
-    readSparse(find, *host, position, length, buffer, done);
+    readSparse(find, locked.value.isKnown(), *host, position, length, buffer, done);
 }
 
 void VFileSparse2::write(std::uint64_t position, std::uint32_t length, void const* buffer,

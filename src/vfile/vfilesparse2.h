@@ -27,7 +27,8 @@ namespace KelvonClip {
 class VFileSparse2 : public VFileHosted {
   public:
     // Opens the sparse file in `host`; all openers share one object. Errors: the host's, if the superblock cannot be
-    // read; "Bad superblock". Later damage only ends the map.
+    // read; "Bad superblock". Later damage only ends the map; if it is a block inside the host that cannot be read,
+    // writes and reads of what the map does not have fail with "Sparse map is unreadable".
     static Opened<VFileSparse2> open(std::shared_ptr<VFileObject> host, bool read_only);
 
     // Writes an empty sparse file of `length` bytes into `host`; empty on success. Errors: "Cannot create Sparse while
@@ -64,6 +65,7 @@ class VFileSparse2 : public VFileHosted {
     void writePiece(DataStruct& log, std::uint64_t position, std::uint64_t host_position, std::uint32_t length,
                     std::byte const* from, std::shared_ptr<CIO::CIOObject> const& done);
     KString writeMap();
+    KString refreshMap();
     KString followWriter();
     KString replayAnew();
 
@@ -73,6 +75,7 @@ class VFileSparse2 : public VFileHosted {
     // Guarded by the write-back lock.
     DataStruct::Snapshot to_save;  // of the write-back that is under way
     bool to_follow = false;        // the map has not been read by the refresh that is under way
+    KString follow_error;          // of the last refresh that has read it
 };
 
 }  // namespace KelvonClip

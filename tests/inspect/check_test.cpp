@@ -323,6 +323,20 @@ TEST(Check, WhatTheHostCannotReadIsFound) {
     }
 }
 
+// The lengths are there, but nobody knows where.
+TEST(Check, WhatAnUnreadableMapBlockMayRecordCountsAsUnreadable) {
+    Good good;
+    auto const bad = std::make_shared<BadRange>(good.image.file(), good.image.block(0), 512);
+    Report const report = check(bad, "memory");
+    EXPECT_EQ(report.findings.number(grow_unreadable), report.tracks.size());
+    EXPECT_EQ(report.findings.number(grow_magic), 0u);
+    for (Finding const& finding : report.findings.list()) {
+        if (finding.kind == grow_unreadable) {
+            EXPECT_EQ(finding.detail, KString("Sparse map is unreadable"));
+        }
+    }
+}
+
 TEST(Check, AMapBlockThatIsNotFullAndHasAFollowerIsFound) {
     RecordingImage image({{"tc1", 512}, {"tc1", 512}});
     for (std::uint32_t unit = 0; unit < 3000; ++unit)

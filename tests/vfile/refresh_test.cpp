@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <random>
 #include <utility>
 #include <vector>
@@ -27,16 +28,18 @@ constexpr std::uint32_t UNIT = 512;
 constexpr std::uint64_t TRACKS = 3, PARTITION = GIB;
 constexpr std::uint64_t BLOCK = 65536;
 
-// Gives the first bytes of a block as they are and the others as they were before, once.
+// Gives the first bytes of a block as they are and the others as they were before, once. Cannot read one block.
 class HalfOldFile : public test::WrappedFile {
   public:
     using WrappedFile::WrappedFile;
 
     std::uint64_t old_position = 0, new_bytes = 0;
     std::vector<std::byte> old_block;  // empty: reads are as they are
+    std::optional<std::uint64_t> bad_block;
 
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override {
+        if (bad_block && position == *bad_block) return done->setError("bad sectors");
         inner->read(position, length, buffer, std::move(done));
         if (old_block.empty() || position != old_position || length != BLOCK) return;
         std::memcpy(static_cast<std::byte*>(buffer) + new_bytes, old_block.data() + new_bytes, BLOCK - new_bytes);
@@ -106,6 +109,8 @@ struct Follow : testing::Test {
         ASSERT_EQ(writeBackAll(files, Durability::process_end), KString());
         promised = written;
     }
+    // Where the second map block is.
+    std::uint64_t secondBlock() { return test::bigEndianAt(memory->bytes(40, 8), 0) * 512; }
     KString refresh() { return refreshAll(reader.files()); }
     void expectUnits(std::vector<std::uint64_t> const& units, std::uint64_t first = 0) {
         for (std::uint64_t track = 0; track < TRACKS; ++track) {
@@ -201,6 +206,42 @@ TEST_F(Follow, AMapThatWasReadBeforeTheLengthsIsReadAgainAtOpening) {
     expectUnits({20, 20, 20});
 }
 
+TEST_F(Follow, AMapThatCouldNotBeReadToItsEndIsReadAgain) {
+    appendToAll(5000);
+    checkpoint();
+    readers_host->bad_block = secondBlock();
+    ASSERT_EQ(reader.open(readers_host, true), KString());
+    std::vector<std::byte> bytes(UNIT);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        EXPECT_EQ(reader.tracks[1]->readSync(4999 * UNIT, UNIT, bytes.data()), KString("Sparse map is unreadable"));
+        EXPECT_EQ(reader.tracks[1]->readSync(0, UNIT, bytes.data()), KString());
+        EXPECT_EQ(bytes, unit(1, 0));
+        EXPECT_EQ(refresh(), KString("Sparse map is unreadable"));
+    }
+    readers_host->bad_block.reset();
+    ASSERT_EQ(refresh(), KString());
+    expectUnits(promised);
+}
+
+TEST_F(Follow, WhatIsKnownStaysIfTheMapCannotBeReadAnew) {
+    appendToAll(5000);
+    // Reserved and given back at closing: the map has to be read anew.
+    writer.tracks[2]->allocate(written[2] * UNIT, 20 * UNIT);
+    append(2);
+    checkpoint();
+    ASSERT_EQ(refresh(), KString());
+    auto const known = promised;
+    ASSERT_EQ(writer.open(writers_host, false), KString());
+    appendToAll(2);
+    checkpoint();
+    readers_host->bad_block = secondBlock();
+    EXPECT_EQ(refresh(), KString("Sparse map is unreadable"));
+    expectUnits(known);
+    readers_host->bad_block.reset();
+    ASSERT_EQ(refresh(), KString());
+    expectUnits(promised);
+}
+
 TEST_F(Follow, AFailedReadLeavesWhatWasThereAndTheNextRefreshGoesOn) {
     appendToAll(5000);
     checkpoint();
@@ -215,8 +256,14 @@ TEST_F(Follow, AFailedReadLeavesWhatWasThereAndTheNextRefreshGoesOn) {
         bool const struck = faulty->struck();
         faulty->heal();
         EXPECT_EQ(error, struck ? KString(FaultyFile::READ_FAULT) : KString()) << n;
-        for (std::uint64_t track = 0; track < TRACKS; ++track)
-            ASSERT_GE(reader.tracks[track]->length(), before[track] * UNIT);
+        for (std::uint64_t track = 0; track < TRACKS; ++track) {
+            std::uint64_t const length = reader.tracks[track]->length();
+            ASSERT_GE(length, before[track] * UNIT);
+            // What is shown is there.
+            std::vector<std::byte> last(UNIT);
+            ASSERT_EQ(reader.tracks[track]->readSync(length - UNIT, UNIT, last.data()), KString());
+            ASSERT_EQ(last, unit(track, length / UNIT - 1));
+        }
         ASSERT_EQ(refresh(), KString());
         expectUnits(promised, before[0] - 1);
         if (!struck) break;

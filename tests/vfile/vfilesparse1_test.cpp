@@ -166,17 +166,29 @@ TEST_F(VFileSparse1Test, ALaterBlockThatIsDamagedOnlyEndsTheMap) {
     }
     putText(*memory, second, "KLVNPRSE");
     {
-        faulty->failFrom(2);
-        auto const file = open();
-        EXPECT_TRUE(faulty->struck());
-        EXPECT_TRUE(stored(*file, 2042));
-        EXPECT_FALSE(stored(*file, 3000));
-    }
-    {
         memory->resize(second + BLOCK - 1);
         auto const file = open();
         EXPECT_FALSE(stored(*file, 3000));
     }
+}
+
+// The block may be readable later, so nobody may take for empty what it records.
+TEST_F(VFileSparse1Test, ALaterBlockThatCannotBeReadMakesReadsOfWhatTheMapDoesNotHaveFail) {
+    constexpr char const* UNREADABLE = "Sparse map is unreadable";
+    std::uint64_t const second = putFullBlock(0, 1 << 24, 0);
+    putFullBlock(second, 1 << 24, 3000);
+    faulty->failFrom(2);
+    {
+        auto const file = open();
+        EXPECT_TRUE(faulty->struck());
+        EXPECT_TRUE(stored(*file, 2042));
+        for (std::uint64_t sector : {3000u, 1u, 30000u})
+            EXPECT_EQ(file->readSync(sector * 512, 512, buffer.data()), KString(UNREADABLE)) << sector;
+        EXPECT_EQ(file->readSync(2042 * 512, 1024, buffer.data()), KString(UNREADABLE)) << "not even in part";
+    }
+    auto const file = open();
+    EXPECT_TRUE(stored(*file, 3000));
+    EXPECT_FALSE(stored(*file, 30000));
 }
 
 TEST_F(VFileSparse1Test, AFirstBlockThatIsDamagedFailsTheOpening) {
@@ -292,7 +304,7 @@ TEST(SparseRead, AStepThatCoversNothingIsASoftwareError) {
     std::byte buffer[16];
     auto const read = [&](std::optional<Extent> found) {
         return CIO::runSync([&](std::shared_ptr<CIO::CIOObject> done) {
-            readSparse([&](std::uint64_t) { return found; }, *host, 100, 16, buffer, done);
+            readSparse([&](std::uint64_t) { return found; }, true, *host, 100, 16, buffer, done);
         });
     };
     EXPECT_EQ(read(Extent{50, 10, 0}), KString("Software error"));

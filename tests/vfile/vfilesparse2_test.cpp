@@ -694,8 +694,16 @@ TEST_F(VFileSparse2Test, AMapBlockThatCannotBeReadIsNotRecordedOver) {
         ASSERT_TRUE(faulty->struck());
         faulty->heal();
         EXPECT_EQ(write(TIB / 2, 512), KString("Sparse map is unreadable")) << n;
+        std::uint64_t const known = (n - 2) * RECORDS;
+        std::vector<std::byte> bytes(1024);
+        for (std::uint64_t record : {known, 3 * RECORDS - 1, 3 * RECORDS})
+            EXPECT_EQ(file->readSync(record * 1024, 512, bytes.data()), KString("Sparse map is unreadable"))
+                << n << ": " << record;
         if (n > 2) {
-            EXPECT_EQ(write(0, 512), KString()) << "what was taken in can be overwritten";
+            EXPECT_EQ(read(0, 512), pattern(0, 512)) << "what was taken in can be read";
+            EXPECT_EQ(write(0, 512), KString()) << "and overwritten";
+            EXPECT_EQ(file->readSync((known - 1) * 1024, 1024, bytes.data()), KString("Sparse map is unreadable"))
+                << "not even in part";
         }
         file.reset();
         EXPECT_EQ(image().extents, before) << n;
