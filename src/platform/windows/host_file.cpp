@@ -1,4 +1,8 @@
-// Host files with overlapped, unbuffered Windows handles.
+// Host files with overlapped Windows handles, unbuffered where the volume's sectors allow it.
+//
+// The files of the library have extents of 512 bytes. On a volume with larger sectors Windows would refuse to transfer
+// them past its cache, so there, and where the size is not known, files are opened with buffering. Everything else is
+// the same: what is written is on the disk after a flush.
 //
 // Sharing a file needs a new handle: the share mode of a handle cannot be changed.
 //
@@ -6,7 +10,7 @@
 //   * The OVERLAPPED of a request is stored in its HostRequest, at the start of a Transfer. Its event field, which is
 //     free for the program's use with completion routines, points back to the HostRequest.
 //   * Windows queues the completion routine to the issuing thread, which runs it in an alertable wait (wait.h).
-//   * The handle is unbuffered: Windows refuses transfers whose position, length or address is not sector-aligned.
+//   * If the handle is unbuffered, Windows refuses transfers whose position, length or address is not sector-aligned.
 // Threads: any.
 #include "platform/host_file.h"
 
@@ -69,6 +73,18 @@ class SoleHold {
     SRWLOCK& lock;
 };
 
+constexpr DWORD SMALLEST_SECTOR = 512;
+
+// The size of a logical sector of the volume on which a file is or will be; 0 if it is not known.
+DWORD sectorSize(std::wstring const& file_name) {
+    std::wstring volume(32768, L'\0');
+    DWORD sectors_per_cluster = 0, bytes_per_sector = 0, free_clusters = 0, clusters = 0;
+    bool const known =
+        GetVolumePathNameW(file_name.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
+        GetDiskFreeSpaceW(volume.c_str(), &sectors_per_cluster, &bytes_per_sector, &free_clusters, &clusters);
+    return known ? bytes_per_sector : 0;
+}
+
 class WindowsFile final : public HostFile {
   public:
     ~WindowsFile() override {
@@ -78,6 +94,8 @@ class WindowsFile final : public HostFile {
     bool open(std::wstring const& file_name, FileAccess access) {
         name = file_name;
         mode = access;
+        DWORD const sector = sectorSize(name);
+        buffering = sector == 0 || sector > SMALLEST_SECTOR ? 0 : FILE_FLAG_NO_BUFFERING;
         if (!openHandle()) return false;
         when_opened = stateNow();
         return true;
@@ -148,7 +166,7 @@ class WindowsFile final : public HostFile {
     bool openHandle() {
         OpenMode const& how = OPEN_MODES[static_cast<int>(mode)];
         handle = CreateFileW(name.c_str(), how.access, how.share, nullptr, how.disposition,
-                             FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING, nullptr);
+                             FILE_FLAG_OVERLAPPED | buffering, nullptr);
         return handle != INVALID_HANDLE_VALUE;
     }
 
@@ -218,6 +236,7 @@ class WindowsFile final : public HostFile {
 
     std::wstring name;
     FileAccess mode = FileAccess::read_only;
+    DWORD buffering = 0;  // FILE_FLAG_NO_BUFFERING, or 0 for a buffered handle
     // Guards the handle. It is shared by everyone who uses the handle, and held alone to replace it.
     mutable SRWLOCK handle_lock = SRWLOCK_INIT;
     HANDLE handle = INVALID_HANDLE_VALUE;

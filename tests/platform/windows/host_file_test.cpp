@@ -25,6 +25,7 @@ namespace {
 
 using test::failNextOpenWith;
 using test::SECTOR_SIZE;
+using test::setSectorSize;
 using test::transferLater;
 
 // A sector-aligned buffer.
@@ -189,6 +190,44 @@ TEST_P(WindowsFileTest, TransfersOffTheSectorGridAreRefusedAtOnce) {
     std::uint64_t size = 1;
     ASSERT_TRUE(file->size(size));
     EXPECT_EQ(size, 0u);
+}
+
+// On a volume with larger sectors, or whose sectors are not known, nothing has to be aligned.
+TEST_P(WindowsFileTest, WhereSectorsAreLargerSmallerTransfersWorkAllTheSame) {
+    for (DWORD sector : {0u, 1024u, 4096u}) {
+        SCOPED_TRACE(sector);
+        setSectorSize(sector);
+        std::u16string const file_name = name + static_cast<char16_t>(u'0' + sector / 1024);
+        {
+            auto const file = mustOpen(file_name, FileAccess::create);
+            write(*file, 512, Buffer(512, 1));
+            ASSERT_TRUE(file->share());
+            write(*file, 1024, Buffer(512, 2));  // the handle is another one now
+            EXPECT_TRUE(file->flush());
+            EXPECT_TRUE(file->resize(2000));
+        }
+        for (FileAccess access : {FileAccess::read_only, FileAccess::read_write}) {
+            auto const file = mustOpen(file_name, access);
+            expectBytes(*file, 512, Buffer(512, 1));
+            expectBytes(*file, 1024, Buffer(512, 2));
+            std::uint64_t size = 0;
+            ASSERT_TRUE(file->size(size));
+            EXPECT_EQ(size, 2000u);
+            Buffer read(1024);
+            Outcome past, across;
+            EXPECT_TRUE(!file->startRead(2000, 512, read.bytes, past) || past.wait().failed);
+            ASSERT_TRUE(file->startRead(1536, 512, read.bytes, across));
+            EXPECT_FALSE(across.wait().failed);
+            EXPECT_EQ(across.transferred, 464u);
+        }
+        auto const file = mustOpen(file_name, FileAccess::read_write);
+        Buffer const odd(513, 3);
+        Outcome misaligned;
+        ASSERT_TRUE(file->startWrite(1, 511, odd.bytes + 1, misaligned));
+        EXPECT_FALSE(misaligned.wait().failed);
+        EXPECT_EQ(misaligned.transferred, 511u);
+    }
+    setSectorSize(SECTOR_SIZE);
 }
 
 TEST_P(WindowsFileTest, WritingAReadOnlyFileIsRefusedAtOnce) {

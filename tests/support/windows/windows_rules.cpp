@@ -28,6 +28,7 @@ auto const system_CloseHandle = systemFunction<decltype(&CloseHandle)>("CloseHan
 auto const system_ReadFileEx = systemFunction<decltype(&ReadFileEx)>("ReadFileEx");
 auto const system_WriteFileEx = systemFunction<decltype(&WriteFileEx)>("WriteFileEx");
 auto const system_SetEndOfFile = systemFunction<decltype(&SetEndOfFile)>("SetEndOfFile");
+auto const system_GetDiskFreeSpaceW = systemFunction<decltype(&GetDiskFreeSpaceW)>("GetDiskFreeSpaceW");
 
 class Locked {
   public:
@@ -57,18 +58,22 @@ struct SystemMemory {
     bool operator==(SystemMemory const&) const { return true; }
 };
 
-// The open unbuffered, overlapped handles, with the access that they were opened for.
+// The open overlapped handles, and what they were opened for.
+struct OpenedFor {
+    DWORD access;
+    bool unbuffered;
+};
 SRWLOCK files_lock = SRWLOCK_INIT;
-using Files = std::map<HANDLE, DWORD, std::less<>, SystemMemory<std::pair<HANDLE const, DWORD>>>;
+using Files = std::map<HANDLE, OpenedFor, std::less<>, SystemMemory<std::pair<HANDLE const, OpenedFor>>>;
 Files& files() {
     static auto* const open_files = new Files;
     return *open_files;
 }
-std::optional<DWORD> accessOf(HANDLE file) {
+std::optional<OpenedFor> found(HANDLE file) {
     Locked const held(files_lock);
-    auto const found = files().find(file);
-    if (found == files().end()) return std::nullopt;
-    return found->second;
+    auto const open_file = files().find(file);
+    if (open_file == files().end()) return std::nullopt;
+    return open_file->second;
 }
 
 struct Transfer {
@@ -168,7 +173,9 @@ constexpr std::uint64_t NO_FAILURE = 1ULL << 32;
 std::atomic<std::uint64_t> next_open_failure{NO_FAILURE};
 std::atomic<DWORD> code_of_close{0};  // with which closing a file ends the process; 0: not at all
 
-bool onGrid(std::uint64_t number) { return number % SECTOR_SIZE == 0; }
+std::atomic<DWORD> sector_size{SECTOR_SIZE};
+
+bool onGrid(std::uint64_t number) { return number % std::max<DWORD>(sector_size, 1) == 0; }
 
 BOOL refuse(DWORD error) {
     SetLastError(error);
@@ -176,14 +183,14 @@ BOOL refuse(DWORD error) {
 }
 
 BOOL start(Transfer request, DWORD right) {
-    auto const access = accessOf(request.file);
-    if (access) {
-        if ((*access & right) == 0) return refuse(ERROR_ACCESS_DENIED);
-        if (!onGrid(request.overlapped->Offset) || !onGrid(request.length) ||
-            !onGrid(reinterpret_cast<std::uintptr_t>(request.buffer)))
-            return refuse(ERROR_INVALID_PARAMETER);
+    auto const file = found(request.file);
+    if (file) {
+        if ((file->access & right) == 0) return refuse(ERROR_ACCESS_DENIED);
+        bool const aligned = onGrid(request.overlapped->Offset) && onGrid(request.length) &&
+                             onGrid(reinterpret_cast<std::uintptr_t>(request.buffer));
+        if (file->unbuffered && !aligned) return refuse(ERROR_INVALID_PARAMETER);
     }
-    if (!access || !later || !worker().alive())
+    if (!file || !later || !worker().alive())
         return request.writes ? system_WriteFileEx(request.file, request.buffer, request.length, request.overlapped,
                                                    request.routine)
                               : system_ReadFileEx(request.file, request.buffer, request.length, request.overlapped,
@@ -197,8 +204,8 @@ BOOL start(Transfer request, DWORD right) {
 
 HANDLE WINAPI ruled_CreateFileW(wchar_t const* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                                 DWORD disposition, DWORD flags, HANDLE pattern) {
-    constexpr DWORD RULED = FILE_FLAG_NO_BUFFERING | FILE_FLAG_OVERLAPPED;
-    if ((flags & RULED) == RULED) {
+    bool const ruled = (flags & FILE_FLAG_OVERLAPPED) != 0;
+    if (ruled) {
         if (auto const failure = next_open_failure.exchange(NO_FAILURE); failure != NO_FAILURE) {
             SetLastError(static_cast<DWORD>(failure));
             return INVALID_HANDLE_VALUE;
@@ -206,17 +213,17 @@ HANDLE WINAPI ruled_CreateFileW(wchar_t const* name, DWORD access, DWORD share, 
     }
     HANDLE const file = system_CreateFileW(name, access, share, security, disposition, flags, pattern);
     DWORD const error = GetLastError();
-    if (file != INVALID_HANDLE_VALUE && (flags & RULED) == RULED) {
+    if (file != INVALID_HANDLE_VALUE && ruled) {
         worker();
         Locked const held(files_lock);
-        files()[file] = access;
+        files()[file] = {access, (flags & FILE_FLAG_NO_BUFFERING) != 0};
     }
     SetLastError(error);
     return file;
 }
 
 BOOL WINAPI ruled_CloseHandle(HANDLE handle) {
-    if (DWORD const code = code_of_close; code != 0 && accessOf(handle)) TerminateProcess(GetCurrentProcess(), code);
+    if (DWORD const code = code_of_close; code != 0 && found(handle)) TerminateProcess(GetCurrentProcess(), code);
     {
         Locked const held(files_lock);
         files().erase(handle);
@@ -236,10 +243,19 @@ BOOL WINAPI ruled_WriteFileEx(HANDLE file, void const* buffer, DWORD length, OVE
 
 BOOL WINAPI ruled_SetEndOfFile(HANDLE file) {
     LARGE_INTEGER end;
-    if (accessOf(file) && SetFilePointerEx(file, {}, &end, FILE_CURRENT) &&
+    auto const open_file = found(file);
+    if (open_file && open_file->unbuffered && SetFilePointerEx(file, {}, &end, FILE_CURRENT) &&
         !onGrid(static_cast<std::uint64_t>(end.QuadPart)))
         return refuse(ERROR_INVALID_PARAMETER);
     return system_SetEndOfFile(file);
+}
+
+BOOL WINAPI ruled_GetDiskFreeSpaceW(wchar_t const* volume, DWORD* sectors_per_cluster, DWORD* bytes_per_sector,
+                                    DWORD* free_clusters, DWORD* clusters) {
+    if (sector_size == 0) return refuse(ERROR_NOT_SUPPORTED);
+    if (!system_GetDiskFreeSpaceW(volume, sectors_per_cluster, bytes_per_sector, free_clusters, clusters)) return FALSE;
+    *bytes_per_sector = sector_size;
+    return TRUE;
 }
 
 struct Rule {
@@ -252,6 +268,7 @@ Rule const RULES[] = {
     {"ReadFileEx", reinterpret_cast<void*>(&ruled_ReadFileEx)},
     {"WriteFileEx", reinterpret_cast<void*>(&ruled_WriteFileEx)},
     {"SetEndOfFile", reinterpret_cast<void*>(&ruled_SetEndOfFile)},
+    {"GetDiskFreeSpaceW", reinterpret_cast<void*>(&ruled_GetDiskFreeSpaceW)},
 };
 
 void replace(IMAGE_THUNK_DATA& slot, void* replacement) {
@@ -287,6 +304,8 @@ void applyWindowsRules(HMODULE module) {
         }
     }
 }
+
+void setSectorSize(DWORD bytes) { sector_size = bytes; }
 
 void transferLater(bool value) { later = value; }
 
