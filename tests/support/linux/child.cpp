@@ -1,8 +1,10 @@
 #include "support/child.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include <spawn.h>
@@ -18,7 +20,7 @@ constexpr int KILLED = 128;  // plus the number of the signal, as in a shell
 
 }  // namespace
 
-int runChild(std::string const& test_name, std::wstring const& argument) {
+Child::Child(std::string const& test_name, std::wstring const& argument) {
     std::string const program = std::filesystem::read_symlink("/proc/self/exe");
     std::string const filter = "--gtest_filter=" + test_name;
     std::vector<char const*> const command{program.c_str(), "--gtest_also_run_disabled_tests", filter.c_str(), nullptr};
@@ -27,10 +29,21 @@ int runChild(std::string const& test_name, std::wstring const& argument) {
     int const failure =
         ::posix_spawn(&child, program.c_str(), nullptr, nullptr, const_cast<char**>(command.data()), environ);
     if (failure != 0) throw std::runtime_error("the child process does not start");
+    process = child;
+}
+
+int Child::wait() {
+    auto const ending = static_cast<pid_t>(std::exchange(process, 0));
     int status = 0;
-    while (::waitpid(child, &status, 0) != child) {
+    while (::waitpid(ending, &status, 0) != ending) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : KILLED + WTERMSIG(status);
+}
+
+void Child::kill() {
+    if (process == 0) return;
+    ::kill(static_cast<pid_t>(process), SIGKILL);
+    wait();
 }
 
 std::wstring childArgument() {
