@@ -110,7 +110,8 @@ KELVONCLIP_API bool clip_get_is_child_clip(unsigned int clip);
 
 /// @{
 /// Times kept in the clip header: seconds since 1970-01-01 00:00:00 UTC; 0 where the header has none and for an unknown
-/// handle. Creating a clip sets the two times of editing; nothing in this library changes any of them later.
+/// handle. Creating a clip sets the two times of editing, and changing the header that of the meta data; nothing else
+/// in this library changes any of them.
 KELVONCLIP_API std::uint64_t clip_get_last_loaded(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_unloaded(unsigned int clip);
 KELVONCLIP_API std::uint64_t clip_get_last_played(unsigned int clip);
@@ -170,6 +171,92 @@ KELVONCLIP_API unsigned int clip_track_count(unsigned int clip);
 /// @param index  0-based
 /// @return 0 for an index not below clip_track_count and for an unknown clip
 KELVONCLIP_API unsigned int clip_get_track(unsigned int clip, unsigned int index);
+
+/// A text that belongs to a clip.
+enum class ClipText : std::uint32_t {
+    none = 0,       ///< no text
+    uuid = 1,       ///< the identifier that creating has given the clip: "{8-4-4-4-12}" upper-case hexadecimal digits
+    parent = 2,     ///< what the header of a child clip names as its parent
+    project = 3,    ///< can be set
+    title = 4,      ///< can be set
+    creator = 5,    ///< can be set
+    file_name = 6,  ///< the name under which the clip was opened first
+};
+
+/// Where a clip's timecode comes from (clip_get_timecode).
+enum class TimecodeSource : std::uint32_t {
+    none = 0,            ///< the header names a source that is not known; also for an unknown handle
+    zero_based = 1,      ///< the clip counts from 0, "zerobased"
+    striped = 2,         ///< the header's timecode, counting on, "striped"
+    tc0_striped = 3,     ///< the timecode in unit 0 of the timecode track, counting on, "tc0striped"
+    timecode_track = 4,  ///< each unit of the timecode track, "timecodetrack"
+};
+
+/// The text of a source, as the header has it; null for a value without one. It stays valid until the library is
+/// unloaded.
+KELVONCLIP_API wchar_t const* toString(TimecodeSource source);
+
+/// @name What the header knows
+/// The texts are written to the caller's buffer with a terminating zero, cut off where they don't fit. Each function
+/// returns the length of the whole text, in `wchar_t` without the zero, so a call with a null buffer and size 0 tells
+/// how much room is needed. The length is 0 for a text that the clip does not have, for an unknown handle and when
+/// memory runs out. No text is longer than 32768. What a setter has set is told at once.
+/// @{
+
+/// A text of the clip.
+/// @param clip    the clip's handle
+/// @param which   the text
+/// @param buffer  receives the text; may be null if `size` is 0
+/// @param size    of the buffer, in `wchar_t`
+KELVONCLIP_API unsigned int clip_get_text(unsigned int clip, ClipText which, wchar_t* buffer, unsigned int size);
+
+/// How many entries the header's `Meta` list has: names with values, for anything that a house wants to keep.
+KELVONCLIP_API unsigned int clip_meta_count(unsigned int clip);
+
+/// The name of an entry of the `Meta` list, in the header's order.
+KELVONCLIP_API unsigned int clip_get_meta_name(unsigned int clip, unsigned int index, wchar_t* buffer,
+                                               unsigned int size);
+
+/// The value of the first entry of the `Meta` list with this name; case counts.
+KELVONCLIP_API unsigned int clip_get_meta(unsigned int clip, wchar_t const* name, wchar_t* buffer, unsigned int size);
+
+/// Fields that the header hides at the start of every track. 0 for a child clip and for an unknown handle.
+KELVONCLIP_API unsigned int clip_get_trim_start(unsigned int clip);
+/// Fields that the header hides at the end of every track. 0 for a child clip and for an unknown handle.
+KELVONCLIP_API unsigned int clip_get_trim_end(unsigned int clip);
+
+/// Where the clip's timecode comes from.
+KELVONCLIP_API TimecodeSource clip_get_timecode_source(unsigned int clip);
+
+/// Whether the clip was opened for writing, or created. Whether somebody else is writing it shows at the first write.
+KELVONCLIP_API bool clip_is_writable(unsigned int clip);
+/// @}
+
+/// @name Changing the header
+/// The new header is on the disk when the call returns, and ClipLastMetaEdited is the time of the call. What the header
+/// holds besides, unknown elements included, is kept. At every moment, after a power failure too, the file has the old
+/// or the new header, whole: who opens the clip meanwhile finds one of them. Only a header of more than 16384 bytes
+/// (about 30 tracks) has no room for that: a power failure in the instant of its writing may damage it.
+///
+/// Each returns null on success, or the first that applies: "invalid clip handle", "Clip was opened in read-only mode",
+/// what the function names, "Error creating header text" (the header would have more than 32768 bytes; nothing has
+/// changed), "The file is being written by somebody else", or the message of the write that failed; the file then has
+/// the old or the new header, and the clip tells the old one until the call is repeated.
+/// Threads: any; tracks may be read and written meanwhile. Setters of one clip come one after the other.
+/// @{
+
+/// Sets project, title or creator. An empty text, or null, removes it. "The text can't be set" for the others.
+KELVONCLIP_API wchar_t const* clip_set_text(unsigned int clip, ClipText which, wchar_t const* text);
+
+/// Sets the value of an entry of the `Meta` list, which is added if it is not there. Null as the value removes the
+/// entry. "Invalid meta name" unless the name is an ASCII letter followed by letters, digits and '_'.
+KELVONCLIP_API wchar_t const* clip_set_meta(unsigned int clip, wchar_t const* name, wchar_t const* value);
+
+/// Sets how many fields the header hides at both ends of every track. The tracks of clips that are open, of this one
+/// too, keep their length and the numbers of their units until the clip is closed and opened again.
+/// "XML header is a child clip header" for a child clip.
+KELVONCLIP_API wchar_t const* clip_set_trims(unsigned int clip, unsigned int start, unsigned int end);
+/// @}
 
 /// Begins a new clip. Nothing is written before create_finish; the cfg_ functions describe the clip in between. The
 /// name stays taken, in this process, until create_finish succeeds or create_cancel gives up.

@@ -141,6 +141,14 @@ class KTimecode {
     /// Undefined when all 64 bits are set, and for a null pointer.
     KELVONCLIP_API static KTimecode from_tc64(VideoFrequency frequency, void const* bytes);
 
+    /// The inverse of from_sony: writes four bytes. There is no place for days: the label is that of the time of day.
+    /// False, with nothing written, when undefined and for a null pointer.
+    KELVONCLIP_API bool to_sony(void* bytes) const;
+
+    /// The inverse of from_tc64: writes eight bytes, the high halves as 0. An undefined timecode becomes eight bytes FF
+    /// hexadecimal, which is a unit without a timecode. False, with nothing written, for a null pointer.
+    KELVONCLIP_API bool to_tc64(void* bytes) const;
+
     /// Whether this is a timecode at all.
     KELVONCLIP_API bool is_defined() const;
     /// The field count; 0 when undefined.

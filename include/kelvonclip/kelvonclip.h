@@ -7,7 +7,8 @@
 ///
 /// **Messages.** A function that can fail returns null on success, else a text. The text stays valid until the library
 /// is unloaded and is never freed by the caller; equal texts are the identical pointer. Besides the texts named at each
-/// function, those of the host and of the storage formats (docs/format.md) may be returned. Nothing is thrown.
+/// function, those of the host and of the storage formats (docs/format.md) may be returned. message_kind tells them
+/// apart, and message_with_file adds the name of the file. Nothing is thrown.
 ///
 /// **Memory.** Running out of memory is an error like any other. The call returns "Out of memory", a text that is not
 /// allocated, or its neutral value. Nothing is left half done, and nothing that was acknowledged is lost. The call may
@@ -23,10 +24,10 @@
 ///
 /// **Alertable waits.** Every function that touches the disk waits for its own transfers *alertably*. On Windows this
 /// is the alertable wait of the system: user APCs that are queued to the thread, the caller's own included, may run
-/// before the function returns. Such an APC must not call functions of this library that open, create, checkpoint or
-/// close a clip, or that use a stream: it interrupts a call on the same thread, and could wait for that call without
-/// end. On Linux only completions of transfers that the library began on this thread run in the
-/// wait, never code of the caller's; a signal handler may run in between, after which the wait goes on.
+/// before the function returns. Such an APC must not call functions of this library that open, create, change,
+/// checkpoint or close a clip, or that use a stream: it interrupts a call on the same thread, and could wait for that
+/// call without end. On Linux only completions of transfers that the library began on this thread run in the wait,
+/// never code of the caller's; a signal handler may run in between, after which the wait goes on.
 ///
 /// **Other processes.** `clip_open` and `clip_open_rw` share a file with other openers, whatever their mode.
 /// `create_finish` shares it with nobody until the new clip is closed. Only one opener of a file can write: the first
@@ -45,6 +46,7 @@
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/kelvon_std.h>
 #include <kelvonclip/kelvon_timecode.h>
+#include <kelvonclip/message.h>
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>

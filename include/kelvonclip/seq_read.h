@@ -41,6 +41,24 @@ KELVONCLIP_API wchar_t const* seqread_begin(unsigned int track, unsigned int* re
 /// Waits for the disk when the background reads are not ahead.
 KELVONCLIP_API wchar_t const* seqread_read(unsigned int reader, std::int32_t* const* buffers, unsigned int n);
 
+/// Moves a reader: the next seqread_read begins at this sample. Samples are counted from the track's beginning, in a
+/// track that is one recording: unit u begins at sample u * (samples of a unit), with the cadence that docs/audio.md
+/// describes at 59.94 and 29.97Hz. What is read depends on the sample alone, not on where the reader was.
+///
+/// In a track of one recording the samples are those that a reader from the beginning gets at this place. Where the
+/// track has joins, a reader from the beginning may be up to three samples ahead or behind (docs/audio.md, "Drift"): it
+/// knows what earlier joins have added and left out, and a seek does not read what lies before. From the next join on,
+/// the drift of the seek is corrected like any other.
+/// @param reader  the reader's handle
+/// @param sample  0-based; at or past the end of the track the reader gives silence
+/// @return null on success; else "Invalid handle". A unit that can't be read shows at the next seqread_read
+/// Waits for background reads that are under way.
+KELVONCLIP_API wchar_t const* seqread_seek(unsigned int reader, std::uint64_t sample);
+
+/// The sample that the next seqread_read begins with; 0 for an unknown handle. After a read that failed, the sample
+/// that could not be read: what was copied before it counts here, unlike for seqread_samples_remaining.
+KELVONCLIP_API std::uint64_t seqread_position(unsigned int reader);
+
 /// Samples for each subchannel between the position and the end of the track as it was at seqread_begin; 0 beyond it
 /// and for an unknown handle. Before the first read: the track's length in fields times the nominal samples of a field,
 /// rounded up.

@@ -31,18 +31,14 @@ enum class TrackCategory : std::uint32_t {
     key = 2,
     /// Sound. A unit is a block of samples for each subchannel; seq_read.h and seq_write.h deal in samples.
     audio = 3,
-    /// Timecode, one unit a field. The first 8 bytes of a unit are the timecode as KTimecode::from_tc64 reads it, the
-    /// others are not used. This writes a label at 50Hz:
+    /// Timecode, one unit a field. The first 8 bytes of a unit are the timecode as KTimecode::from_tc64 reads and
+    /// to_tc64 writes it, the others are not used. track_set_timecode writes a unit:
     /// @code
     /// wchar_t const* writeLabelAt50Hz(unsigned int track, unsigned int unit, unsigned int hours, unsigned int minutes,
     ///                                 unsigned int seconds, unsigned int frames, bool field_2) {
-    ///     unsigned int const label[4] = {hours | (field_2 ? 0x80u : 0u), minutes, seconds, frames};
-    ///     unsigned char bytes[8];
-    ///     for (unsigned int i = 0; i < 4; ++i) {
-    ///         bytes[2 * i] = label[i] & 15;
-    ///         bytes[2 * i + 1] = label[i] >> 4;
-    ///     }
-    ///     return track_write(track, unit, bytes, sizeof bytes);
+    ///     unsigned int const fields =
+    ///         timecode_numfields(VideoFrequency::f50, 0, hours, minutes, seconds, frames, field_2);
+    ///     return track_set_timecode(track, unit, fields, false);
     /// }
     /// @endcode
     timecode = 4,
@@ -93,6 +89,15 @@ KELVONCLIP_API TrackCategory track_category(unsigned int track);
 KELVONCLIP_API TrackVideoType track_video_type(unsigned int track);
 KELVONCLIP_API TrackAudioType track_audio_type(unsigned int track);
 /// @}
+
+/// The name of the track's format, as the header has it (track_format.h). Written to the buffer with a terminating
+/// zero, cut off where it doesn't fit.
+/// @param track   the track's handle
+/// @param buffer  receives the name; may be null if `size` is 0
+/// @param size    of the buffer, in `wchar_t`
+/// @return the length of the whole name, in `wchar_t` without the zero; 0 for an unknown handle and when memory runs
+///         out
+KELVONCLIP_API unsigned int track_get_format_name(unsigned int track, wchar_t* buffer, unsigned int size);
 
 /// Subchannels of an audio track; 0 for any other.
 KELVONCLIP_API unsigned int track_audio_subchannel_count(unsigned int track);
@@ -170,6 +175,17 @@ KELVONCLIP_API wchar_t const* track_write(unsigned int track, unsigned int unit,
 /// @return null on success, else "Error using track handle" (unknown track), "Bad Handle"
 KELVONCLIP_API wchar_t const* track_get_timecode(unsigned int track, unsigned int unit, unsigned int* timecode,
                                                  bool* drop_frame);
+
+/// Writes a unit of a timecode track, the counterpart of track_get_timecode.
+/// @param track       handle of a timecode track whose clip is open for writing
+/// @param unit        0-based; past the end it extends the track, as track_write does
+/// @param timecode    the count in fields, as KTimecode takes it. A unit has no days: it holds the time of day
+/// @param drop_frame  whether it counts drop-frame; not looked at where the rate has none
+/// @return null on success, else the first that applies: "Bad Handle" (unknown track), "Not a timecode track",
+///         "Clip was opened in read-only mode", or the storage layer's text
+/// In a clip whose timecode source is "tc0striped" only unit 0 is ever read. Blocks, alertably, for its own I/O only.
+KELVONCLIP_API wchar_t const* track_set_timecode(unsigned int track, unsigned int unit, unsigned int timecode,
+                                                 bool drop_frame);
 
 /// Whether a unit of a timecode track carries a timecode: whether its first 8 bytes are not all FF hexadecimal, so
 /// units of zeros carry one. In a clip whose timecode source is "tc0striped": whether the

@@ -53,6 +53,23 @@ struct Cadence {
     std::uint8_t nominalPhase(std::uint64_t unit) const {
         return phased ? static_cast<std::uint8_t>(unit % PHASES) : std::uint8_t{0};
     }
+    // The unit that holds a sample of such a track, and the unit's first sample. At phased rates the samples up to
+    // there are not the nominal number: their drift, in tenths of a sample.
+    struct UnitOfSample {
+        std::uint64_t unit, first_sample;
+        std::int64_t drift;
+    };
+    UnitOfSample unitOfSample(std::uint64_t sample) const {
+        constexpr std::uint32_t UNITS = 2 * PHASES;  // they have samples_per_ten_units
+        UnitOfSample found{sample / samples_per_ten_units * UNITS, sample - sample % samples_per_ten_units, 0};
+        for (;;) {
+            std::uint32_t const count = sampleCount(nominalPhase(found.unit));
+            if (sample - found.first_sample < count) return found;
+            ++found.unit;
+            found.first_sample += count;
+            found.drift += std::int64_t{UNITS} * count - samples_per_ten_units;
+        }
+    }
     bool phaseValid(std::uint8_t phase) const { return phased ? phase < PHASES : phase == 0; }
 
     // Nominal number of samples of `fields` fields, rounded up.

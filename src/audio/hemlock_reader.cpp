@@ -19,22 +19,41 @@ std::uint64_t HemlockReader::samplesRemaining() const {
     return total_samples - std::min(total_samples, delivered);
 }
 
+void HemlockReader::seek(std::uint64_t sample) {
+    auto const place = cadence.unitOfSample(sample);
+    read_ahead.restartAt(place.unit);
+    for (auto& stream : streams)
+        stream.restart(place.drift);
+    available = 0;
+    to_skip = static_cast<std::uint32_t>(sample - place.first_sample);
+    samples_delivered = next_sample = sample;
+}
+
 KString HemlockReader::read(std::int32_t* const* buffers, std::uint32_t n) {
-    std::uint32_t delivered = 0;
-    while (delivered < n) {
+    std::uint32_t skipped = 0, delivered = 0;
+    KString error = take(nullptr, to_skip, skipped);
+    to_skip -= skipped;
+    if (error.empty()) error = take(buffers, n, delivered);
+    next_sample += delivered;
+    if (error.empty()) samples_delivered += n;
+    return error;
+}
+
+// Takes n samples of every stream, and drops those without a buffer. Counts in `taken` what was taken before an error.
+KString HemlockReader::take(std::int32_t* const* buffers, std::uint32_t n, std::uint32_t& taken) {
+    while (taken < n) {
         if (available == 0) {
             if (KString error = fetch(); !error.empty()) return error;
         }
-        std::uint32_t const to_do = std::min(available, n - delivered);
+        std::uint32_t const to_do = std::min(available, n - taken);
         if (!kassert(to_do > 0, "seq_read", __LINE__, "to_do > 0")) return KString("Internal error");
         for (std::size_t i = 0; i < streams.size(); ++i) {
-            std::int32_t* const to = buffers[i] == nullptr ? nullptr : buffers[i] + delivered;
-            if (!streams[i].take(to, to_do)) return KString("Internal error");
+            bool const wanted = buffers != nullptr && buffers[i] != nullptr;
+            if (!streams[i].take(wanted ? buffers[i] + taken : nullptr, to_do)) return KString("Internal error");
         }
         available -= to_do;
-        delivered += to_do;
+        taken += to_do;
     }
-    samples_delivered += n;
     return {};
 }
 

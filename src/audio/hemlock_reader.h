@@ -34,6 +34,12 @@ class HemlockReader {
     // next call tries that unit again.
     KString read(std::int32_t* const* buffers, std::uint32_t n);
 
+    // The next read begins at this sample of the track, counted as a track of one recording has them. What it gives
+    // depends on the sample alone, not on what was read before. Waits for background reads, reads nothing.
+    void seek(std::uint64_t sample);
+    // The sample that the next read begins with.
+    std::uint64_t position() const { return next_sample; }
+
     std::uint32_t handle() const { return handle_object.number(); }
     StreamTurn& turn() { return stream_turn; }
     std::uint32_t subchannelCount() const { return static_cast<std::uint32_t>(streams.size()); }
@@ -43,6 +49,7 @@ class HemlockReader {
     void cancelReadAhead() { read_ahead.cancelQueued(); }
 
   private:
+    KString take(std::int32_t* const* buffers, std::uint32_t n, std::uint32_t& taken);
     KString fetch();
 
     HandleObject handle_object;
@@ -53,7 +60,10 @@ class HemlockReader {
     hemlock::UnitReadAhead read_ahead;  // owns the buffers that the streams point into
     std::vector<hemlock::SubchannelStream> streams;
     std::uint32_t available = 0;
-    std::atomic<std::uint64_t> samples_delivered = 0;  // also read by other threads
+    std::uint32_t to_skip = 0;  // samples between the beginning of a unit and the sample that was sought
+    // Also read by other threads. They differ once a read has failed: what it had delivered before is not counted by
+    // the first.
+    std::atomic<std::uint64_t> samples_delivered = 0, next_sample = 0;
 };
 
 }  // namespace KelvonClip

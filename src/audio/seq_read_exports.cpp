@@ -83,6 +83,22 @@ wchar_t const* seqread_read(unsigned int reader, std::int32_t* const* buffers, u
     return exported([&] { return read(reader, buffers, n); });
 }
 
+wchar_t const* seqread_seek(unsigned int reader, std::uint64_t sample) {
+    return exported([&] {
+        return readers().use(reader, "Invalid handle", [&](HemlockReader& found) {
+            found.seek(sample);
+            return KString();
+        });
+    });
+}
+
+std::uint64_t seqread_position(unsigned int reader) {
+    return exportedQuery(std::uint64_t{0}, [&] {
+        auto const found = readers().find(reader);
+        return found ? found->position() : 0;
+    });
+}
+
 std::uint64_t seqread_samples_remaining(unsigned int reader) {
     return exportedQuery(std::uint64_t{0}, [&] {
         auto const found = readers().find(reader);

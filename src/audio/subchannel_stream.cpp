@@ -47,6 +47,17 @@ std::span<std::int32_t> fadeAndCorrect(DecodedBlock const& decoded, std::int64_t
     return {repeated, decoded.samples.size() + 1};
 }
 
+void SubchannelStream::restart(std::int64_t drift_in_tenths) {
+    for (std::size_t i = front; i < buffered.size(); ++i)
+        --*buffered[i].open_blocks;
+    buffered.clear();
+    front = 0;
+    buffered_sample_count = 0;
+    drift = drift_in_tenths;
+    previous.reset();
+    first_block = true;
+}
+
 // Removes used entries before the list would grow, so a stream that has run for a while allocates nothing.
 void SubchannelStream::reserveBlock() {
     if (buffered.size() < buffered.capacity()) return;

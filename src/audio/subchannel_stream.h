@@ -29,6 +29,9 @@ class SubchannelStream {
   public:
     explicit SubchannelStream(Cadence const& its_cadence) : cadence(its_cadence) {}
 
+    // Gives up what is buffered. The next block follows material with this drift, in tenths of a sample.
+    void restart(std::int64_t drift_in_tenths);
+
     // Reserves memory for the next block, so that feed cannot fail.
     void reserveBlock();
     // Adds the block of the next unit, after reserveBlock. This call increments `open_blocks`; the block's samples must

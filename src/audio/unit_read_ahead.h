@@ -53,6 +53,9 @@ class UnitReadAhead {
     // Waits for the next unit; empty on success. After an error the next call tries the same unit again.
     KString next(Unit& unit);
 
+    // The next unit is `unit`. Cancels queued runs and waits for the one being read.
+    void restartAt(std::uint64_t unit);
+
     // Cancels queued runs, without waiting for the one being read. For the end of the library.
     void cancelQueued();
     // Waits until no task of any reader is left in the pool; false if `at_most` has passed.
@@ -67,7 +70,6 @@ class UnitReadAhead {
     void queueRuns();
     void await(Run& wanted);
     void cancelAndWait();
-    void restartAt(std::uint64_t unit);
     std::shared_ptr<Run> spareRun();
     std::shared_ptr<std::byte> nextRunMemory();
 

@@ -171,7 +171,7 @@ KString openTracks(Entry const& entry, Missing missing) {
     auto const opening = trackOpeningLock().hold();
     if (auto const extra = openTracksNow(*entry)) return extra->first_error;
 
-    auto [tracks, first_error] = openTracksOf(*entry->clip, *entry->meta);
+    auto [tracks, first_error] = openTracksOf(*entry->clip, *entry->meta());
     if (!first_error.empty() && missing == Missing::refused) return first_error;
     if (!entry->read_only) budgetRecords(*entry->clip, tracks);
     auto extra = std::make_shared<OpenFileEntry::Extra>();
@@ -255,7 +255,7 @@ void leaveToTheParent(ClipDirectory& clips) {
 OpenFileEntry::OpenFileEntry(KString name, bool opened_read_only, std::shared_ptr<VFileObject> clip_file,
                              std::shared_ptr<Clip> opened_clip, std::shared_ptr<MetaObject const> meta_object)
     : file_name(std::move(name)), read_only(opened_read_only), file(std::move(clip_file)), clip(std::move(opened_clip)),
-      meta(std::move(meta_object)) {}
+      header(std::move(meta_object)) {}
 
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file) {
     if (name.empty()) return "Invalid filename";

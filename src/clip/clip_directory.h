@@ -11,7 +11,8 @@
 // Locks, outermost first; none of them is held while calling code outside the library:
 //   1. the open lock: serialises opening and closing, I/O included
 //   2. the track-opening lock: serialises lazy track opening, I/O included
-//   3. the locks of the directory and of the handle space: held for look-ups, insertions and erasures only, never
+//   3. the editing lock of one clip: serialises changes of its header, I/O included; neither of the above is taken in
+//   4. the locks of the directory and of the handle space: held for look-ups, insertions and erasures only, never
 //      during I/O, and never while an entry may be destroyed
 // Destroying an entry closes its containers, which write to the disk; it takes none of these locks. If the clip is
 // opened again meanwhile, the virtual files make sure that the opener shares a container that is still open, or waits
@@ -25,12 +26,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "clip/checkpoint_timer.h"
 #include "clip/clip.h"
 #include "clip/clip_header.h"
 #include "clip/handle.h"
 #include "clip/track.h"
+#include "foundation/kmutexlock.h"
+#include "foundation/kprotect.h"
 #include "foundation/kstring.h"
 #include "vfile/vfileobject.h"
 
@@ -55,13 +59,20 @@ struct OpenFileEntry {
     bool read_only;  // the first opener's mode
     std::shared_ptr<VFileObject> file;
     std::shared_ptr<Clip> clip;
-    std::shared_ptr<MetaObject const> meta;
+    KMutexLock const editing;  // held while the header is changed
     CheckpointTimer checkpoints;
     // Empty until the tracks are first needed, then set once, under the directory lock.
     std::shared_ptr<Extra const> extra;
 
     OpenFileEntry(KString name, bool opened_read_only, std::shared_ptr<VFileObject> clip_file,
                   std::shared_ptr<Clip> opened_clip, std::shared_ptr<MetaObject const> meta_object);
+
+    // The header as it is now: read when the clip was opened, and replaced when it is changed (clip_edit.h).
+    std::shared_ptr<MetaObject const> meta() const { return header.hold().value; }
+    void setMeta(std::shared_ptr<MetaObject const> changed) { std::swap(header.hold().value, changed); }
+
+  private:
+    mutable KProtect<std::shared_ptr<MetaObject const>> header;
 };
 
 // Opens a clip file, or shares the entry that is open under this name, and stores the clip's handle in `*handle`.

@@ -2,10 +2,15 @@
 #include <kelvonclip/kelvon_clip.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "clip/clip_directory.h"
+#include "clip/clip_edit.h"
+#include "foundation/caller_buffer.h"
 #include "foundation/exported.h"
+#include "foundation/kstring.h"
+#include "foundation/string_stash.h"
 
 namespace KelvonClip {
 
@@ -26,8 +31,39 @@ Result queryClip(std::uint32_t handle, Result neutral, OpenTracks open_tracks, Q
 template <class Value>
 Value metaValue(std::uint32_t handle, Value neutral, Value MetaObject::*member) noexcept {
     return queryClip(handle, neutral, OpenTracks::no,
-                     [&](OpenFileEntry const& clip) { return clip.meta.get()->*member; });
+                     [&](OpenFileEntry const& clip) { return clip.meta().get()->*member; });
 }
+
+// A text of a clip, for the caller's buffer; empty for an unknown handle.
+template <class Question>
+unsigned int textOfClip(std::uint32_t handle, wchar_t* buffer, unsigned int size, Question&& question) noexcept {
+    return exportedText(buffer, size, [&]() -> KString {
+        auto const entry = findClip(handle);
+        return entry ? question(*entry) : KString();
+    });
+}
+
+// The elements of the header that hold texts.
+struct TextElement {
+    ClipText which;
+    char const* element;
+    bool can_be_set;
+};
+constexpr auto TEXT_ELEMENTS = std::to_array<TextElement>({
+    {ClipText::uuid, "UUID", false},
+    {ClipText::parent, "ParentClip", false},
+    {ClipText::project, "Project", true},
+    {ClipText::title, "Title", true},
+    {ClipText::creator, "Creator", true},
+});
+TextElement const* elementOf(ClipText which) {
+    auto const row = std::ranges::find(TEXT_ELEMENTS, which, &TextElement::which);
+    return row == TEXT_ELEMENTS.end() ? nullptr : &*row;
+}
+
+// In value order, after row 0, which has no text.
+constexpr auto SOURCE_TEXTS =
+    std::to_array<char const*>({nullptr, "zerobased", "striped", "tc0striped", "timecodetrack"});
 
 template <class Value>
 void store(Value* out, Value value) {
@@ -130,7 +166,7 @@ wchar_t const* clip_get_timecode(unsigned int clip, unsigned int* timecode, bool
     return exported([&]() -> KString {
         auto const entry = findClip(clip);
         if (!entry) return UNKNOWN_CLIP;
-        return clipTimecode(*entry->meta, timecode, drop_frame);
+        return clipTimecode(*entry->meta(), timecode, drop_frame);
     });
 }
 
@@ -138,8 +174,78 @@ bool clip_timecode_valid(unsigned int clip) { return metaValue(clip, false, &Met
 
 VideoStandard clip_get_video_standard(unsigned int clip) {
     return queryClip(clip, VideoStandard::none, OpenTracks::no, [](OpenFileEntry const& entry) {
-        return toVideoStandard(entry.meta->resolution, entry.meta->frequency);
+        auto const meta = entry.meta();
+        return toVideoStandard(meta->resolution, meta->frequency);
     });
+}
+
+wchar_t const* toString(TimecodeSource source) {
+    auto const row = static_cast<std::uint32_t>(source);
+    return exportedQuery<wchar_t const*>(
+        nullptr, [&] { return stash(KString(row < SOURCE_TEXTS.size() ? SOURCE_TEXTS[row] : nullptr)); });
+}
+
+unsigned int clip_get_text(unsigned int clip, ClipText which, wchar_t* buffer, unsigned int size) {
+    return textOfClip(clip, buffer, size, [&](OpenFileEntry const& entry) -> KString {
+        if (which == ClipText::file_name) return entry.file_name;
+        auto const* const row = elementOf(which);
+        auto const meta = entry.meta();
+        return row ? meta->tree.root().child(row->element).text() : KString();
+    });
+}
+
+wchar_t const* clip_set_text(unsigned int clip, ClipText which, wchar_t const* text) {
+    return exported([&]() -> KString {
+        auto const* const row = elementOf(which);
+        if (row && row->can_be_set) return setHeaderText(clip, UNKNOWN_CLIP, row->element, text);
+        KString const refused = checkHeaderCanBeSet(clip, UNKNOWN_CLIP);
+        return refused.empty() ? "The text can't be set" : refused;
+    });
+}
+
+unsigned int clip_meta_count(unsigned int clip) {
+    return queryClip(clip, 0u, OpenTracks::no,
+                     [](OpenFileEntry const& entry) { return static_cast<unsigned int>(entry.meta()->meta.size()); });
+}
+
+unsigned int clip_get_meta_name(unsigned int clip, unsigned int index, wchar_t* buffer, unsigned int size) {
+    return textOfClip(clip, buffer, size, [&](OpenFileEntry const& entry) {
+        auto const meta = entry.meta();
+        return index < meta->meta.size() ? meta->meta[index].name : KString();
+    });
+}
+
+unsigned int clip_get_meta(unsigned int clip, wchar_t const* name, wchar_t* buffer, unsigned int size) {
+    return textOfClip(clip, buffer, size, [&](OpenFileEntry const& entry) {
+        auto const meta = entry.meta();
+        auto const found = std::ranges::find(meta->meta, KString(name), &MetaObject::Entry::name);
+        return found == meta->meta.end() ? KString() : found->value;
+    });
+}
+
+wchar_t const* clip_set_meta(unsigned int clip, wchar_t const* name, wchar_t const* value) {
+    return exported([&] { return setHeaderMeta(clip, UNKNOWN_CLIP, name, value, value == nullptr); });
+}
+
+unsigned int clip_get_trim_start(unsigned int clip) { return metaValue(clip, 0u, &MetaObject::trim_start); }
+unsigned int clip_get_trim_end(unsigned int clip) { return metaValue(clip, 0u, &MetaObject::trim_end); }
+
+wchar_t const* clip_set_trims(unsigned int clip, unsigned int start, unsigned int end) {
+    return exported([&] { return setHeaderTrims(clip, UNKNOWN_CLIP, start, end); });
+}
+
+TimecodeSource clip_get_timecode_source(unsigned int clip) {
+    return queryClip(clip, TimecodeSource::none, OpenTracks::no, [](OpenFileEntry const& entry) {
+        auto const meta = entry.meta();
+        if (meta->striped) return TimecodeSource::striped;
+        if (meta->tc0_striped) return TimecodeSource::tc0_striped;
+        if (meta->timecode_track) return TimecodeSource::timecode_track;
+        return meta->timecode_valid ? TimecodeSource::zero_based : TimecodeSource::none;
+    });
+}
+
+bool clip_is_writable(unsigned int clip) {
+    return queryClip(clip, false, OpenTracks::no, [](OpenFileEntry const& entry) { return !entry.read_only; });
 }
 
 unsigned int clip_track_count(unsigned int clip) {

@@ -8,12 +8,13 @@
 #include <utility>
 
 #include "standard/standard_text.h"
+#include "vfile/aligned_buffer.h"
+#include "vfile/settled_read.h"
 
 namespace KelvonClip {
 
 namespace {
 
-constexpr char const* ROOT = "KelvonClipMeta1";
 constexpr char const* PARSING_ERROR = "XML parsing error in clip header";
 
 // The timecode sources, in the order in which the writer chooses them. The reader takes value and drop-frame flag from
@@ -104,7 +105,7 @@ void readChildClip(MetaObject& meta) {
 }  // namespace
 
 HeaderRead parseClipHeader(std::string_view area) {
-    std::size_t const begin = xmlFind(area, ROOT);
+    std::size_t const begin = xmlFind(area, CLIP_HEADER_ROOT);
     if (begin == std::string_view::npos) return {PARSING_ERROR, nullptr};
     auto meta = std::make_shared<MetaObject>();
     if (!meta->tree.parse(area.substr(begin), XmlTree::Nesting::other_names)) return {PARSING_ERROR, nullptr};
@@ -124,13 +125,19 @@ HeaderRead readClipHeader(VFileObject& file) {
     auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
     KString error = file.readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
     if (!error.empty()) return {std::move(error), nullptr};
-    return parseClipHeader({area->bytes.data(), area->bytes.size()});
+    HeaderRead read = parseClipHeader({area->bytes.data(), area->bytes.size()});
+    if (read.meta) return read;
+    // Somebody may have been rewriting it, and parts of it were read before and others after.
+    AlignedBuffer settled(CLIP_HEADER_SIZE);
+    error = readSettled(file, 0, settled);
+    if (!error.empty()) return {std::move(error), nullptr};
+    return parseClipHeader({reinterpret_cast<char const*>(settled.data()), settled.size()});
 }
 
 // ---- writing --------------------------------------------------------------------------------------------------------
 
 XmlElement buildHeaderTree(HeaderContent const& content) {
-    XmlElement root(ROOT);
+    XmlElement root(CLIP_HEADER_ROOT);
     root.add(XmlElement("VideoStandard", textOf(content.standard)));
     root.add(XmlElement("UUID", content.uuid));
     root.add(XmlElement("ClipLastContentEdited", KString::fromUnsigned(content.content_edit_time)));

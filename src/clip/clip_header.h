@@ -21,6 +21,7 @@
 namespace KelvonClip {
 
 constexpr std::uint32_t CLIP_HEADER_SIZE = 32768;
+constexpr char const* CLIP_HEADER_ROOT = "KelvonClipMeta1";
 
 // The header area as stored in the file; aligned, so that it is transferred without a copy.
 struct alignas(platform::DIRECT_ALIGNMENT) ClipHeaderArea {

@@ -97,6 +97,11 @@ KString configureCreation(std::uint32_t handle, char const* unknown,
     return creation ? change(creation->description) : KString(unknown);
 }
 
+KString nameOfCreation(std::uint32_t handle) {
+    auto const creation = findCreation(handle);
+    return creation ? creation->description.file_name : KString();
+}
+
 KString finishCreation(std::uint32_t handle, unsigned int* clip) {
     auto const creation = findCreation(handle);
     if (!creation) return "Bad Handle";

@@ -25,6 +25,9 @@ KString beginCreation(KString const& file_name, VideoStandard standard, unsigned
 KString configureCreation(std::uint32_t handle, char const* unknown,
                           std::function<KString(ClipDescription&)> const& change);
 
+// The file name of a clip under creation; empty for an unknown handle.
+KString nameOfCreation(std::uint32_t handle);
+
 // Creates and opens the clip. Messages: see create_finish.
 KString finishCreation(std::uint32_t handle, unsigned int* clip);
 

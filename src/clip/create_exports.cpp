@@ -120,11 +120,12 @@ wchar_t const* cfg_clip_timecode(unsigned int clip, unsigned int creation) {
         auto const source = findClip(clip);
         return configureCreation(creation, "Bad create clip handle", [&](ClipDescription& target) -> KString {
             if (!source) return "Bad clip handle";
-            target.striped = source->meta->striped;
-            target.tc0_striped = source->meta->tc0_striped;
-            target.timecode_track_source = source->meta->timecode_track;
-            target.drop_frame = source->meta->drop_frame;
-            target.stripe_offset = source->meta->timecode;
+            auto const meta = source->meta();
+            target.striped = meta->striped;
+            target.tc0_striped = meta->tc0_striped;
+            target.timecode_track_source = meta->timecode_track;
+            target.drop_frame = meta->drop_frame;
+            target.stripe_offset = meta->timecode;
             return {};
         });
     });

@@ -61,7 +61,9 @@ Track::Opened Track::open(Clip& parent, XmlNode track_meta) {
     if (!built.error.empty()) return {built.error, nullptr};
     // If the host refuses a file without an error code, there is neither a text nor a file.
     if (!built.file) return {"Internal error", nullptr};
-    return {{}, std::make_unique<Track>(parent, format, std::move(built.file))};
+    auto track = std::make_unique<Track>(parent, format, std::move(built.file));
+    track->format_name = type.text();
+    return {{}, std::move(track)};
 }
 
 Track::Track(Clip& owner, TrackFormat const& format, std::shared_ptr<VFileObject> units)

@@ -41,7 +41,8 @@ class Track {
     Track& operator=(Track const&) = delete;
 
     TrackFormat const& format() const { return track_format; }
-    VFileObject& units() const { return *file; }                       // the virtual file that holds the units
+    KString const& formatName() const { return format_name; }  // as the header has it, whether it is known or not
+    VFileObject& units() const { return *file; }               // the virtual file that holds the units
     std::uint32_t unitSize() const { return track_format.unit_size; }  // bytes
     std::uint32_t fieldsPerUnit() const { return track_format.fields_per_unit; }
     VideoStandard videoStandard() const;
@@ -94,6 +95,7 @@ class Track {
     Clip& parent;
     std::shared_ptr<VFileObject> file;
     TrackFormat track_format;
+    KString format_name;
     std::uint32_t stored_unit_size;
     std::uint32_t trim_start, trim_end;  // fields
     UnitBufferPool unit_buffer_pool;

@@ -3,9 +3,11 @@
 #include <kelvonclip/track.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "clip/clip_directory.h"
+#include "foundation/caller_buffer.h"
 #include "foundation/exported.h"
 #include "vfile/aligned_buffer.h"
 
@@ -54,6 +56,16 @@ KString timecodeOfUnit(std::uint32_t handle, std::uint32_t unit, unsigned int* t
     return {};
 }
 
+KString setTimecodeOfUnit(std::uint32_t handle, std::uint32_t unit, unsigned int timecode, bool drop_frame) {
+    auto const found = findTrack(handle);
+    if (!found) return "Bad Handle";
+    if (found.track->format().category != TrackCategory::timecode) return "Not a timecode track";
+    KTimecode const label(found.track->videoFrequency(), drop_frame ? DropframeFlag::df : DropframeFlag::ndf, timecode);
+    std::array<unsigned char, TIMECODE_BYTES> bytes{};
+    label.to_tc64(bytes.data());
+    return writeTrackUnit(handle, unit, bytes.data(), TIMECODE_BYTES);
+}
+
 bool timecodeValid(Track& track, std::uint32_t unit) {
     auto const decoded = decodeTimecode(track, unit);
     if (!decoded.error.empty()) return false;
@@ -67,6 +79,12 @@ bool timecodeValid(Track& track, std::uint32_t unit) {
 TrackCategory track_category(unsigned int track) { return formatValue(track, &TrackFormat::category); }
 TrackVideoType track_video_type(unsigned int track) { return formatValue(track, &TrackFormat::video_type); }
 TrackAudioType track_audio_type(unsigned int track) { return formatValue(track, &TrackFormat::audio_type); }
+unsigned int track_get_format_name(unsigned int track, wchar_t* buffer, unsigned int size) {
+    return exportedText(buffer, size, [&] {
+        auto const found = findTrack(track);
+        return found ? found.track->formatName() : KString();
+    });
+}
 unsigned int track_audio_subchannel_count(unsigned int track) {
     return formatValue(track, &TrackFormat::subchannel_count);
 }
@@ -102,6 +120,10 @@ wchar_t const* track_write(unsigned int track, unsigned int unit, void const* bu
 
 wchar_t const* track_get_timecode(unsigned int track, unsigned int unit, unsigned int* timecode, bool* drop_frame) {
     return exported([&] { return timecodeOfUnit(track, unit, timecode, drop_frame); });
+}
+
+wchar_t const* track_set_timecode(unsigned int track, unsigned int unit, unsigned int timecode, bool drop_frame) {
+    return exported([&] { return setTimecodeOfUnit(track, unit, timecode, drop_frame); });
 }
 
 bool track_valid_timecode(unsigned int track, unsigned int unit) {

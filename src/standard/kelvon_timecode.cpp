@@ -354,6 +354,36 @@ KTimecode KTimecode::from_tc64(VideoFrequency at, void const* bytes) {
     return from_sony(at, packed.data());
 }
 
+bool KTimecode::to_sony(void* bytes) const {
+    if (!bytes || !defined) return false;
+    KTimecode label(frequency, flag, count);  // a kept label may be that of another flag
+    label.wrap24();
+    label.cache_validate();
+    bool const sixty_fields = toVideoRoughFrequency(frequency) == VideoRoughFrequency::f60;
+    bool const drop = hasDropframe(frequency) && flag == DropframeFlag::df;
+    std::uint32_t const packed[] = {label.hours | (label.f2 && !sixty_fields ? 0x80u : 0u), label.minutes,
+                                    label.seconds | (label.f2 && sixty_fields ? 0x80u : 0u),
+                                    label.frames | (drop ? 0x40u : 0u)};
+    std::ranges::transform(packed, static_cast<unsigned char*>(bytes),
+                           [](std::uint32_t value) { return static_cast<unsigned char>(value); });
+    return true;
+}
+
+bool KTimecode::to_tc64(void* bytes) const {
+    if (!bytes) return false;
+    auto* const nibbles = static_cast<unsigned char*>(bytes);
+    std::array<unsigned char, 4> packed{};
+    if (!to_sony(packed.data())) {
+        std::fill_n(nibbles, 8, static_cast<unsigned char>(0xFF));
+        return true;
+    }
+    for (std::size_t i = 0; i < packed.size(); ++i) {
+        nibbles[2 * i] = packed[i] & 0x0F;
+        nibbles[2 * i + 1] = packed[i] >> 4;
+    }
+    return true;
+}
+
 // ------------------------------------------------------------------------------------------------------ the label
 
 // Works out the label from the field count.

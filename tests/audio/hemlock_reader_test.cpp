@@ -63,6 +63,97 @@ class EveryRate : public testing::TestWithParam<model::Rate> {};
 INSTANTIATE_TEST_SUITE_P(Hemlock, EveryRate, testing::ValuesIn(model::rates()),
                          [](auto const& row) { return "code" + std::to_string(row.param.code); });
 
+// A track of one recording: the samples at any place are those of a reader from the beginning.
+TEST_P(EveryRate, SeekingGivesWhatAReaderFromTheBeginningGets) {
+    auto const& rate = GetParam();
+    std::mt19937 random(7);
+    auto const track = std::make_shared<MemoryUnits>(shape(rate.frequency, 2));
+    record(*track, random, 45);
+    HemlockReader reader(track->shapeNow(), track);
+    auto const expected = track->stream(1, 20).samples;
+    auto const total = reader.samplesRemaining();
+    auto const expectAt = [&](std::uint64_t sample) {
+        constexpr std::uint32_t N = 2500;
+        reader.seek(sample);
+        ASSERT_EQ(reader.position(), sample);
+        ASSERT_EQ(reader.samplesRemaining(), total - std::min(total, sample));
+        Samples read(N);
+        std::int32_t* const buffers[] = {nullptr, read.data()};
+        ASSERT_EQ(reader.read(buffers, N), KString());
+        ASSERT_EQ(reader.position(), sample + N);
+        ASSERT_TRUE(std::equal(read.begin(), read.end(), expected.begin() + static_cast<std::ptrdiff_t>(sample)))
+            << sample;
+    };
+    std::uint64_t at = 0;
+    for (std::uint32_t unit = 0; unit < 45; at += rate.cycle[unit++ % rate.cycle.size()])
+        for (std::uint64_t sample : {at == 0 ? at : at - 1, at, at + 1, at + rate.cycle[0] - 2})
+            expectAt(sample);
+    expectAt(0);
+    expectAt(total - 1);
+    expectAt(total);
+    reader.seek(UINT64_MAX);
+    EXPECT_EQ(reader.samplesRemaining(), 0u);
+    Samples silent(100, 1);
+    std::int32_t* const buffers[] = {silent.data(), nullptr};
+    ASSERT_EQ(reader.read(buffers, 100), KString());
+    EXPECT_EQ(silent, Samples(100, 0)) << "behind the end";
+}
+
+// What is read depends on the sample, not on what was read before; and the place is at most three samples off.
+TEST_P(EveryRate, SeekingInATrackWithJoinsIsRepeatableAndAtMostThreeSamplesOff) {
+    auto const& rate = GetParam();
+    std::mt19937 random(11);
+    auto const track = std::make_shared<MemoryUnits>(shape(rate.frequency, 2));
+    for (int recording = 0; recording < 6; ++recording)
+        record(*track, random, 7);
+    auto const from_the_beginning = track->stream(0, 20).samples;
+    HemlockReader reader(track->shapeNow(), track), used(track->shapeNow(), track);
+    constexpr std::uint32_t N = 300;
+    auto const readAt = [](HemlockReader& from, std::uint64_t sample) {
+        Samples read(N);
+        std::int32_t* const buffers[] = {read.data(), nullptr};
+        from.seek(sample);
+        EXPECT_EQ(from.read(buffers, N), KString());
+        return read;
+    };
+    // The middle of a unit in each recording, where samples are noise.
+    for (std::uint32_t recording = 0; recording < 6; ++recording) {
+        std::uint64_t const sample = (recording * 7 + 3) * std::uint64_t{rate.cycle[0]} + 300;
+        Samples const read = readAt(reader, sample);
+        EXPECT_EQ(readAt(used, sample), read);
+        bool found = false;
+        for (std::ptrdiff_t off = -3; off <= 3; ++off)
+            found |= std::equal(read.begin(), read.end(),
+                                from_the_beginning.begin() + static_cast<std::ptrdiff_t>(sample) + off);
+        EXPECT_TRUE(found) << "recording " << recording;
+        std::int32_t* const nowhere[] = {nullptr, nullptr};
+        EXPECT_EQ(used.read(nowhere, 1000 * (recording + 1)), KString());
+    }
+}
+
+TEST(HemlockReaderSeek, AUnitThatFailsIsToldByTheReadAndThePositionIsThatOfTheUnit) {
+    std::mt19937 random(3);
+    auto const track = std::make_shared<MemoryUnits>(shape(VideoFrequency::f50, 2));
+    record(*track, random, 60);
+    auto const expected = track->stream(0).samples;
+    HemlockReader reader(track->shapeNow(), track);
+    track->read_faults[30] = 1;
+    track->read_faults[32] = 2;
+    Samples read(3000);
+    std::int32_t* const buffers[] = {read.data(), nullptr};
+    reader.seek(30 * 960 + 10);
+    EXPECT_EQ(reader.read(buffers, 3000), KString("read fault"));
+    EXPECT_EQ(reader.position(), 30u * 960 + 10) << "nothing was copied";
+    EXPECT_EQ(reader.read(buffers, 3000), KString("read fault"));
+    EXPECT_EQ(reader.position(), 32u * 960) << "up to the next unit that fails";
+    EXPECT_TRUE(std::equal(read.begin(), read.begin() + 2 * 960 - 10, expected.begin() + 30 * 960 + 10));
+    track->read_faults[32] = 1;
+    reader.seek(32 * 960 + 1);
+    EXPECT_EQ(reader.read(buffers, 1), KString("read fault"));
+    EXPECT_EQ(reader.read(buffers, 3000), KString());
+    EXPECT_TRUE(std::equal(read.begin(), read.end(), expected.begin() + 32 * 960 + 1));
+}
+
 TEST_P(EveryRate, IsReadSampleForSampleWithAnySubchannelCountInAnyPortions) {
     auto const& rate = GetParam();
     for (std::uint32_t subchannels : {2u, 4u, 8u, 14u, 16u}) {

@@ -134,7 +134,7 @@ TEST_F(ClipDirectoryTest, ChildClipKeepsTimecodeSettingsOnly) {
     ASSERT_EQ(open("clip", &handle, file), KString());
     auto const entry = findClip(handle, OpenTracks::yes);
     ASSERT_NE(entry, nullptr);
-    EXPECT_TRUE(entry->meta->child_clip);
+    EXPECT_TRUE(entry->meta()->child_clip);
     EXPECT_TRUE(entry->clip->settings().striped);
     EXPECT_TRUE(entry->clip->settings().drop_frame);
     EXPECT_EQ(entry->clip->settings().timecode, 1234u);

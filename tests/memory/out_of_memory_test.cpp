@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/kelvon_timecode.h>
+#include <kelvonclip/message.h>
 #include <kelvonclip/seq_read.h>
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
@@ -281,6 +282,37 @@ TEST_P(OutOfMemory, WhileClosingWithAnAnswer) {
         EXPECT_EQ(clip_track_count(clip), 0u) << "closed all the same";
         expectAllInTheFile();
     });
+}
+
+TEST_P(OutOfMemory, WhileChangingTheHeader) {
+    ScratchPath const quick_folder(inMemory());
+    std::wstring const changed = quick_folder.name("changed.clip");
+    unsigned const clip = create(changed);
+    ASSERT_OK(clip_set_text(clip, ClipText::title, L"before"));
+    unsigned round = 0;
+    walk([&](AllocationWalk& failing) {
+        std::wstring const title = L"title " + std::to_wstring(++round);
+        wchar_t const* message = nullptr;
+        run(failing, [&] { message = clip_set_text(clip, ClipText::title, title.c_str()); });
+        EXPECT_FINE(message);
+        wchar_t told[32] = L"";
+        clip_get_text(clip, ClipText::title, told, 32);
+        EXPECT_EQ(told == title, message == nullptr);
+        ASSERT_OK(clip_set_text(clip, ClipText::title, title.c_str())) << "and it can be repeated";
+    });
+    walk([&](AllocationWalk& failing) {
+        wchar_t told[32] = L"x", file[256] = L"x", message[256] = L"x";
+        unsigned lengths[3] = {};
+        run(failing, [&] {
+            lengths[0] = clip_get_text(clip, ClipText::title, told, 32);
+            lengths[1] = clip_get_text(clip, ClipText::file_name, file, 256);
+            lengths[2] = message_with_file(L"Write failed", clip, message, 256);
+        });
+        EXPECT_EQ(std::wstring(told).size(), lengths[0]);
+        EXPECT_TRUE(lengths[1] == 0 || file == changed);
+        EXPECT_TRUE(lengths[2] == 0 || message == changed + L": Write failed");
+    });
+    clip_close(clip);
 }
 
 TEST_P(OutOfMemory, WhileCancellingACreation) {

@@ -244,6 +244,35 @@ TEST(SequentialAudio, UnknownHandlesAreRefusedOrAnsweredWithNothing) {
     EXPECT_SAYS(seqwrite_finish(writer), "Invalid handle");
 }
 
+TEST(SequentialAudio, SeekingReadsFromAnywhere) {
+    ScratchPath const folder;
+    AudioClip const clip(folder.name("clip"), VideoStandard::s1080i_59_94, 2);
+    auto const recorded = material(2, 50000, 5);
+    recordOn(clip.track(), recorded, 7777);
+    unsigned reader = 0;
+    ASSERT_OK(seqread_begin(clip.track(), &reader));
+    EXPECT_EQ(seqread_position(reader), 0u);
+    std::uint64_t const total = seqread_samples_remaining(reader);
+    for (std::uint64_t const sample : {40000u, 1u, 4004u, 4003u, 49000u, 25000u}) {
+        constexpr unsigned N = 500;
+        Samples left(N), right(N);
+        std::int32_t* const buffers[] = {left.data(), right.data()};
+        ASSERT_OK(seqread_seek(reader, sample));
+        EXPECT_EQ(seqread_position(reader), sample);
+        EXPECT_EQ(seqread_samples_remaining(reader), total - sample);
+        ASSERT_OK(seqread_read(reader, buffers, N));
+        EXPECT_EQ(seqread_position(reader), sample + N);
+        for (std::size_t i = sample < 100 ? 100 : 0; i < N; ++i) {
+            ASSERT_EQ(left[i], recorded[0][sample + i]) << sample << " + " << i;
+            ASSERT_EQ(right[i], recorded[1][sample + i]) << sample << " + " << i;
+        }
+    }
+    seqread_finish(reader);
+    EXPECT_SAYS(seqread_seek(reader, 0), "Invalid handle");
+    EXPECT_SAYS(seqread_seek(0, 0), "Invalid handle");
+    EXPECT_EQ(seqread_position(reader), 0u);
+}
+
 TEST(SequentialAudio, ANullArrayIsRefusedAndConsumesNothing) {
     ScratchPath const scratch;
     AudioClip const clip(scratch.name("clip"), VideoStandard::s1080i_50, 2);

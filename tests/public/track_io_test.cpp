@@ -309,5 +309,61 @@ TEST(TrackTimecode, UnitZeroOfATc0StripedClipStandsForAllAndUnitNumbersAreAddedA
     EXPECT_FALSE(track_valid_timecode(one.track, 0xFFFFFFFF));
 }
 
+TEST(TrackTimecode, WhatIsSetIsReadBackAndStandsInTheUnit) {
+    ScratchPath folder;
+    unsigned int const clip = createClip(folder.name("clip"), {VideoStandard::s1080i_59_94, 0, 0, 1, 2, true});
+    unsigned int const track = clip_get_track(clip, 1);
+    ASSERT_EQ(track_category(track), TrackCategory::timecode);
+    ASSERT_OK(track_set_timecode(track, 0, 223165, true));
+    ASSERT_OK(track_set_timecode(track, 1, 223166, false));
+    ASSERT_OK(track_set_timecode(track, 2, 5178816 + 3, true)) << "a day and three fields";
+    EXPECT_EQ(track_length_in_units(track), 3u);
+    std::string unit(track_unit_size(track), 'x');
+    ASSERT_OK(track_read(track, 0, unit.data()));
+    EXPECT_EQ(unit, std::string("\1\0\2\0\3\10\4\4", 8) + std::string(unit.size() - 8, '\0'));
+    struct {
+        unsigned int fields;
+        bool drop_frame;
+    } const expected[] = {{223165, true}, {223166, false}, {3, true}};
+    for (unsigned int n = 0; n < 3; ++n) {
+        unsigned int fields = 0;
+        bool drop_frame = false;
+        ASSERT_OK(track_get_timecode(track, n, &fields, &drop_frame));
+        EXPECT_EQ(fields, expected[n].fields);
+        EXPECT_EQ(drop_frame, expected[n].drop_frame);
+        EXPECT_TRUE(track_valid_timecode(track, n));
+    }
+    clip_close(clip);
+}
+
+TEST(TrackTimecode, SettingSaysWhatIsWrong) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    unsigned int clip = createClip(name, {VideoStandard::s1080i_50, 0, 0, 1, 2, true});
+    EXPECT_SAYS(track_set_timecode(0, 0, 0, false), "Bad Handle");
+    EXPECT_SAYS(track_set_timecode(clip, 0, 0, false), "Bad Handle") << "a clip is no track";
+    EXPECT_SAYS(track_set_timecode(clip_get_track(clip, 0), 0, 0, false), "Not a timecode track");
+    ASSERT_OK(track_set_timecode(clip_get_track(clip, 1), 0, 50, true));
+    bool drop_frame = true;
+    ASSERT_OK(track_get_timecode(clip_get_track(clip, 1), 0, nullptr, &drop_frame));
+    EXPECT_FALSE(drop_frame) << "50Hz has none";
+    clip_close(clip);
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    EXPECT_SAYS(track_set_timecode(clip_get_track(clip, 1), 0, 0, false), "Clip was opened in read-only mode");
+    clip_close(clip);
+}
+
+TEST(TrackFormatName, IsTheHeadersWhetherItIsKnownOrNot) {
+    OneTrack known("1080i 50Hz", "tc2", std::string(8192, 0)), unknown("1080i 50Hz", "no such format", "");
+    wchar_t name[16] = L"";
+    EXPECT_EQ(track_get_format_name(known.track, name, 16), 3u);
+    EXPECT_EQ(std::wstring(name), L"tc2");
+    EXPECT_EQ(track_get_format_name(unknown.track, name, 8), 14u);
+    EXPECT_EQ(std::wstring(name), L"no such") << "cut off";
+    EXPECT_EQ(track_get_format_name(unknown.track, nullptr, 0), 14u);
+    EXPECT_EQ(track_get_format_name(0, name, 16), 0u);
+    EXPECT_EQ(std::wstring(name), L"");
+}
+
 }  // namespace
 }  // namespace KelvonClip

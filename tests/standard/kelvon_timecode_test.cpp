@@ -430,6 +430,72 @@ TEST(FromTc64, AllOnesAreUndefined) {
 
 KTimecode parsed(VideoFrequency frequency, std::wstring const& text) { return {frequency, text}; }
 
+// Every timecode of a day at every rate, a few fields apart, and the fields around each minute.
+TEST(PackedTimecode, WhatIsWrittenIsReadBack) {
+    for (std::uint32_t rate = 1; rate <= 10; ++rate)
+        for (std::uint32_t counting : {1u, 2u}) {
+            VideoFrequency const frequency{rate};
+            DropframeFlag const flag = dropframeByVideoFrequency(frequency, DropframeFlag{counting});
+            std::uint32_t const day = timecode_fields_per_day(frequency, flag);
+            std::uint32_t const minute = timecode_fields_per_minute(frequency, flag);
+            auto const expectBack = [&](std::uint32_t count) {
+                KTimecode const timecode(frequency, flag, count);
+                unsigned char bytes[8] = {}, packed[4] = {};
+                ASSERT_TRUE(timecode.to_tc64(bytes));
+                ASSERT_TRUE(timecode.to_sony(packed));
+                for (KTimecode const& back :
+                     {KTimecode::from_tc64(frequency, bytes), KTimecode::from_sony(frequency, packed)}) {
+                    ASSERT_EQ(back.get_nfields(), count % day) << rate << ", " << count;
+                    ASSERT_EQ(back.get_df(), flag) << rate;
+                }
+            };
+            for (std::uint32_t count = 0; count < day; count += 997)
+                expectBack(count);
+            for (std::uint32_t at = minute; at < 30 * minute; at += minute)
+                for (std::uint32_t count = at - 6; count < at + 6; ++count)
+                    expectBack(count);
+            expectBack(day - 1);
+            expectBack(day);  // the day is left out
+            expectBack(3 * day + 5);
+        }
+}
+
+TEST(PackedTimecode, BytesThatAreWritten) {
+    unsigned char bytes[9] = {0, 0, 0, 0, 0, 0, 0, 0, 77};
+    KTimecode const drop(F59_94, DropframeFlag::df, 1, 2, 3, 4, true);
+    EXPECT_TRUE(drop.to_tc64(bytes));
+    unsigned char const expected[] = {1, 0, 2, 0, 3, 8, 4, 4, 77};  // docs/format.md, "Timecode unit"
+    EXPECT_TRUE(std::equal(bytes, bytes + 9, expected));
+    unsigned char packed[5] = {0, 0, 0, 0, 77};
+    EXPECT_TRUE(KTimecode(F25, DropframeFlag::df, 23, 59, 58, 11, true).to_sony(packed));
+    unsigned char const packed_25[] = {23 | 0x80, 59, 58, 11, 77};  // field 2 in the hours, no drop-frame at 25Hz
+    EXPECT_TRUE(std::equal(packed, packed + 5, packed_25));
+}
+
+TEST(PackedTimecode, OfAnUndefinedOneIsEightBytesOfOnes) {
+    unsigned char bytes[8] = {};
+    EXPECT_TRUE(KTimecode().to_tc64(bytes));
+    EXPECT_TRUE(std::all_of(bytes, bytes + 8, [](unsigned char byte) { return byte == 0xFF; }));
+    EXPECT_FALSE(KTimecode::from_tc64(F25, bytes).is_defined());
+    unsigned char packed[4] = {1, 2, 3, 4};
+    EXPECT_FALSE(KTimecode().to_sony(packed));
+    EXPECT_EQ(packed[0], 1) << "nothing is written";
+    EXPECT_FALSE(KTimecode(F25, 5).to_sony(nullptr));
+    EXPECT_FALSE(KTimecode(F25, 5).to_tc64(nullptr));
+    EXPECT_FALSE(KTimecode().to_tc64(nullptr));
+}
+
+// The kept label may be that of the flag before.
+TEST(PackedTimecode, IsThatOfTheCountAfterTheFlagHasChanged) {
+    KTimecode timecode(F59_94, DropframeFlag::df, 100000);
+    (void)timecode.get_frames();
+    timecode.set_ndf();
+    unsigned char bytes[8] = {};
+    EXPECT_TRUE(timecode.to_tc64(bytes));
+    EXPECT_EQ(KTimecode::from_tc64(F59_94, bytes).get_nfields(), 100000u);
+    EXPECT_TRUE(KTimecode::from_tc64(F59_94, bytes).is_ndf());
+}
+
 TEST(TimecodeFromText, NamedExamples) {
     EXPECT_EQ(labelOf(parsed(F25, L"01:02:03:04")), (Label{0, 1, 2, 3, 4, true}));
     EXPECT_EQ(labelOf(parsed(F25, L"01.02.03.04")), (Label{0, 1, 2, 3, 4, false}));

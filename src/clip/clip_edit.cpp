@@ -1,0 +1,124 @@
+#include "clip/clip_edit.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "clip/clip_directory.h"
+#include "clip/clip_header.h"
+#include "clip/header_rewrite.h"
+#include "platform/host.h"
+#include "vfile/vfileobject.h"
+#include "xml/xml_parse.h"
+
+namespace KelvonClip {
+
+namespace {
+
+void eraseChildren(XmlElement& parent, KString const& name) {
+    std::erase_if(parent.children, [&](XmlElement const& child) { return child.name == name; });
+}
+
+// The first child of that name, which is the one that counts; made if there is none.
+XmlElement& childOf(XmlElement& parent, KString const& name) {
+    auto const found = std::ranges::find(parent.children, name, &XmlElement::name);
+    return found == parent.children.end() ? parent.add(XmlElement(name)) : *found;
+}
+
+void setText(XmlElement& parent, KString const& name, KString const& text) {
+    XmlElement& child = childOf(parent, name);
+    child.children.clear();
+    child.text = text;
+}
+
+// An ASCII letter, then letters, digits and '_': what the parser takes for a name.
+bool isElementName(KString const& name) {
+    auto const& points = name.codePoints();
+    auto const letter = [](char32_t c) { return (c >= U'a' && c <= U'z') || (c >= U'A' && c <= U'Z'); };
+    auto const more = [&](char32_t c) { return letter(c) || (c >= U'0' && c <= U'9') || c == U'_'; };
+    return !points.empty() && letter(points.front()) && std::ranges::all_of(points, more);
+}
+
+KString refusal(OpenFileEntry const* entry, char const* unknown) {
+    if (entry == nullptr) return unknown;
+    if (entry->read_only) return "Clip was opened in read-only mode";
+    return entry->handle.belongsToThisProcess() ? "" : "Write failed";
+}
+
+struct Root {
+    KString error;
+    XmlElement root;
+};
+// The header's elements as they are in the file.
+Root readRoot(VFileObject& file) {
+    auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
+    KString error = file.readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
+    if (!error.empty()) return {std::move(error), {}};
+    XmlExtractor extractor(CLIP_HEADER_SIZE);
+    extractor.addTag(CLIP_HEADER_ROOT);
+    extractor.append(area->bytes.data(), area->bytes.size());
+    if (extractor.failed()) throw std::bad_alloc();  // the only reason up to here
+    XmlParsed parsed = extractor.extract();
+    if (parsed.failed) return {"XML parsing error in clip header", {}};
+    return {{}, std::move(parsed.root)};
+}
+
+// `change` edits the root element and gives a message.
+template <class Change>
+KString edit(std::uint32_t handle, char const* unknown, Change&& change) {
+    auto const entry = findClip(handle);
+    if (KString refused = refusal(entry.get(), unknown); !refused.empty()) return refused;
+
+    auto const alone = entry->editing.hold();
+    auto current = readRoot(*entry->file);
+    if (!current.error.empty()) return current.error;
+    XmlElement& root = current.root;
+    if (KString error = change(root, *entry->meta()); !error.empty()) return error;
+    setText(root, "ClipLastMetaEdited", KString::fromUnsigned(platform::secondsSince1970()));
+    HeaderText const text = writeHeaderText(root);
+    if (!text.error.empty()) return text.error;
+    HeaderRead read = parseClipHeader({text.area->bytes.data(), text.area->bytes.size()});
+    if (!read.meta) return read.error;  // what could not be opened again is not written
+    if (KString error = rewriteHeader(*entry->file, *text.area); !error.empty()) return error;
+    entry->setMeta(std::move(read.meta));
+    return {};
+}
+
+}  // namespace
+
+KString checkHeaderCanBeSet(std::uint32_t clip, char const* unknown) { return refusal(findClip(clip).get(), unknown); }
+
+KString setHeaderText(std::uint32_t clip, char const* unknown, char const* element, KString const& text) {
+    return edit(clip, unknown, [&](XmlElement& root, MetaObject const&) {
+        if (text.empty())
+            eraseChildren(root, element);
+        else
+            setText(root, element, text);
+        return KString();
+    });
+}
+
+KString setHeaderMeta(std::uint32_t clip, char const* unknown, KString const& name, KString const& value, bool remove) {
+    return edit(clip, unknown, [&](XmlElement& root, MetaObject const&) -> KString {
+        if (!isElementName(name)) return "Invalid meta name";
+        XmlElement& meta = childOf(root, "Meta");
+        if (remove)
+            eraseChildren(meta, name);
+        else
+            setText(childOf(meta, name), "V", value);
+        if (meta.children.empty()) eraseChildren(root, "Meta");
+        return {};
+    });
+}
+
+KString setHeaderTrims(std::uint32_t clip, char const* unknown, std::uint32_t start, std::uint32_t end) {
+    return edit(clip, unknown, [&](XmlElement& root, MetaObject const& old) -> KString {
+        if (old.child_clip) return "XML header is a child clip header";
+        setText(root, "TrimStart", KString::fromUnsigned(start));
+        setText(root, "TrimEnd", KString::fromUnsigned(end));
+        return {};
+    });
+}
+
+}  // namespace KelvonClip
