@@ -23,7 +23,9 @@ function(export_microsoft_names target)
   target_sources(${target} PRIVATE ${aliases})
 
   add_custom_command(OUTPUT ${import_library}
-                     COMMAND sed -n "/EXPORTS/p; s/ = .*//p" ${aliases} > ${import_library}.def
+                     # Objects call a C function by its name with an underscore in front, which the DLL's name lacks.
+                     COMMAND sed -nE "/EXPORTS/p; s/ = .*//p; s/^ +(kclip_[a-z0-9_]+)$/    _\\1 == \\1/p" ${aliases}
+                             > ${import_library}.def
                      COMMAND ${CMAKE_DLLTOOL} --no-leading-underscore -D $<TARGET_FILE_NAME:${target}>
                              -d ${import_library}.def -l ${import_library}
                      DEPENDS ${aliases} VERBATIM)

@@ -2,6 +2,7 @@
 // by Microsoft's decorated names. It uses no C++ library.
 #include "microsoft_caller.h"
 
+#include <kelvonclip/c_api.h>
 #include <kelvonclip/kelvonclip.h>
 
 using namespace KelvonClip;
@@ -17,7 +18,8 @@ wchar_t const* microsoft_record(wchar_t const* name, void const* unit, unsigned 
     for (unsigned int number = 0; number < units; ++number)
         if (auto const* error = track_write(track, number, unit, track_unit_size(track))) return error;
     clip_close(clip);
-    return nullptr;
+    // A function with C linkage, by the same import library.
+    return kclip_clip_track_count(clip) == 0 ? nullptr : L"the C interface finds a closed clip";
 }
 
 wchar_t const* microsoft_play(wchar_t const* name, void* unit, MicrosoftFindings* findings) {

@@ -58,6 +58,14 @@ TEST(MicrosoftNames, EveryFreeFunctionIsExportedUnderBothDecorations) {
     EXPECT_GT(functions, 150);
 }
 
+TEST(MicrosoftNames, FunctionsOfTheCInterfaceAreUndecorated) {
+    HMODULE const library = GetModuleHandleW(L"kelvonclip.dll");
+    for (char const* name : {"kclip_clip_open", "kclip_track_read", "kclip_timecode_to_tc64", "kclip_from_be_u16"}) {
+        EXPECT_NE(GetProcAddress(library, name), nullptr) << name;
+        EXPECT_EQ(GetProcAddress(library, (std::string("_") + name).c_str()), nullptr) << name;
+    }
+}
+
 TEST(MicrosoftNames, NameThatMicrosoftsCompilerIsKnownToGiveResolves) {
     HMODULE const library = GetModuleHandleW(L"kelvonclip.dll");
     struct {
