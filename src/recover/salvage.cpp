@@ -10,6 +10,7 @@
 #include "foundation/kid.h"
 #include "inspect/clip_layers.h"
 #include "inspect/log_walk.h"
+#include "platform/file_birth.h"
 #include "platform/host.h"
 #include "vfile/aligned_buffer.h"
 #include "vfile/vfile_builder.h"
@@ -49,6 +50,7 @@ class Salvage {
         return false;
     }
     bool readLayout();
+    bool isOlderThan(std::uint64_t creation) const;
     void decide();
     bool wanted(Slot const& slot) const {
         return slot.certainty == Certainty::certain || (options.likely && slot.certainty == Certainty::likely);
@@ -115,8 +117,16 @@ bool Salvage::readLayout() {
     if (tracks.empty()) return refuse("The clip has no tracks");
     sparse_length = sparse->length;
     area = sparse->below->file;
-    tail_options = {clip.header->frequency, unitsPerRecord(units_per_day), options.limits.slots};
+    tail_options = {clip.header->frequency, unitsPerRecord(units_per_day), options.limits.slots,
+                    isOlderThan(clip.header->last_content_edit)};
     return true;
+}
+
+// True if the file was there before the clip was created in it.
+bool Salvage::isOlderThan(std::uint64_t creation) const {
+    constexpr std::uint64_t SLACK = 2;  // some file systems count in steps of two seconds
+    auto const birth = platform::birthOfFile(path.toUtf16());
+    return birth && *birth + SLACK < creation;
 }
 
 bool Salvage::examine() {

@@ -190,6 +190,7 @@ bool Tail::step() {
         auto const rivals = rivalsOf(candidate->track);
         bool const sure = candidate->fit == Fit::chained || rivals.size() == 1 || predicted() == candidate->track;
         if (!sure) forgetNumbers(rivals);
+        if (candidate->fit != Fit::chained) states[candidate->track].chain_is_its_own = sure;
         if (position == without_blocks && room != 0) model->goOnAt(position);
         take(*candidate, position);
         group_track = candidate->track;
@@ -327,7 +328,7 @@ void Tail::take(Candidate const& candidate, std::uint64_t position) {
     Slot slot{.host = position, .unit = candidate.unit, .track = candidate.track, .recognised = true};
     slot.chained = candidate.fit == Fit::chained;
     slot.plausible = candidate.fit >= Fit::marks;
-    bool const numbered = track.format.category == TrackCategory::audio && slot.chained;
+    bool const numbered = track.format.category == TrackCategory::audio && slot.chained && state.chain_is_its_own;
     if (numbered) state.number_known = true;
     slot.proven_place = state.number_known && (state.in_order || numbered);
     noteMarks(slot, unitAt(position, track.unitSize()));
@@ -389,6 +390,9 @@ void Tail::noteMarks(Slot& slot, UnitBytes bytes) {
         state.audio = inspect::readAudioUnit(track.format, options.frequency, bytes);
     state.anchored = slot.mapped || slot.chained ? state.anchored || slot.mapped : state.audio.startsRecording();
     slot.anchored = state.anchored;
+    state.anchored_in_map = slot.mapped || (slot.chained && state.anchored_in_map);
+    slot.anchored_in_map = state.anchored_in_map;
+    if (slot.mapped) state.chain_is_its_own = true;
     if (track.format.category == TrackCategory::timecode) {
         auto const count = inspect::timecodeOf(options.frequency, bytes);
         state.next_timecode =
@@ -511,9 +515,10 @@ bool Tail::goesOnBehind(std::uint64_t position) {
 
 // A unit is written to its end if a later one of its track has got a place: a track is written in order. In a file that
 // held another recording before, a place proves nothing by itself; there everything before an audio unit that continues
-// this recording belongs to it.
+// this recording belongs to it. If the file is older than the clip, only sound that goes on from the map is known to be
+// this recording's: that of an older one may begin at the same place.
 void Tail::judge() {
-    bool const older = seam || older_between || goesOnBehind(end_of_tail);
+    bool const older = options.file_is_older || seam || older_between || goesOnBehind(end_of_tail);
     std::uint64_t proven_end = UINT64_MAX;
     std::uint64_t const from = older_between.value_or(end_of_tail);
     if (from < host_end)
@@ -522,7 +527,8 @@ void Tail::judge() {
         proven_end = 0;
         for (Slot const& slot : found) {
             bool const audio = tracks[slot.track].format.category == TrackCategory::audio;
-            if (slot.mapped || (audio && slot.recognised && slot.chained && slot.anchored))
+            bool const anchored = options.file_is_older ? slot.anchored_in_map : slot.anchored;
+            if (slot.mapped || (audio && slot.recognised && slot.chained && anchored))
                 proven_end = std::max(proven_end, slot.host + tracks[slot.track].unitSize());
         }
     }
@@ -537,7 +543,9 @@ void Tail::judge() {
         bool const ours = slot.mapped || slot.host + tracks[slot.track].unitSize() <= proven_end;
         bool const pictures = tracks[slot.track].format.video_type != TrackVideoType::none;
         bool const may_lack_end = pictures && !slot.whole_on_zeros && filled[slot.track] > 0;
-        bool const finished = (later[slot.track] && !may_lack_end) || slot.whole || (!older && slot.whole_on_zeros);
+        // What is whole may have been there before, unless it continues this recording.
+        bool const whole = slot.whole && (!older || slot.chained);
+        bool const finished = (later[slot.track] && !may_lack_end) || whole || (!older && slot.whole_on_zeros);
         bool const plausible = slot.plausible || counted_on[slot.track];
         if (slot.recognised)
             slot.certainty =

@@ -41,12 +41,13 @@ struct Slot {
     Certainty certainty = Certainty::unknown;
     bool mapped = false;  // a record says where it is
     bool recognised = false;
-    bool proven_place = true;     // track and number are proven
-    bool chained = false;         // its marks continue those of the unit before it
-    bool anchored = false;        // so do all before it, back to the map or to the beginning of a recording
-    bool plausible = false;       // its marks alone make it a unit of its track
-    bool whole = false;           // nothing of it can be missing, whatever was there before
-    bool whole_on_zeros = false;  // nothing of it can be missing if zeros were there before
+    bool proven_place = true;      // track and number are proven
+    bool chained = false;          // its marks continue those of the unit before it
+    bool anchored = false;         // so do all before it, back to the map or to the beginning of a recording
+    bool anchored_in_map = false;  // so do all before it, back to the map
+    bool plausible = false;        // its marks alone make it a unit of its track
+    bool whole = false;            // nothing of it can be missing, whatever was there before
+    bool whole_on_zeros = false;   // nothing of it can be missing if zeros were there before
 };
 
 struct TailTrack {
@@ -62,6 +63,8 @@ struct TailOptions {
     VideoFrequency frequency{};
     std::uint32_t units_per_record = 1;
     std::uint64_t most_slots = 0;
+    // The file was there before the clip was created in it, so any unit may be an older recording's.
+    bool file_is_older = false;
 };
 
 class Tail {
@@ -83,6 +86,8 @@ class Tail {
         std::uint64_t next_unit = 0, mapped_end = 0;
         bool in_order = true;                     // the records show no other order than the rising one
         bool anchored = false;                    // the marks go back to the map or to the beginning of a recording
+        bool anchored_in_map = false;             // they go back to the map
+        bool chain_is_its_own = true;             // they are not those of another track of the same format
         bool number_known = true;                 // nothing is missing whose number is not known
         std::optional<std::uint64_t> chain_unit;  // the unit whose marks are in `audio` or `timecode`
         inspect::AudioUnit audio;

@@ -16,6 +16,8 @@
 #include "clip/clip_header.h"
 #include "foundation/zeros.h"
 #include "inspect/check.h"
+#include "platform/file_birth.h"
+#include "platform/host.h"
 #include "recover/salvage.h"
 #include "support/recording_image.h"
 #include "support/scratch_path.h"
@@ -246,6 +248,95 @@ TEST(Salvage, WhatAnOlderRecordingLeftBehindTheEndIsNeverCertain) {
     }
 }
 
+// Writes the clip to a file, and says when it was created in relation to the file.
+enum class Created { with_the_file, long_after_the_file };
+SalvageReport examinedOnDisk(RecordingImage& image, Created created) {
+    ScratchPath folder;
+    auto const name = folder.name("clip");
+    auto const now = platform::secondsSince1970();
+    image.setCreation(created == Created::with_the_file ? now : now + 3600);
+    auto const bytes = image.file()->bytes(0, image.file()->realSize());
+    writeFile(name, {reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+    return examine(KString(name));
+}
+void requireBirths() {
+    ScratchPath folder;
+    auto const name = folder.name("file");
+    writeFile(name, "x");
+    if (!platform::birthOfFile(KString(name).toUtf16())) GTEST_SKIP() << "this file system tells no time of birth";
+}
+
+// The new recording ends before its first sound, so the older one's looks like its own.
+TEST(Salvage, InAFileThatIsOlderThanItsClipNothingIsCertainThatTheMapDoesNotLeadTo) {
+    ASSERT_NO_FATAL_FAILURE(requireBirths());
+    if (IsSkipped()) return;
+    for (Created created : {Created::with_the_file, Created::long_after_the_file}) {
+        Recording older(nullptr, 1);
+        older.rounds(8);
+        Recording image(older.file());
+        image.append(V);
+        SalvageReport const report = examinedOnDisk(image, created);
+        bool const may_be_older = created == Created::long_after_the_file;
+        for (std::size_t track : {V, A, T}) {
+            EXPECT_EQ(report.tracks[track].certain == 0, may_be_older) << track;
+            EXPECT_EQ(report.tracks[track].likely != 0, may_be_older) << track;
+        }
+    }
+}
+
+TEST(Salvage, InAFileThatIsOlderThanItsClipSoundThatGoesOnFromTheMapProvesWhatIsBeforeIt) {
+    Recording older(nullptr, 1);
+    older.rounds(20);
+    Recording image(older.file());
+    image.rounds(4);
+    image.saveMap();
+    image.freeze();
+    for (std::size_t track : {V, A, T})
+        image.setLength(track, 4);
+    image.rounds(6);
+    SalvageReport const report = examinedOnDisk(image, Created::long_after_the_file);
+    EXPECT_EQ(report.tracks[A].certain, 6u);
+    EXPECT_GE(report.tracks[V].certain, 5u);
+    EXPECT_GE(report.tracks[T].certain, 5u);
+    for (std::size_t track : {V, A, T})
+        EXPECT_LE(report.tracks[track].length_after, 10u) << track;
+}
+
+// A picture that never landed, with sound behind it that did, where an older recording had a picture.
+TEST(Salvage, AWholePictureOfAnOlderRecordingInAPlaceOfThisOneIsNotCertain) {
+    constexpr std::uint64_t DV = 577536, DV_DATA = 576000;
+    auto const picture = [](std::uint32_t seed) {
+        Bytes bytes = essenceBytes(DV_DATA, seed);
+        for (std::size_t block = 0; block < DV_DATA / 80; ++block) {
+            std::size_t const k = block % 150;
+            unsigned const section = k == 0 ? 0 : k < 3 ? 1 : k < 6 ? 2 : (k - 6) % 16 == 0 ? 3 : 4;
+            bytes[block * 80] = static_cast<std::byte>(section << 5 | 0x1F);
+        }
+        return bytes;
+    };
+    auto const recorded = [&](std::shared_ptr<MemoryFile> onto, std::uint32_t take, bool with_last_picture) {
+        RecordingImage image({{"dv100-1080", DV}, {"auk2", SOUND}}, std::move(onto));
+        std::uint32_t const units = take == 1 ? 12 : 5;
+        for (std::uint32_t unit = 0; unit < units; ++unit) {
+            bool const landed = unit + 1 < units || with_last_picture;
+            if (landed)
+                image.append(0, unit, picture(100 * take + unit));
+            else
+                image.reserve(0, unit);
+            image.append(1, unit, hemlockUnit(2, 1000 * take, unit, unit == 0));
+        }
+        return image;
+    };
+    for (bool landed : {false, true}) {
+        auto image = recorded(recorded(nullptr, 1, true).file(), 2, landed);
+        SalvageReport const report = examined(image);
+        EXPECT_EQ(report.error, KString());
+        auto const pictures = marks(report, 0);
+        EXPECT_EQ(pictures.at(3), Certainty::certain);
+        EXPECT_EQ(pictures.at(4), Certainty::likely) << "nothing tells whether it landed: " << landed;
+    }
+}
+
 // Sound that goes on from nothing that this clip has, and does not begin a recording, proves nothing.
 TEST(Salvage, SoundOfAnOlderRecordingProvesNothing) {
     Recording older(nullptr, 1);
@@ -397,6 +488,29 @@ TEST(Salvage, TracksOfOneFormatAreToldApartOnlyByAnOrderThatIsKnown) {
         EXPECT_EQ(report.tracks[0].certain, order_on_the_map ? 4u : 0u);
         EXPECT_EQ(report.tracks[1].certain, order_on_the_map ? 4u : 0u);
         EXPECT_EQ(report.tracks[1].likely, order_on_the_map ? 0u : 12u);
+    }
+}
+
+// Block words tell which units belong together, not to which track.
+TEST(Salvage, AudioTracksOfOneFormatAreToldApartOnlyByAnOrderThatIsKnown) {
+    for (bool order_on_the_map : {false, true}) {
+        RecordingImage image({{"auk2", SOUND}, {"auk2", SOUND}});
+        auto const rounds = [&](std::uint32_t from, std::uint32_t to) {
+            for (std::uint32_t unit = from; unit < to; ++unit)
+                for (std::size_t track : {1u, 0u})  // not in the order of the header
+                    image.append(track, unit, hemlockUnit(2, track == 0 ? 100 : 900000, unit, unit == 0));
+        };
+        rounds(0, 5);
+        if (order_on_the_map) {
+            image.saveMap();
+            image.freeze();
+        }
+        rounds(5, 9);
+        SalvageReport const report = examined(image);
+        for (std::size_t track : {0u, 1u}) {
+            EXPECT_EQ(report.tracks[track].certain, order_on_the_map ? 9u : 0u) << track;
+            EXPECT_EQ(report.tracks[track].likely, order_on_the_map ? 0u : 9u) << track;
+        }
     }
 }
 

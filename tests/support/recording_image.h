@@ -152,6 +152,12 @@ class RecordingImage {
     // What is recorded from here on begins new records, as after a checkpoint.
     void freeze() { frozen = true; }
 
+    // Changes the time in the header at which the clip was created, in seconds since 1970.
+    void setCreation(std::uint64_t seconds) {
+        created = seconds;
+        putText(*disk, 0, headerArea(headerText()));
+    }
+
     // What a writer has on disk when it is killed without a checkpoint: a full block is written, and its follower's run
     // named, before the first record of the follower. Off: the superblock waits for the close, as other writers do it.
     bool names_runs_at_once = true;
@@ -173,8 +179,8 @@ class RecordingImage {
             tracks += trackText(t);
         return clipHeaderText("1080i 50Hz", tracks,
                               element("UUID", "{00112233-4455-6677-8899-AABBCCDDEEFF}") +
-                                  element("ClipLastContentEdited", "1") + element("ClipLastMetaEdited", "1") +
-                                  element("TimecodeSource", "zerobased"));
+                                  element("ClipLastContentEdited", std::to_string(created)) +
+                                  element("ClipLastMetaEdited", "1") + element("TimecodeSource", "zerobased"));
     }
     std::string trackText(std::size_t t) const {
         std::string const sparse = element("VFile", element("Sparse2", element("VFile", "<ThisFile/>")));
@@ -223,7 +229,7 @@ class RecordingImage {
     std::shared_ptr<MemoryFile> disk;
     std::vector<TrackPlan> plans;
     std::vector<std::uint64_t> partitions, grow_headers;
-    std::uint64_t sparse_length = 0, log_end = 2 * BLOCK;
+    std::uint64_t created = 1, sparse_length = 0, log_end = 2 * BLOCK;
     std::vector<Block> blocks;
     std::vector<std::uint64_t> runs{BLOCK};
     std::size_t first_of_run = 0;
