@@ -13,8 +13,11 @@
 #include <utility>
 #include <vector>
 
+#include "clip/track_format.h"
 #include "inspect/check.h"
+#include "inspect/layer.h"
 #include "support/recording_image.h"
+#include "support/scratch_path.h"
 
 namespace KelvonClip::inspect {
 
@@ -286,21 +289,6 @@ TEST(Check, EveryKindOfFindingOfTheCheckerIsTested) {
     }
 }
 
-// Reads of one range fail.
-class BadRange : public WrappedFile {
-  public:
-    BadRange(std::shared_ptr<VFileObject> wrapped, std::uint64_t bad_from, std::uint64_t bad_length)
-        : WrappedFile(std::move(wrapped)), from(bad_from), size(bad_length) {}
-    void read(std::uint64_t position, std::uint32_t length, void* buffer,
-              std::shared_ptr<CIO::CIOObject> done) override {
-        if (position < from + size && from < position + length) return done->setError("bad sectors");
-        WrappedFile::read(position, length, buffer, std::move(done));
-    }
-
-  private:
-    std::uint64_t const from, size;
-};
-
 TEST(Check, WhatTheHostCannotReadIsFound) {
     Good good;
     struct Row {
@@ -433,6 +421,133 @@ TEST(Check, TheOlderSparseFormatIsWalkedToo) {
         putBigEndian(*copy, row.at, row.number);
         EXPECT_EQ(checked(*copy).findings.number(row.kind), 1u);
     }
+}
+
+// A map of two blocks, the first of them full: 1022 sectors, three more, and two that are free.
+struct TwoBlocks {
+    static constexpr std::uint64_t FIRST = RecordingImage::AREA, RECORDS = 1022, SECTOR = 512;
+    static constexpr std::uint64_t SECOND = FIRST + 16384 + RECORDS * SECTOR;
+    std::shared_ptr<MemoryFile> file = std::make_shared<MemoryFile>();
+
+    TwoBlocks() {
+        std::string const vfile = "<VFile><Sparse><VFile><ThisFile/></VFile></Sparse></VFile>";
+        putText(*file, 0, headerArea(clipHeaderText("1080i 50Hz", trackMeta("tc1", vfile))));
+        file->resize(SECOND + 16384 + 3 * SECTOR);
+        for (std::uint64_t at : {FIRST, SECOND})
+            putText(*file, at, "KLVNPRSE");
+        putBigEndian(*file, FIRST + 8, (SECOND - FIRST) / SECTOR);
+        putBigEndian(*file, FIRST + 16, 2000 * SECTOR);
+        for (std::uint64_t unit = 0; unit < RECORDS + 3; ++unit) {
+            bool const in_first = unit < RECORDS;
+            std::uint64_t const record = (in_first ? FIRST : SECOND) + 24 + 16 * (in_first ? unit : unit - RECORDS);
+            putBigEndian(*file, record, unit);
+            putBigEndian(*file, record + 8, 1);
+            std::uint64_t const data =
+                in_first ? FIRST + 16384 + unit * SECTOR : SECOND + 16384 + (unit - RECORDS) * SECTOR;
+            file->put(data, timecodeUnit(512, static_cast<std::uint32_t>(unit)).data(), SECTOR);
+        }
+    }
+};
+
+TEST(Check, TheOlderSparseFormatGoesOnInTheNextBlock) {
+    TwoBlocks image;
+    Report const report = checked(*image.file);
+    EXPECT_EQ(report.tracks.at(0).stored_units, TwoBlocks::RECORDS + 3);
+    EXPECT_EQ(report.findings.number(timecode_break), 0u);
+
+    struct Row {
+        std::uint64_t at, number, end;
+        FindingKind kind;
+    };
+    for (Row const row : {Row{TwoBlocks::FIRST + 8, 7, TwoBlocks::FIRST + 8, map_block_misplaced},
+                          {TwoBlocks::FIRST + 8, UINT64_MAX, TwoBlocks::FIRST + 8, map_block_misplaced},
+                          {TwoBlocks::FIRST + 24 + 16, 0, TwoBlocks::FIRST + 24 + 16, record_overlap},
+                          {TwoBlocks::SECOND, 0, TwoBlocks::SECOND, map_block_magic}}) {
+        SCOPED_TRACE(kindOf(row.kind).name);
+        TwoBlocks damaged;
+        putBigEndian(*damaged.file, row.at, row.number);
+        Report const found = checked(*damaged.file);
+        auto const finding = std::ranges::find(found.findings.list(), row.kind, &Finding::kind);
+        ASSERT_NE(finding, found.findings.list().end());
+        EXPECT_EQ(finding->offset, row.end);
+    }
+    auto const bad = std::make_shared<BadRange>(image.file, TwoBlocks::SECOND, 512);
+    EXPECT_EQ(check(bad, "memory").findings.number(map_block_unreadable), 1u);
+    EXPECT_GE(checked(*image.file, Level::units, {.map_blocks = 0}).findings.number(budget_exceeded), 1u);
+    EXPECT_GE(checked(*image.file, Level::units, {.map_bytes = 0}).findings.number(budget_exceeded), 1u);
+}
+
+TEST(Check, AFileThatCannotBeOpenedIsAFinding) {
+    ScratchPath folder;
+    Report const report = check(KString(folder.name("none")));
+    ASSERT_EQ(report.findings.number(), 1u);
+    EXPECT_EQ(report.findings.list()[0].kind, header_unreadable);
+    EXPECT_NE(report.findings.list()[0].detail, KString());
+}
+
+TEST(Check, ATrackInAFileOfItsOwnIsCheckedThere) {
+    ScratchPath folder;
+    std::string track = "<VFile><FileName>units</FileName></VFile>";
+    writeFile(folder.name("clip"), headerArea(clipHeaderText("1080i 50Hz", trackMeta("tc1", track))));
+    std::string units;
+    for (std::uint32_t unit : {0u, 1u, 7u, 8u}) {
+        Bytes const bytes = timecodeUnit(512, unit);
+        units.append(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    }
+    writeFile(folder.name("units"), units);
+    Report const report = check(KString(folder.name("clip")));
+    EXPECT_EQ(report.tracks.at(0).stored_units, 4u);
+    auto const found = std::ranges::find(report.findings.list(), timecode_break, &Finding::kind);
+    ASSERT_NE(found, report.findings.list().end());
+    EXPECT_EQ(found->offset, 2u * 512);
+    EXPECT_EQ(found->file, KString(folder.name("units")));
+}
+
+TEST(Check, PicturesOfEachFormatAreRecognised) {
+    constexpr std::uint32_t DV = 576000, DV_STORED = 577536;
+    TrackFormat const j2k = describeTrackFormat("jp2@100", VideoStandard::s1080i_50);
+    RecordingImage image({{"dv100-1080", DV_STORED}, {"jp2@100", j2k.stored_unit_size}});
+    std::vector<std::uint64_t> dv, codestreams;
+    for (std::uint32_t unit = 0; unit < 3; ++unit) {
+        dv.push_back(image.append(0, unit, dvUnit(DV, unit)));
+        codestreams.push_back(image.append(1, unit, j2kUnit(j2k.unit_size, unit)));
+    }
+    image.saveMap();
+    for (std::size_t track : {0u, 1u})
+        image.setLength(track, 3);
+    EXPECT_EQ(checked(*image.file()).findings.number(), 0u);
+
+    Bytes const zeros(8192);
+    struct Row {
+        std::uint32_t track;
+        std::uint64_t at, zeros;
+    };
+    for (Row const row :
+         {Row{0, dv[1], 240}, {0, dv[1] + DV - 80, 80}, {1, codestreams[1], 4}, {1, codestreams[1] + 4096, 4096}}) {
+        auto const kept = image.file()->bytes(row.at, row.zeros);
+        image.file()->put(row.at, zeros.data(), row.zeros);
+        Report const report = checked(*image.file());
+        EXPECT_EQ(report.findings.number(), 1u) << row.track;
+        EXPECT_EQ(report.findings.list().at(0).kind, essence_not_recognised);
+        EXPECT_EQ(report.findings.list().at(0).track, row.track);
+        EXPECT_EQ(report.findings.list().at(0).unit, 1u);
+        image.file()->put(row.at, kept.data(), kept.size());
+    }
+}
+
+TEST(Check, TheViewOfASparseFileReadsWithinItsLengthAndNeverWrites) {
+    auto const host = std::make_shared<MemoryFile>();
+    host->resize(8192);
+    auto layer = std::make_shared<Layer>();
+    layer->kind = VFileKind::sparse2;
+    layer->length = 4096;
+    layer->map.insert({0, 512, 4096});
+    auto const view = sparseView(host, layer);
+    std::byte bytes[1024] = {};
+    EXPECT_EQ(view->length(), 4096u);
+    EXPECT_EQ(view->readSync(3072, 1024, bytes), KString());
+    EXPECT_EQ(view->readSync(3584, 1024, bytes), KString("Read beyond end of sparse file"));
+    EXPECT_EQ(view->writeSync(0, 512, bytes), KString("Write failed"));
 }
 
 // Every number that a walk reads, set to extremes: an answer, and not more work than the file has bytes.

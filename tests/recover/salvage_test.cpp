@@ -1,9 +1,12 @@
 // Recordings without an end: what the salvage gives back of hand-made logs, and that it gives back nothing wrong.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -14,6 +17,7 @@
 #include <vector>
 
 #include "clip/clip_header.h"
+#include "clip/track_format.h"
 #include "foundation/zeros.h"
 #include "inspect/check.h"
 #include "platform/file_birth.h"
@@ -22,6 +26,7 @@
 #include "support/recording_image.h"
 #include "support/scratch_path.h"
 #include "vfile/vfile_builder.h"
+#include "vfile/vfilefile.h"
 #include "vfile/vfileoffset.h"
 
 namespace KelvonClip::recover {
@@ -679,6 +684,93 @@ TEST(Salvage, ACopyGetsItsNameWhenItIsWholeAndTakesNobodys) {
     EXPECT_EQ(salvageInPlace(KString(name)).error, KString());
     EXPECT_EQ(inspect::check(KString(name)).tracks.at(A).stored_units, 3u);
     EXPECT_EQ(examine(KString(name)).tracks.at(A).length_before, 3u);
+}
+
+TEST(Salvage, FilesThatCannotBeOpenedGiveTheHostsMessage) {
+    ScratchPath folder;
+    KString const none(folder.name("none")), copy(folder.name("copy")), nowhere(folder.name("none/copy"));
+    for (SalvageReport const& report : {examine(none), salvageToCopy(none, copy), salvageInPlace(none)})
+        EXPECT_NE(report.error, KString());
+    Recording image;
+    image.rounds(1);
+    auto const bytes = image.file()->bytes(0, image.file()->realSize());
+    writeFile(folder.name("clip"), {reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+    KString const clip(folder.name("clip"));
+    EXPECT_NE(salvageToCopy(clip, nowhere).error, KString());
+    // A folder is no file that has the name, and gives it to nobody.
+    std::filesystem::create_directory(folder.path / "copy");
+    EXPECT_NE(salvageToCopy(clip, copy).error, KString());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path), {}), 2) << "clip and folder, no more";
+    auto const open = VFileFile::open(clip, true);
+    EXPECT_EQ(salvageInPlace(clip).error, KString("The clip is open"));
+}
+
+TEST(Salvage, WhatTheDiskRefusesToReadIsLeftOutOfTheCopyWithAFinding) {
+    Recording image;
+    image.rounds(4);
+    image.saveMap();
+    image.freeze();
+    for (std::size_t track : {V, A, T})
+        image.setLength(track, 4);
+    std::uint64_t const damaged = image.logEnd() - TIME - SOUND - AVC / 2 / 4096 * 4096;  // in the last picture
+    auto const bad = std::make_shared<BadRange>(image.file(), damaged, 4096);
+    auto const copy = std::make_shared<MemoryFile>();
+    SalvageReport const report = salvageToCopy(bad, "memory", copy);
+    EXPECT_EQ(report.error, KString());
+    ASSERT_EQ(report.findings.number(FindingKind::unit_unreadable), 1u);
+    EXPECT_EQ(unitsIn(copy, A).at(3), unitOf(A, 3));
+    EXPECT_EQ(unitsIn(copy, V).at(2), unitOf(V, 2));
+    Bytes const zeros(4096);
+    Bytes expected = unitOf(V, 3);
+    std::uint64_t const within = AVC - AVC / 2 / 4096 * 4096;
+    std::copy(zeros.begin(), zeros.end(), expected.begin() + static_cast<std::ptrdiff_t>(within));
+    EXPECT_EQ(unitsIn(copy, V).at(3), expected);
+}
+
+// In place a record cannot be taken back.
+TEST(Salvage, AUnitOnTheMapThatNeverLandedKeepsTheSalvageOutOfTheFile) {
+    Recording image;
+    image.rounds(3);
+    image.skip(V);
+    image.append(A);
+    image.append(T);
+    image.rounds(2);
+    image.saveMap();
+    image.freeze();
+    auto const before = image.file()->bytes(0, image.file()->realSize());
+    EXPECT_EQ(salvageInPlace(image.file(), "memory").error,
+              KString("A unit that is left out would show: salvage to a copy"));
+    EXPECT_EQ(image.file()->bytes(0, image.file()->realSize()), before);
+    EXPECT_EQ(expectRight(salvagedCopy(image)), (Lengths{6, 6, 6}));
+}
+
+// Half a unit at a time.
+TEST(Salvage, ATrackThatWasNotWrittenUnitByUnitIsNotInOrder) {
+    RecordingImage image({{"auk2", SOUND / 2}, {"tc2", TIME}});
+    for (std::uint32_t unit = 0; unit < 3; ++unit) {
+        Bytes const sound = hemlockUnit(2, 3, unit, unit == 0);
+        auto const half = static_cast<std::ptrdiff_t>(SOUND / 2);
+        image.append(0, 2 * unit, {sound.begin(), sound.begin() + half});
+        image.append(1, unit, timecodeUnit(TIME, unit));
+        image.append(0, 2 * unit + 1, {sound.begin() + half, sound.end()});
+    }
+    image.saveMap();
+    SalvageReport const report = examined(image);
+    EXPECT_EQ(report.findings.number(FindingKind::order_not_known), 1u);
+    EXPECT_EQ(report.tracks[1].certain, 3u);
+}
+
+TEST(Salvage, PicturesOfEachFormatComeBack) {
+    constexpr std::uint32_t DV = 576000, DV_STORED = 577536;
+    TrackFormat const j2k = describeTrackFormat("jp2@100", VideoStandard::s1080i_50);
+    RecordingImage image({{"dv100-1080", DV_STORED}, {"jp2@100", j2k.stored_unit_size}});
+    for (std::uint32_t unit = 0; unit < 5; ++unit) {
+        image.append(0, unit, dvUnit(DV, unit));
+        image.append(1, unit, j2kUnit(j2k.unit_size, unit));
+    }
+    SalvageReport const report = examined(image);
+    for (std::size_t track : {0u, 1u})
+        EXPECT_EQ(report.tracks[track].certain, 5u) << track;
 }
 
 // A request of the salvage fails: there is a message, or everything is there.

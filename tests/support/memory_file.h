@@ -158,6 +158,21 @@ class WrappedFile : public VFileObject {
     std::shared_ptr<VFileObject> const inner;
 };
 
+// Reads of one range fail.
+class BadRange : public WrappedFile {
+  public:
+    BadRange(std::shared_ptr<VFileObject> wrapped, std::uint64_t bad_from, std::uint64_t bad_length)
+        : WrappedFile(std::move(wrapped)), from(bad_from), size(bad_length) {}
+    void read(std::uint64_t position, std::uint32_t length, void* buffer,
+              std::shared_ptr<CIO::CIOObject> done) override {
+        if (position < from + size && from < position + length) return done->setError("bad sectors");
+        WrappedFile::read(position, length, buffer, std::move(done));
+    }
+
+  private:
+    std::uint64_t const from, size;
+};
+
 // Makes chosen requests fail. A fault walk: for n = 1, 2, 3, ... let the n-th request fail, run the operation, and
 // check what it leaves behind; stop when `struck` is false after the operation.
 //

@@ -42,6 +42,27 @@ inline Bytes avcUnit(std::size_t size, std::uint32_t track, std::uint32_t unit) 
     return bytes;
 }
 
+// DIF blocks to the end, each with the type of its section: a header, two of subcode, three of VAUX, then one of audio
+// before each 15 of video.
+inline Bytes dvUnit(std::size_t size, std::uint32_t seed) {
+    constexpr std::size_t BLOCK = 80, IN_SEQUENCE = 150;
+    Bytes bytes = essenceBytes(size, seed + 77);
+    for (std::size_t block = 0; block < size / BLOCK; ++block) {
+        std::size_t const k = block % IN_SEQUENCE;
+        unsigned const section = k == 0 ? 0 : k < 3 ? 1 : k < 6 ? 2 : (k - 6) % 16 == 0 ? 3 : 4;
+        bytes[block * BLOCK] = static_cast<std::byte>(section << 5 | 0x1F);
+    }
+    return bytes;
+}
+
+// The markers SOC and SIZ, then data to the end.
+inline Bytes j2kUnit(std::size_t size, std::uint32_t seed) {
+    Bytes bytes = essenceBytes(size, seed + 99);
+    unsigned char const start[] = {0xFF, 0x4F, 0xFF, 0x51};
+    std::copy_n(reinterpret_cast<std::byte const*>(start), sizeof start, bytes.begin());
+    return bytes;
+}
+
 // Hemlock blocks of 4096 bytes at 50Hz, whose words count on from `first_word` plus a step for each subchannel.
 inline Bytes hemlockUnit(std::uint32_t subchannels, std::uint32_t first_word, std::uint32_t unit, bool fade_in) {
     constexpr std::size_t BLOCK = 4096, SAMPLES = 960;
