@@ -1,5 +1,5 @@
-// The numbers of the messages. Texts are written out where they are raised; this is the second place, which
-// scripts/check-messages compares with the sources.
+// The numbers of the messages. Texts are written out where they are raised, so a new message is added here too; one
+// that is missing has the kind `other`.
 #include <kelvonclip/message.h>
 
 #include <algorithm>
