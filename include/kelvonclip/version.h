@@ -1,8 +1,8 @@
 /// @file
 /// The version of the headers, and that of the library that is loaded.
 ///
-/// Versions with the same major version are compatible, those of 0 as well: a program that was built with the headers of
-/// one runs with the library of any later one.
+/// Versions with the same major version are compatible, those of 0 as well: a program that was built with the headers
+/// of one runs with the library of any later one.
 #pragma once
 
 #include <kelvonclip/export.h>

@@ -175,12 +175,20 @@ class LinuxFile : public HostFile {
         bool operator==(State const&) const = default;
     };
 
-    // Asks the file system itself. A network file system answers `fstat` from memory for some seconds.
+    // Asks the file system itself. A network file system answers `fstat` from memory for some seconds, but older
+    // kernels and some containers have no other call.
     bool askForState(State& state) const {
-        struct statx found;
+        struct statx now;
         int const flags = AT_EMPTY_PATH | AT_STATX_FORCE_SYNC;
-        if (::statx(descriptors.buffered, "", flags, STATX_SIZE | STATX_MTIME, &found) != 0) return false;
-        state = {found.stx_size, found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec};
+        if (::statx(descriptors.buffered, "", flags, STATX_SIZE | STATX_MTIME, &now) == 0) {
+            state = {now.stx_size, now.stx_mtime.tv_sec, now.stx_mtime.tv_nsec};
+            return true;
+        }
+        if (errno != ENOSYS && errno != EPERM && errno != EINVAL) return false;
+        struct stat found;
+        if (::fstat(descriptors.buffered, &found) != 0) return false;
+        state = {static_cast<std::uint64_t>(found.st_size), found.st_mtim.tv_sec,
+                 static_cast<std::uint32_t>(found.st_mtim.tv_nsec)};
         return true;
     }
 
