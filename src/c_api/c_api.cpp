@@ -40,10 +40,12 @@ class Wide {
     std::wstring wide;
 };
 
+KString fromWide(wchar_t const* wide) { return KString(wide).withPairsJoined(); }
+
 // A text that the library has returned, in UTF-8. Null when memory runs out.
 char const* text(wchar_t const* wide) {
     if (wide == OUT_OF_MEMORY) return OUT_OF_MEMORY_UTF8;
-    return exportedQuery<char const*>(nullptr, [&] { return stashUtf8(KString(wide)); });
+    return exportedQuery<char const*>(nullptr, [&] { return stashUtf8(fromWide(wide)); });
 }
 
 // The body of a function that returns a message.
@@ -51,7 +53,7 @@ template <class Call>
 char const* message(Call&& call) noexcept {
     try {
         wchar_t const* const wide = call();
-        return wide == OUT_OF_MEMORY ? OUT_OF_MEMORY_UTF8 : stashUtf8(KString(wide));
+        return wide == OUT_OF_MEMORY ? OUT_OF_MEMORY_UTF8 : stashUtf8(fromWide(wide));
     } catch (std::bad_alloc const&) {
         return OUT_OF_MEMORY_UTF8;
     } catch (std::exception const& fault) {
@@ -85,7 +87,7 @@ std::uint32_t fill(char* buffer, std::uint32_t size, Get&& get) noexcept {
             length = get(wide.data(), static_cast<unsigned int>(wide.size()));
         } while (length >= wide.size());
         wide.resize(length);
-        return copyUtf8(KString(wide), buffer, size);
+        return copyUtf8(fromWide(wide.c_str()), buffer, size);
     });
 }
 

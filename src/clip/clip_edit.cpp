@@ -94,7 +94,7 @@ KString setHeaderText(std::uint32_t clip, char const* unknown, char const* eleme
         if (text.empty())
             eraseChildren(root, element);
         else
-            setText(root, element, text);
+            setText(root, element, text.withPairsJoined());
         return KString();
     });
 }
@@ -106,7 +106,7 @@ KString setHeaderMeta(std::uint32_t clip, char const* unknown, KString const& na
         if (remove)
             eraseChildren(meta, name);
         else
-            setText(childOf(meta, name), "V", value);
+            setText(childOf(meta, name), "V", value.withPairsJoined());
         if (meta.children.empty()) eraseChildren(root, "Meta");
         return {};
     });

@@ -188,6 +188,20 @@ std::string KString::toUtf8() const {
     return bytes;
 }
 
+KString KString::withPairsJoined() const {
+    auto const isHigh = [](char32_t unit) { return (unit & 0xFFFFFC00) == 0xD800; };
+    auto const isLow = [](char32_t unit) { return (unit & 0xFFFFFC00) == 0xDC00; };
+    std::u32string joined;
+    joined.reserve(text.size());
+    for (char32_t unit : text) {
+        if (isLow(unit) && !joined.empty() && isHigh(joined.back()))
+            joined.back() = 0x10000 + ((joined.back() - 0xD800) << 10) + (unit - 0xDC00);
+        else
+            joined += unit;
+    }
+    return joined;
+}
+
 bool KString::blank() const { return std::all_of(text.begin(), text.end(), isWhiteSpace); }
 
 std::ptrdiff_t KString::find(char32_t code_point, std::size_t from) const {

@@ -48,6 +48,10 @@ class KString {
     // Surrogates become three bytes each, so text with surrogates can be converted back.
     std::string toUtf8() const;
 
+    // Each high surrogate followed by a low one becomes the code point that they encode together: for wide text of
+    // hosts where wchar_t has 16 bits, before it becomes UTF-8 that others read.
+    KString withPairsJoined() const;
+
     std::u32string const& codePoints() const { return text; }
     std::size_t length() const { return text.size(); }
     bool empty() const { return text.empty(); }

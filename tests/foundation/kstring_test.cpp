@@ -339,5 +339,17 @@ TEST(KStringFormat, NumberWithoutAnArgumentStandsForTheEmptyText) {
     EXPECT_EQ(text(KString::format("[%1]", {})), "[]");
 }
 
+TEST(KString, JoinsSurrogatePairsAndKeepsWhatIsNoPair) {
+    struct Row {
+        std::u16string_view units;
+        char const* utf8;
+    };
+    for (Row const& row : {Row{u"", ""}, Row{u"a\u00E9", "a\xC3\xA9"}, Row{u"\U0001F3AC", "\xF0\x9F\x8E\xAC"},
+                           Row{u"x\U00010000y", "x\xF0\x90\x80\x80y"}, Row{u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
+                           Row{u"\xD800", "\xED\xA0\x80"}, Row{u"\xDC00\xD800", "\xED\xB0\x80\xED\xA0\x80"},
+                           Row{u"\xD83C\xD83C\xDFAC", "\xED\xA0\xBC\xF0\x9F\x8E\xAC"}})
+        EXPECT_EQ(KString(row.units).withPairsJoined().toUtf8(), row.utf8);
+}
+
 }  // namespace
 }  // namespace KelvonClip
