@@ -42,7 +42,7 @@ std::string_view textFoundIn(ClipHeaderArea const& area) {
 
 class Planner {
   public:
-    Planner(ClipHeaderArea const& current, std::string_view new_text) : text(new_text), area(current) {}
+    Planner(ClipHeaderArea const& current, std::string_view new_text) : area(current), text(new_text) {}
 
     // Steps 1 and 2. The first `room` bytes hold the old text, which begins at `old_begin`.
     void moveBehind(std::size_t room, std::size_t old_begin) {
@@ -73,8 +73,8 @@ class Planner {
     }
     void step() { plan.push_back(std::make_unique<ClipHeaderArea>(area)); }
 
-    std::string_view const text;
     ClipHeaderArea area;
+    std::string_view const text;
     Plan plan;
 };
 
