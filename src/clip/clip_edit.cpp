@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "clip/clip_directory.h"
 #include "clip/clip_header.h"

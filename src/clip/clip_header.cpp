@@ -2,6 +2,7 @@
 #include "clip/clip_header.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <optional>
 #include <string>

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "foundation/exported.h"
 #include "foundation/kassert.h"

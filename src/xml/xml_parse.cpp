@@ -8,6 +8,7 @@
 #include <array>
 #include <exception>
 #include <iterator>
+#include <ranges>
 #include <stdexcept>
 #include <string_view>
 #include <utility>

@@ -1,5 +1,6 @@
 // What the header knows, and changing it.
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
