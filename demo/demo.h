@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <vector>
 
 #include "essence.h"
 #include "plan.h"
@@ -42,5 +43,8 @@ Tally play(ClipPlan const& clip, std::filesystem::path const& essence, std::file
 // cadence, fades and drift.
 void recordStreams(ClipPlan const& clip, unsigned track, std::filesystem::path const& wave, Tally& tally);
 void playStreams(ClipPlan const& clip, unsigned track, std::filesystem::path const& wave, Tally& tally);
+
+// The whole demonstration; arguments as those of main.
+int run(std::vector<std::filesystem::path> const& arguments);
 
 }  // namespace demo

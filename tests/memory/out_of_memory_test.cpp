@@ -13,11 +13,13 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <kelvonclip/c_api.h>
 #include <kelvonclip/kelvon_clip.h>
 #include <kelvonclip/kelvon_timecode.h>
 #include <kelvonclip/message.h>
@@ -431,6 +433,87 @@ TEST_P(OutOfMemoryWithSound, WhileReading) {
         },
         KEPT_BY_LISTS);
     clip_close(clip);
+}
+
+TEST_P(OutOfMemoryWithSound, WhileSeeking) {
+    constexpr unsigned SOUGHT[] = {9, 2, 0};
+    unsigned clip = 0;
+    ASSERT_OK(clip_open(name.c_str(), &clip));
+    unsigned const audio = clip_get_track(clip, AUDIO);
+    walk(
+        [&](AllocationWalk& failing) {
+            unsigned reader = 0;
+            ASSERT_OK(seqread_begin(audio, &reader));
+            ASSERT_OK(seqread_read(reader, pointers.data(), UNIT_SAMPLES));
+            bool wrong = false;
+            run(failing, [&] {
+                for (unsigned const unit : SOUGHT) {
+                    std::uint64_t const before = seqread_position(reader);
+                    wchar_t const* message = seqread_seek(reader, unit * UNIT_SAMPLES);
+                    wrong |= message != nullptr && message != OUT_OF_MEMORY;
+                    // A seek that fails moves nothing.
+                    wrong |= seqread_position(reader) != (message == nullptr ? unit * UNIT_SAMPLES : before);
+                    if (message != nullptr) continue;
+                    message = seqread_read(reader, pointers.data(), UNIT_SAMPLES);
+                    wrong |= message != nullptr && message != OUT_OF_MEMORY;
+                    wrong |= message == nullptr && sound[1][UNIT_SAMPLES - 1] != sampleAt(1, unit, UNIT_SAMPLES - 1);
+                }
+            });
+            EXPECT_FALSE(wrong);
+            for (unsigned const unit : SOUGHT) {
+                ASSERT_OK(seqread_seek(reader, unit * UNIT_SAMPLES));
+                ASSERT_OK(seqread_read(reader, pointers.data(), UNIT_SAMPLES));
+                expectPortion(unit);
+            }
+            seqread_finish(reader);
+        },
+        KEPT_BY_LISTS);
+    clip_close(clip);
+}
+
+// What the C interface adds is text: every message, text and label passes through it.
+TEST_P(OutOfMemory, WhileCallingFromC) {
+    auto const utf8 = std::filesystem::path(name).u8string();
+    std::string const utf8_name(utf8.begin(), utf8.end());
+    kclip_clip_set_text(0, KCLIP_TITLE, "t");  // the text of its message is kept from now on
+    walk([&](AllocationWalk& failing) {
+        std::uint32_t clip = 0, length = 0, kind = 0, parsed = 0, label_length = 0;
+        char const *opened = nullptr, *refused = nullptr, *standard = nullptr, *format = nullptr;
+        char file[256] = "x", label[32] = "x";
+        kclip_format info{};
+        kclip_timecode timecode{};
+        bool described = false, defined = false;
+        run(failing, [&] {
+            opened = kclip_clip_open(utf8_name.c_str(), &clip);
+            length = kclip_clip_get_text(clip, KCLIP_FILE_NAME, file, sizeof file);
+            refused = kclip_clip_set_text(clip, KCLIP_TITLE, "t");
+            kind = kclip_message_kind(refused);
+            standard = kclip_standard_to_text(static_cast<std::uint32_t>(STANDARD));
+            parsed = kclip_standard_from_text("1080i 50Hz");
+            format = kclip_format_name(static_cast<std::uint32_t>(STANDARD), 0);
+            described = kclip_format_info(static_cast<std::uint32_t>(STANDARD), "auk14", &info);
+            defined = kclip_timecode_from_text(kclip_frequency_from_text("25Hz"), KCLIP_NDF, "1.2.3", &timecode);
+            label_length = kclip_timecode_to_text(&timecode, 4, label, sizeof label);
+        });
+        auto const fine = [](char const* message) { return std::string_view(message) == "Out of memory"; };
+        EXPECT_EQ(clip != 0, opened == nullptr);
+        EXPECT_TRUE(opened == nullptr || fine(opened)) << opened;
+        EXPECT_EQ(std::strlen(file), length);
+        EXPECT_TRUE(length == 0 || file == utf8_name);
+        ASSERT_NE(refused, nullptr);
+        std::string_view const expected =
+            opened == nullptr ? "Clip was opened in read-only mode" : "invalid clip handle";
+        EXPECT_TRUE(fine(refused) || refused == expected) << refused;
+        EXPECT_TRUE(kind == kclip_message_kind(refused) || kind == static_cast<std::uint32_t>(MessageKind::other));
+        EXPECT_TRUE(!fine(refused) || kind == static_cast<std::uint32_t>(MessageKind::out_of_memory));
+        EXPECT_TRUE(standard == nullptr || std::string_view(standard) == "1080i 50Hz");
+        EXPECT_TRUE(format == nullptr || std::string_view(format) == "avci50-1080i");
+        EXPECT_TRUE(parsed == 0 || parsed == static_cast<std::uint32_t>(STANDARD));
+        EXPECT_EQ(info.unit_size, described ? 14u * 4096 : 0u);
+        EXPECT_EQ(timecode.frequency != 0, defined);
+        EXPECT_EQ(std::strlen(label), label_length);
+        kclip_clip_close(clip);
+    });
 }
 
 TEST_P(OutOfMemoryWithSound, WhileFinishingAReader) {
