@@ -1,0 +1,10 @@
+// The commands, each defined by the source of its name.
+#pragma once
+
+#include "command.h"
+
+namespace tool {
+
+extern Command const CHECK, CHECKSUM, DUMP, FORMATS, INFO, MAP, RECOVER, STANDARDS, STAT, TC, VERIFY;
+
+}  // namespace tool
