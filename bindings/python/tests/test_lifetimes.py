@@ -92,6 +92,15 @@ def test_a_clip_that_is_forgotten_is_closed(recording: Clip, tmp_path: Path) -> 
         assert len(again.tracks[0]) == 1 and not again.is_writable  # not the first one
 
 
+def test_a_writer_that_is_forgotten_ends_its_recording(recording: Clip) -> None:
+    with pytest.warns(ResourceWarning, match="AudioWriter"):
+        writer = recording.tracks[1].write_audio()
+        writer.write(np.ones((10, 2), np.int32))
+        del writer
+        gc.collect()
+    assert len(recording.tracks[1]) == 1
+
+
 def test_an_exception_in_a_with_closes_the_clip(recording: Clip, tmp_path: Path) -> None:
     recording.close()
     for _ in range(100):

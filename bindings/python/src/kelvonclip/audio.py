@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import warnings
 from collections.abc import Iterator
 from types import TracebackType
 from typing import TYPE_CHECKING, Any
@@ -144,4 +145,5 @@ class AudioWriter(_Stream):
 
     def __del__(self) -> None:
         if self._handle != 0:
+            warnings.warn("unclosed AudioWriter", ResourceWarning, source=self)
             lib.kclip_seqwrite_finish(self._handle)
