@@ -104,7 +104,7 @@ void IoQueue::start(HostRequest& request) {
     (transfer.file->in_memory ? queued_in_memory : queued).push(transfer);
 }
 
-// Marks the queue as in use, and creates its ring on the first request.
+// Marks the queue as in use, and watches for the end of the thread from its first request on.
 void IoQueue::begin() {
     if (use.load(std::memory_order_relaxed) == Use::in_use) return;
     auto idle = Use::idle;
@@ -114,19 +114,25 @@ void IoQueue::begin() {
         use.store(Use::in_use, std::memory_order_relaxed);
         ring_decided = true;
     }
-    if (!ring_decided) openRing();
+    if (!watched) (void)IoQueues::watchThreadEnd(*this);
+    watched = true;
+}
+
+void IoQueue::prepareToWait(Deadline const& deadline) {
+    if (ring_decided || queued.empty() || (isLone() && deadline.forever())) return;
+    openRing();
 }
 
 void IoQueue::openRing() {
     ring_decided = true;
-    bool const watched = IoQueues::watchThreadEnd(*this);
-    if (!watched || thread_ended || !IoQueues::rings_wanted.load()) return;
+    bool const closed_at_the_end = IoQueues::watchThreadEnd(*this);  // not once the library has ended
+    if (!closed_at_the_end || thread_ended || !IoQueues::rings_wanted.load()) return;
     ring = Ring::open().release();
     if (ring != nullptr) IoQueues::add(*this);
 }
 
 void IoQueue::closeRing() {
-    ring_decided = false;
+    watched = ring_decided = false;
     delete IoQueues::take(*this);
 }
 
@@ -141,7 +147,7 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
             // A wait inside a completion: deliver the remaining results first.
         } else if (!queued_in_memory.empty()) {
             runNextBlocking(queued_in_memory);
-        } else if (ring != nullptr && !(isLoneWrite() && deadline.forever())) {
+        } else if (ring != nullptr && !(isLone() && deadline.forever())) {
             woken = ring->makeProgress(queued, finished, deadline);
         } else {
             runNextBlocking(queued);
@@ -156,9 +162,10 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     return progress;
 }
 
-// The usual case while recording: one unit, then the next. A write that makes the file grow blocks, so the kernel would
-// run it on a worker thread, which costs two context switches.
-bool IoQueue::isLoneWrite() const { return pending == 1 && !queued.empty() && queued.front().writing; }
+// The usual case: one unit, then the next. A blocking call is as fast as the ring, whose creation takes as long as many
+// reads. A write that makes the file grow blocks in any case, so the kernel would run it on a worker thread, which costs
+// two context switches.
+bool IoQueue::isLone() const { return pending == 1 && !queued.empty(); }
 
 void IoQueue::runNextBlocking(TransferList& transfers) {
     Transfer& transfer = transfers.pop();
@@ -186,7 +193,7 @@ void IoQueue::finish() {
 void IoQueue::resetAfterFork() {
     delete ring;  // closes the child's copy of the descriptors; the parent's ring is not affected
     ring = nullptr;
-    ring_decided = false;
+    watched = ring_decided = false;
     queued = queued_in_memory = finished = TransferList();
     pending = depth = 0;
     use.store(Use::idle);

@@ -2,8 +2,9 @@
 // alertably.
 //
 // Starting a request queues it. The wait submits all queued requests to the thread's ring and waits for results in the
-// same system call. Where the host refuses a ring, the wait transfers the data with blocking calls. A thread's ring is
-// created with its first request and closed when the thread ends, after its pending requests have completed.
+// same system call. Where the host refuses a ring, the wait transfers the data with blocking calls; so it does with a
+// request that is the only one. A thread's ring is created when it waits for several requests, or with a deadline, for
+// the first time. It is closed when the thread ends, after its pending requests have completed.
 //
 // Invariants
 //   * `pending` counts the requests that were started and whose completion has not been called yet.
@@ -33,6 +34,9 @@ class IoQueue {
 
     bool hasPending() const { return pending > 0; }
 
+    // Called before a wait with pending requests: creates the ring, if the wait will need it.
+    void prepareToWait(Deadline const& deadline);
+
     // Another thread writes to it to wake this thread while it waits in makeProgress; -1 when makeProgress never waits.
     // Valid as long as requests are pending.
     int wakeDescriptor() const;
@@ -53,7 +57,7 @@ class IoQueue {
     void resetAfterFork();
     void openRing();
     void closeRing();
-    bool isLoneWrite() const;
+    bool isLone() const;
     void runNextBlocking(TransferList& transfers);
     bool runFinished();
 
@@ -63,6 +67,7 @@ class IoQueue {
     std::uint32_t pending = 0;
     std::uint32_t depth = 0;  // nested calls of makeProgress, made by completions
     Ring* ring = nullptr;
+    bool watched = false;       // the end of the thread, or there was no way
     bool ring_decided = false;  // a ring has been created, or refused
     bool thread_ended = false;  // the end of the thread has been handled; destructors that run later use no ring
     std::atomic<Use> use{Use::idle};

@@ -86,6 +86,7 @@ bool HostSemaphore::post(std::uint32_t count) {
 WaitResult HostSemaphore::waitAlertable(std::uint32_t timeout_ms) {
     Deadline const deadline(timeout_ms);
     IoQueue& io = IoQueue::ofThisThread();
+    if (io.hasPending()) io.prepareToWait(deadline);
     std::unique_lock lock(state().mutex);
     if (state().count > 0) {
         --state().count;

@@ -234,6 +234,7 @@ class FaultWalk : public testing::TestWithParam<Fault> {
             {
                 Engine const engine(GetParam());
                 round(walk);
+                under_way.reset();
             }
             hemlock::UnitReadAhead::waitForTasks(60000);
             if (walk.request() == 1) continue;  // what is kept for later is made now
@@ -244,13 +245,16 @@ class FaultWalk : public testing::TestWithParam<Fault> {
         EXPECT_EQ(Requests::transfers_of_rings > transfers_before, GetParam().rings);
         RecordProperty("requests", std::to_string(walk.request()));
     }
-    void begin(RequestWalk const& failing) const {
+    void begin(RequestWalk const& failing) {
         failing.begin();
-        if (GetParam().which == RequestFailures::no_ring) platform::useRings(true);  // the next request makes a new one
+        if (GetParam().which != RequestFailures::no_ring) return;
+        platform::useRings(true);
+        under_way.emplace();  // so that the next wait makes a new ring
     }
     std::size_t handles() const { return GetParam().rings ? filesOpen(folder.path) : openHandles(); }
 
     ScratchPath folder{inMemory()};
+    std::optional<PendingRead> under_way;
 };
 
 struct LongMap : testing::Test {

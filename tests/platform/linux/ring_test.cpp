@@ -75,6 +75,17 @@ struct IoQueueTest : testing::Test {
                std::memcmp(read.memory, content.memory + std::size_t{block} * BLOCK, BLOCK) == 0;
     }
 
+    // Reads two blocks at once, for which the wait uses a ring.
+    bool readsTwoWell() const {
+        Buffer read(2 * BLOCK, 5);
+        ProbeRequest first, second;
+        if (!file->startRead(0, BLOCK, read.memory, first)) return false;
+        if (!file->startRead(BLOCK, BLOCK, read.memory + BLOCK, second)) return false;
+        waitFor(first);
+        waitFor(second);
+        return !first.failed && !second.failed && read == Buffer(2 * BLOCK);
+    }
+
     // Alertable waits of an outer and an inner level, whose units come in that order while the inner one sleeps.
     void waitWithinACompletion() const {
         for (int round = 0; round < 200; ++round) {
@@ -115,13 +126,16 @@ struct PlainEngineTest : IoQueueTest {
     }
 };
 
-TEST_F(RingTest, IsMadeAtTheFirstRequestAndClosedAtTheThreadsEnd) {
+TEST_F(RingTest, IsMadeForTheFirstRequestsThatAreNotAloneAndClosedAtTheThreadsEnd) {
     std::size_t const before = ringsOpen();
     std::thread([&] {
         EXPECT_EQ(ringsOpen(), before);
         EXPECT_TRUE(readsWell());
+        EXPECT_EQ(ringsOpen(), before) << "one request at a time needs none";
+        EXPECT_TRUE(readsTwoWell());
         EXPECT_EQ(ringsOpen(), before + 1);
         EXPECT_TRUE(readsWell());
+        EXPECT_TRUE(readsTwoWell());
         EXPECT_EQ(ringsOpen(), before + 1);
     }).join();
     EXPECT_EQ(ringsOpen(), before);
@@ -196,7 +210,7 @@ TEST_F(IoQueueTest, ManyThreadsComeAndGoWithoutLeavingAnything) {
 }
 
 TEST_F(RingTest, PostFromAnotherThreadWakesAWaitWhoseRequestsStayPending) {
-    PendingRead pending;
+    PendingRead pending, another;
     for (int round = 0; round < 200; ++round) {
         HostSemaphore semaphore(0, 1);
         std::thread poster([&semaphore] { EXPECT_TRUE(semaphore.post(1)); });
@@ -233,10 +247,12 @@ TEST_F(RingTest, WaitWithADeadlineLeavesItsWriteToTheRing) {
 }
 
 // A pipe tells the two apart: it takes a write from the ring, in its own time, and refuses a plain one at a position.
-TEST_F(RingTest, ALoneWriteIsMovedByTheThreadThatWaitsForIt) {
-    PendingTransfer lone(true);
-    waitFor(lone.request);
-    EXPECT_TRUE(lone.request.failed);
+TEST_F(RingTest, ALoneTransferIsMovedByTheThreadThatWaitsForIt) {
+    for (bool writing : {true, false}) {
+        PendingTransfer lone(writing);
+        waitFor(lone.request);
+        EXPECT_TRUE(lone.request.failed);
+    }
 }
 
 TEST_F(RingTest, SeveralWritesAreLeftToTheRing) {
@@ -325,7 +341,8 @@ TEST_F(PlainEngineTest, WaitWithinACompletionLosesNoWakeOfTheOuterOne) { waitWit
 TEST_F(IoQueueTest, HostThatRefusesRingsIsServedWithout) {
     for (int error : {ENOSYS, EPERM, ENOMEM, EMFILE}) {
         EXPECT_TRUE(inChild([&] {
-            return forbid(__NR_io_uring_setup, error) && readsWell() && ringsOpen() == 0 && readsWell(63);
+            return forbid(__NR_io_uring_setup, error) && readsTwoWell() && ringsOpen() == 0 && readsTwoWell() &&
+                   readsWell(63);
         })) << error;
     }
 }
@@ -337,7 +354,7 @@ TEST_F(IoQueueTest, DescriptorsThatRunOutAreNoReasonToFail) {
         int const next = ::dup(0);
         struct rlimit const limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
         ::close(next);
-        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && readsWell();
+        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && readsTwoWell();
     }));
 }
 
