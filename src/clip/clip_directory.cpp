@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "clip/clip_name_turn.h"
 #include "clip/units_per_record.h"
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
@@ -46,16 +47,6 @@ KProtect<ClipDirectory>& directory() {
     return open_clips;
 }
 
-KMutexLock& openLock() {
-    static auto& lock = neverDestroyed<KMutexLock>();
-    return lock;
-}
-
-KMutexLock& trackOpeningLock() {
-    static auto& lock = neverDestroyed<KMutexLock>();
-    return lock;
-}
-
 // The number of existing entries, registered or not.
 LiveCount& entries() {
     static auto& count = neverDestroyed<LiveCount>();
@@ -87,7 +78,7 @@ void registerEntry(Entry const& entry) {
     // Created after all static objects that opening and reading use, so it is destroyed before them.
     static AtUnload at_unload;
     // The nodes are allocated first. Merging them cannot fail, so an entry is in both maps or in none.
-    std::map<KString, Entry> name{{entry->file_name, entry}};
+    std::map<KString, Entry> name{{*entry->file_name, entry}};
     std::map<std::uint32_t, Entry> handle{{entry->handle.number(), entry}};
     auto item = directory().hold();
     item.value.by_name.merge(name);
@@ -97,7 +88,7 @@ void registerEntry(Entry const& entry) {
 // The caller holds another reference, so the entry is not destroyed under the lock.
 void unregisterEntry(OpenFileEntry const& entry) {
     auto item = directory().hold();
-    item.value.by_name.erase(entry.file_name);
+    item.value.by_name.erase(*entry.file_name);
     item.value.by_clip_handle.erase(entry.handle.number());
     if (!entry.extra) return;
     for (auto const& open_track : entry.extra->tracks)
@@ -168,10 +159,14 @@ enum class Missing { left_out, refused };
 // none are opened then.
 KString openTracks(Entry const& entry, Missing missing) {
     if (auto const extra = openTracksNow(*entry)) return extra->first_error;
-    auto const opening = trackOpeningLock().hold();
+    auto const opening = entry->track_opening.hold();
     if (auto const extra = openTracksNow(*entry)) return extra->first_error;
 
-    auto [tracks, first_error] = openTracksOf(*entry->clip, *entry->meta());
+    auto [tracks, first_error] = [&] {
+        // The containers of a clip begin right behind its header: most of what they read is in one piece.
+        VFileFile::ReadAhead const front(*entry->file, CLIP_HEADER_SIZE);
+        return openTracksOf(*entry->clip, *entry->meta());
+    }();
     if (!first_error.empty() && missing == Missing::refused) return first_error;
     if (!entry->read_only) budgetRecords(*entry->clip, tracks);
     auto extra = std::make_shared<OpenFileEntry::Extra>();
@@ -254,13 +249,13 @@ void leaveToTheParent(ClipDirectory& clips) {
 
 OpenFileEntry::OpenFileEntry(KString name, bool opened_read_only, std::shared_ptr<VFileObject> clip_file,
                              std::shared_ptr<Clip> opened_clip, std::shared_ptr<MetaObject const> meta_object)
-    : file_name(std::move(name)), read_only(opened_read_only), file(std::move(clip_file)), clip(std::move(opened_clip)),
-      header(std::move(meta_object)) {}
+    : file_name(std::make_shared<KString const>(std::move(name))), read_only(opened_read_only),
+      file(std::move(clip_file)), clip(std::move(opened_clip)), header(std::move(meta_object)) {}
 
 KString openClip(KString const& name, bool read_only, unsigned int* handle, std::shared_ptr<VFileObject> file) {
     if (name.empty()) return "Invalid filename";
     if (handle == nullptr) return "Invalid clip handle";
-    auto const opening = openLock().hold();
+    ClipNameTurn const turn(name);
 
     if (Entry const open = findIn(&ClipDirectory::by_name, name)) {
         ++open->open_count;
@@ -285,11 +280,17 @@ KString openClip(KString const& name, bool read_only, unsigned int* handle, std:
 
 KString closeClip(std::uint32_t handle, char const* unknown) {
     UnclosedFile::closeAll();
+    std::shared_ptr<KString const> name;
+    if (Entry const found = findClip(handle)) {
+        if (!found->handle.belongsToThisProcess()) return "Write failed";
+        name = found->file_name;
+    } else {
+        return unknown;
+    }
     // Held until the entry is destroyed, so that an opener in another mode finds the file open or closed, not closing.
-    auto const closing = openLock().hold();
+    ClipNameTurn const turn(*name);
     Entry const entry = findClip(handle);
-    if (!entry) return unknown;
-    if (!entry->handle.belongsToThisProcess()) return "Write failed";
+    if (!entry || entry->file_name != name) return unknown;  // another thread has closed it
     if (--entry->open_count > 0) return {};
     unregisterEntry(*entry);
     return writeBack(*entry, Durability::power_loss);
@@ -321,8 +322,6 @@ KString shareClip(std::uint32_t handle, char const* unknown) {
     auto const host_file = std::dynamic_pointer_cast<VFileFile>(entry->file);
     return host_file ? host_file->share() : KString();
 }
-
-std::unique_lock<std::recursive_mutex> lockOpening() { return openLock().hold(); }
 
 bool isClipOpen(KString const& name) { return findIn(&ClipDirectory::by_name, name) != nullptr; }
 

@@ -9,9 +9,10 @@
 // A shared pointer to an entry gives access to its file, clip, meta data and tracks.
 //
 // Locks, outermost first; none of them is held while calling code outside the library:
-//   1. the open lock: serialises opening and closing, I/O included
-//   2. the track-opening lock: serialises lazy track opening, I/O included
+//   1. the turn of a clip's name (ClipNameTurn): serialises opening, closing and creation of that clip, I/O included
+//   2. the track-opening lock of an entry: serialises the lazy opening of its tracks, I/O included
 //   3. the editing lock of one clip: serialises changes of its header, I/O included; neither of the above is taken in
+//      it
 //   4. the locks of the directory and of the handle space: held for look-ups, insertions and erasures only, never
 //      during I/O, and never while an entry may be destroyed
 // Destroying an entry closes its containers, which write to the disk; it takes none of these locks. If the clip is
@@ -53,14 +54,15 @@ struct OpenFileEntry {
         std::map<std::uint32_t, Track*> track_handle_to_track;
     };
 
-    std::uint32_t open_count = 1;  // guarded by the open lock
-    KString file_name;             // exactly as given by the first opener
+    std::uint32_t open_count = 1;                    // guarded by the turn of the name
+    std::shared_ptr<KString const> const file_name;  // exactly as given by the first opener
     HandleObject handle;
     bool read_only;  // the first opener's mode
     std::shared_ptr<VFileObject> file;
     std::shared_ptr<Clip> clip;
     KMutexLock const editing;  // held while the header is changed
     CheckpointTimer checkpoints;
+    KMutexLock const track_opening;
     // Empty until the tracks are first needed, then set once, under the directory lock.
     std::shared_ptr<Extra const> extra;
 
@@ -101,10 +103,6 @@ KString refreshClip(std::uint32_t handle, char const* unknown);
 KString shareClip(std::uint32_t handle, char const* unknown);
 
 bool isClipOpen(KString const& name);
-
-// Prevents other threads from opening and closing clips. Creation holds it, so that nobody opens a clip whose file is
-// incomplete.
-std::unique_lock<std::recursive_mutex> lockOpening();
 
 enum class OpenTracks { no, yes };
 // The entry behind a clip handle, or null. With OpenTracks::yes its tracks have been opened (`extra` is set).

@@ -187,7 +187,7 @@ wchar_t const* toString(TimecodeSource source) {
 
 unsigned int clip_get_text(unsigned int clip, ClipText which, wchar_t* buffer, unsigned int size) {
     return textOfClip(clip, buffer, size, [&](OpenFileEntry const& entry) -> KString {
-        if (which == ClipText::file_name) return entry.file_name;
+        if (which == ClipText::file_name) return *entry.file_name;
         auto const* const row = elementOf(which);
         auto const meta = entry.meta();
         return row ? meta->tree.root().child(row->element).text() : KString();

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/scratch_memory.h"
 #include "standard/standard_text.h"
 #include "vfile/aligned_buffer.h"
 #include "vfile/settled_read.h"
@@ -123,10 +124,10 @@ HeaderRead parseClipHeader(std::string_view area) {
 }
 
 HeaderRead readClipHeader(VFileObject& file) {
-    auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
-    KString error = file.readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
+    platform::ScratchMemory const area(platform::ScratchMemory::Size::small);
+    KString error = file.readSync(0, CLIP_HEADER_SIZE, area.data());
     if (!error.empty()) return {std::move(error), nullptr};
-    HeaderRead read = parseClipHeader({area->bytes.data(), area->bytes.size()});
+    HeaderRead read = parseClipHeader({reinterpret_cast<char const*>(area.data()), CLIP_HEADER_SIZE});
     if (read.meta) return read;
     // Somebody may have been rewriting it, and parts of it were read before and others after.
     AlignedBuffer settled(CLIP_HEADER_SIZE);

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "clip/clip_directory.h"
+#include "clip/clip_name_turn.h"
 #include "clip/handle.h"
 #include "foundation/kprotect.h"
 #include "foundation/never_destroyed.h"
@@ -110,7 +111,8 @@ KString finishCreation(std::uint32_t handle, unsigned int* clip) {
     if (!description) return "Bad Handle";
 
     if (KString error = checkDescription(*description); !error.empty()) return error;
-    auto const opening = lockOpening();
+    // Nobody opens the clip while its file is incomplete.
+    ClipNameTurn const turn(description->file_name);
     if (isClipOpen(description->file_name)) return "Can't create on top of file which is already open";
     if (clip == nullptr) return "Invalid clip handle";
     if (KString error = createAndOpen(*description, clip); !error.empty()) return error;

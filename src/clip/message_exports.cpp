@@ -14,7 +14,7 @@ namespace {
 
 // The file behind a handle of any kind; empty for an unknown handle.
 KString fileBehind(std::uint32_t handle) {
-    if (auto const clip = findClip(handle)) return clip->file_name;
+    if (auto const clip = findClip(handle)) return *clip->file_name;
     if (auto const found = findTrack(handle)) return found.track->units().name();
     return nameOfCreation(handle);
 }

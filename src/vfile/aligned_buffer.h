@@ -1,4 +1,4 @@
-// A zeroed block of memory for direct host I/O, aligned to DIRECT_ALIGNMENT.
+// A block of memory for direct host I/O, aligned to DIRECT_ALIGNMENT: zeroed, or a copy.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +14,11 @@ namespace KelvonClip {
 class AlignedBuffer {
   public:
     explicit AlignedBuffer(std::size_t size_bytes) : memory(allocate(size_bytes)), length(size_bytes) { clear(); }
-    AlignedBuffer(AlignedBuffer const& other) : memory(allocate(other.length)), length(other.length) {
-        std::memcpy(data(), other.data(), length);
+    explicit AlignedBuffer(std::span<std::byte const> content)
+        : memory(allocate(content.size())), length(content.size()) {
+        std::memcpy(data(), content.data(), length);
     }
+    AlignedBuffer(AlignedBuffer const& other) : AlignedBuffer(std::span(other.data(), other.length)) {}
     AlignedBuffer(AlignedBuffer&&) noexcept = default;
     AlignedBuffer& operator=(AlignedBuffer&&) noexcept = default;
 

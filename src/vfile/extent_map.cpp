@@ -42,31 +42,69 @@ ExtentMap::Run ExtentMap::Run::part(std::uint64_t from, std::uint64_t how_many) 
     return {first.start, first.length, first.host, how_many, start_distance, host_distance};
 }
 
+bool ExtentMap::RecentRuns::append(Extent const& extent) {
+    for (std::size_t tried = 0; tried < COUNT; ++tried) {
+        std::size_t const index = (turn + tried) % COUNT;
+        RecentRun& recent = runs[index];
+        if (recent.run == nullptr || extent.start != recent.next_start || extent.host != recent.next_host) continue;
+        if (extent.length != recent.run->length || extent.start >= recent.limit ||
+            extent.length > recent.limit - extent.start)
+            return false;
+        Run& run = *recent.run;
+        ++run.count;
+        if (fits(extent.start, run.start_distance))
+            recent = {&run, extent.start + run.start_distance, extent.host + run.host_distance, recent.limit};
+        else
+            recent = {};
+        turn = index + 1;
+        return true;
+    }
+    return false;
+}
+
+void ExtentMap::RecentRuns::add(Run& run, std::uint64_t limit) {
+    Extent const end = run.last();
+    if (!fits(end.start, run.start_distance)) return;  // nothing can continue it
+    auto const known = std::ranges::find(runs, &run, &RecentRun::run);
+    RecentRun& recent = known != runs.end() ? *known : runs[oldest++ % COUNT];
+    recent = {&run, end.start + run.start_distance, end.host + run.host_distance, limit};
+}
+
 bool ExtentMap::insert(Extent const& extent) {
     if (extent.length == 0 || !fits(extent.start, extent.length) || !fits(extent.host, extent.length)) return false;
-    if (auto const next = atOrAfter(extent.start))
-        if (next->start <= extent.start || next->start - extent.start < extent.length) return false;
+    if (!recent_runs.append(extent) && !insertAnywhere(extent)) return false;
+    ++extents;
+    return true;
+}
 
+bool ExtentMap::insertAnywhere(Extent const& extent) {
     auto [page, index] = spotOf(extent.start);
+    auto const next = atOrAfter({page, index}, extent.start);
+    if (next && (next->start <= extent.start || next->start - extent.start < extent.length)) return false;
+
     Page& runs = page->second;
+    if (index > 0 && runs[index - 1].last().start < extent.start && runs[index - 1].append(extent)) {
+        recent_runs.add(runs[index - 1], next ? next->start : MAX_OFFSET);
+        return true;
+    }
     Run const single{extent.start, extent.length, extent.host, 1, 0, 0};
-    if (index == 0) {
-        runs.insert(runs.begin(), single);
-    } else if (Run& previous = runs[index - 1]; previous.last().start < extent.start) {
-        if (!previous.append(extent)) runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), single);
+    recent_runs.forget();
+    if (index == 0 || runs[index - 1].last().start < extent.start) {
+        runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), single);
     } else {
         // In a gap of the previous run: split that run.
+        Run& previous = runs[index - 1];
         std::uint64_t const kept = previous.indexOf(extent.start) + 1;
         Run const both[] = {single, previous.part(kept, previous.count - kept)};
         runs.insert(runs.begin() + static_cast<std::ptrdiff_t>(index), both, both + 2);
         runs[index - 1].count = kept;
     }
-    ++extents;
     splitIfFull(page, index);
     return true;
 }
 
 bool ExtentMap::extend(std::uint64_t start, std::uint64_t by) {
+    recent_runs.forget();
     auto const extent = beginningAt(start);
     if (!extent || !fits(start + extent->length, by) || !fits(extent->host + extent->length, by)) return false;
     if (by == 0) return true;
@@ -97,7 +135,10 @@ bool ExtentMap::extend(std::uint64_t start, std::uint64_t by) {
 }
 
 std::optional<Extent> ExtentMap::atOrAfter(std::uint64_t position) const {
-    ConstSpot const spot = spotOf(position);
+    return atOrAfter(spotOf(position), position);
+}
+
+std::optional<Extent> ExtentMap::atOrAfter(ConstSpot spot, std::uint64_t position) const {
     if (spot.before > 0) {
         Run const& run = spot.page->second[spot.before - 1];
         std::uint64_t const index = run.indexOf(position);
@@ -105,8 +146,8 @@ std::optional<Extent> ExtentMap::atOrAfter(std::uint64_t position) const {
         if (position - extent.start < extent.length) return extent;
         if (index + 1 < run.count) return run.at(index + 1);
     }
-    auto const next = runAfter(spot);
-    return next ? std::optional(next->at(0)) : std::nullopt;
+    Run const* const next = runAfter(spot);
+    return next != nullptr ? std::optional(next->at(0)) : std::nullopt;
 }
 
 std::optional<Extent> ExtentMap::beginningAt(std::uint64_t start) const {
@@ -139,9 +180,15 @@ std::uint64_t ExtentMap::memoryBytes() const {
 }
 
 std::size_t ExtentMap::runsUpTo(Page const& page, std::uint64_t position) {
-    auto const after = std::upper_bound(page.begin(), page.end(), position,
-                                        [](std::uint64_t at, Run const& run) { return at < run.start; });
-    return static_cast<std::size_t>(after - page.begin());
+    if (page.empty() || position < page.front().start) return 0;
+    // A search that the compiler makes without branches, which nobody could predict.
+    Run const* first = page.data();
+    for (std::size_t count = page.size(); count > 1;) {
+        std::size_t const half = count / 2;
+        first = first[half].start <= position ? first + half : first;
+        count -= half;
+    }
+    return static_cast<std::size_t>(first - page.data()) + 1;
 }
 
 ExtentMap::Spot ExtentMap::spotOf(std::uint64_t position) {
@@ -154,10 +201,10 @@ ExtentMap::ConstSpot ExtentMap::spotOf(std::uint64_t position) const {
     return {page, runsUpTo(page->second, position)};
 }
 
-std::optional<ExtentMap::Run> ExtentMap::runAfter(ConstSpot spot) const {
-    if (spot.before < spot.page->second.size()) return spot.page->second[spot.before];
-    if (++spot.page == pages.end()) return std::nullopt;
-    return spot.page->second.front();
+ExtentMap::Run const* ExtentMap::runAfter(ConstSpot spot) const {
+    if (spot.before < spot.page->second.size()) return &spot.page->second[spot.before];
+    if (++spot.page == pages.end()) return nullptr;
+    return &spot.page->second.front();
 }
 
 // Splits a full page in halves. If runs were appended, moves only the last one, so that insertions in rising order fill

@@ -13,10 +13,12 @@
 // Threads: not synchronised; the owner locks.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace KelvonClip {
@@ -76,13 +78,45 @@ class ExtentMap {
         Pages::const_iterator page;
         std::size_t before;
     };
+    // The runs that were appended to last, one for each track of a recording: the next extent mostly continues one.
+    // Pointers into the pages; forgotten whenever runs move.
+    struct RecentRun {
+        Run* run = nullptr;
+        std::uint64_t next_start = 0, next_host = 0;  // of the extent that would continue it
+        std::uint64_t limit = 0;                      // where the next run starts
+    };
+    class RecentRuns {
+      public:
+        RecentRuns() = default;
+        RecentRuns(RecentRuns const&) {}  // a copy has pages of its own
+        RecentRuns(RecentRuns&& other) noexcept : runs(std::exchange(other.runs, {})) {}
+        RecentRuns& operator=(RecentRuns other) noexcept {
+            runs = other.runs;
+            return *this;
+        }
+
+        // Appends the extent to the run that it continues, if there is one.
+        bool append(Extent const& extent);
+        void add(Run& run, std::uint64_t limit);
+        void forget() { runs = {}; }
+
+      private:
+        static constexpr std::size_t COUNT = 8;
+        std::array<RecentRun, COUNT> runs{};
+        std::size_t turn = 0;    // where the next extent is expected
+        std::size_t oldest = 0;  // is replaced next
+    };
+
+    bool insertAnywhere(Extent const& extent);
     static std::size_t runsUpTo(Page const& page, std::uint64_t position);
     Spot spotOf(std::uint64_t position);
     ConstSpot spotOf(std::uint64_t position) const;
-    std::optional<Run> runAfter(ConstSpot spot) const;
+    std::optional<Extent> atOrAfter(ConstSpot spot, std::uint64_t position) const;
+    Run const* runAfter(ConstSpot spot) const;
     void splitIfFull(Pages::iterator page, std::size_t last_inserted);
 
     Pages pages{{0, {}}};
+    RecentRuns recent_runs;
     std::uint64_t extents = 0;
 };
 

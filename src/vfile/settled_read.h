@@ -14,6 +14,7 @@ namespace KelvonClip {
 // Empty on success; the host's error; "Read failed" if the bytes never settle.
 inline KString readSettled(VFileObject& host, std::uint64_t position, AlignedBuffer& bytes) {
     constexpr int TRIES = 100;
+    host.dropReadAhead();
     auto const length = static_cast<std::uint32_t>(bytes.size());
     if (KString error = host.readSync(position, length, bytes.data()); !error.empty()) return error;
     AlignedBuffer again(bytes.size());

@@ -22,24 +22,24 @@ namespace {
 constexpr std::uint64_t GREATEST = std::numeric_limits<std::uint64_t>::max();
 constexpr char const* FULL = "Sparse file is full";
 
-bool hasMagic(BlockBufStruct const& block, Magic const& magic) {
-    return std::memcmp(block.bytes.data(), magic.data(), magic.size()) == 0;
+bool hasMagic(std::byte const* block, Magic const& magic) {
+    return std::memcmp(block, magic.data(), magic.size()) == 0;
 }
 void setMagic(BlockBufStruct& block, Magic const& magic) {
     std::memcpy(block.bytes.data(), magic.data(), magic.size());
 }
 
-KString readBlock(VFileObject& host, BlockBufStruct& block) {
-    return host.readSync(block.host_position, BLOCK_SIZE, block.bytes.data());
+ExtentRecord recordIn(std::byte const* block, std::uint32_t index) {
+    return ExtentRecord::decode(
+        std::span<std::byte const, ExtentRecord::SIZE>(block + recordAt(index), ExtentRecord::SIZE));
 }
 
 // True if a replay that reaches this position ends there.
 bool endsReplay(VFileObject& host, std::uint64_t host_position) {
     std::uint64_t const host_length = host.length();
     if (host_length != 0 && host_position >= host_length) return true;
-    BlockBufStruct block;
-    block.host_position = host_position;
-    return readBlock(host, block).empty() && !hasMagic(block, map_block::MAGIC);
+    AlignedBuffer block(BLOCK_SIZE);
+    return host.readSync(host_position, BLOCK_SIZE, block.data()).empty() && !hasMagic(block.data(), map_block::MAGIC);
 }
 
 // Overwrites a map block that may be left from an older file, before the log refers to its position. This also
@@ -51,12 +51,6 @@ KString wipeBlock(VFileObject& host, std::uint64_t host_position) {
     if (error.empty() && older_block) error = host.flush();
     return error;
 }
-
-constexpr std::size_t recordAt(std::uint32_t index) { return map_block::RECORDS_AT + index * ExtentRecord::SIZE; }
-constexpr std::size_t runEntryAt(std::uint32_t run) {
-    return super_block::RUN_TABLE_AT + run * super_block::RUN_ENTRY_SIZE;
-}
-constexpr std::uint64_t runBytes(std::uint32_t run) { return std::uint64_t{runSize(run)} * BLOCK_SIZE; }
 
 }  // namespace
 
@@ -77,17 +71,13 @@ BlockBufStruct DataStruct::emptyMapBlock(std::uint64_t host_position) {
     return block;
 }
 
-std::uint64_t DataStruct::fileLength() const { return loadBE64(superblock->bytes.data() + super_block::LENGTH_AT); }
-
 std::uint64_t DataStruct::runEntry(std::uint32_t run) const {
     return loadBE64(superblock->bytes.data() + runEntryAt(run));
 }
 void DataStruct::setRunEntry(std::uint32_t run, std::uint64_t sector) {
     storeBE64(superblock->bytes.data() + runEntryAt(run), sector);
 }
-ExtentRecord DataStruct::record(std::uint32_t index) const {
-    return ExtentRecord::decode(std::as_const(current->bytes).field<ExtentRecord::SIZE>(recordAt(index)));
-}
+ExtentRecord DataStruct::record(std::uint32_t index) const { return recordIn(current->bytes.data(), index); }
 void DataStruct::setRecord(std::uint32_t index, ExtentRecord const& record) {
     record.encode(current->bytes.field<ExtentRecord::SIZE>(recordAt(index)));
     current->dirty = true;
@@ -95,26 +85,33 @@ void DataStruct::setRecord(std::uint32_t index, ExtentRecord const& record) {
 
 // --- Replay ---
 
-KString DataStruct::replay(VFileObject& host) {
-    if (KString error = readBlock(host, *superblock); !error.empty()) return error;
-    if (!hasMagic(*superblock, super_block::MAGIC)) return u"Bad superblock";
+KString DataStruct::replay(VFileObject& host, bool read_only) {
+    MapBlocksAhead blocks(host);
+    if (KString error = blocks.readSuperblock(); !error.empty()) return error;
+    if (!hasMagic(blocks.superblock(), super_block::MAGIC)) return u"Bad superblock";
+    file_length = loadBE64(blocks.superblock() + super_block::LENGTH_AT);
+    if (!read_only) keepSuperblock(blocks.superblock());
     next_free = BLOCK_SIZE;
     std::uint64_t const host_end = host.length();
     old_host_end = host_end != 0 ? host_end : GREATEST;  // 0: the host cannot tell
-    while (replayBlock(host)) {
+    while (replayBlock(host, blocks)) {
     }
     if (budget_exceeded) return SPARSE_MAP_UNREADABLE;
-    forgetUnreachedRuns();
+    if (!read_only) forgetUnreachedRuns();
     unreplayed_bytes = host_end > next_free ? host_end - next_free : 0;
     return {};
 }
 
-// The position of the next map block, if the log can go on there.
-std::optional<std::uint64_t> DataStruct::nextPosition() const {
+void DataStruct::keepSuperblock(std::byte const* bytes) {
+    superblock = std::make_shared<BlockBufStruct>(bytes);
+    file_length = loadBE64(bytes + super_block::LENGTH_AT);
+}
+
+std::optional<std::uint64_t> DataStruct::nextPosition(std::byte const* newest_superblock) const {
     // KEEP: host positions are compared with the logical length, here and for the records.
     if (block_count >= MAX_REPLAYED_BLOCKS) return std::nullopt;
     BlockPlace const place = placeOf(block_count);
-    auto const run_start = sectorsToBytes(runEntry(place.run));
+    auto const run_start = sectorsToBytes(loadBE64(newest_superblock + runEntryAt(place.run)));
     if (!run_start || *run_start == 0) return std::nullopt;
     if (!rangeWithin(*run_start, runBytes(place.run), GREATEST)) return std::nullopt;
     std::uint64_t const position = *run_start + std::uint64_t{place.index} * BLOCK_SIZE;
@@ -124,41 +121,49 @@ std::optional<std::uint64_t> DataStruct::nextPosition() const {
 }
 
 // Replays the next map block and its records; false where the log ends.
-bool DataStruct::replayBlock(VFileObject& host) {
-    auto const position = nextPosition();
+bool DataStruct::replayBlock(VFileObject& host, MapBlocksAhead& blocks) {
+    auto const position = nextPosition(blocks.superblock());
     if (!position) return false;
-    auto block = std::make_shared<BlockBufStruct>();
-    block->host_position = *position;
-    if (!readBlock(host, *block).empty()) {
+    std::byte const* const block = blocks.block(block_count, *position);
+    if (block == nullptr) {
         unreadable = isInsideHost(host, *position, BLOCK_SIZE);
         return false;
     }
-    if (!hasMagic(*block, map_block::MAGIC)) return false;
+    if (!hasMagic(block, map_block::MAGIC)) return false;
     budget_exceeded = !host.takeMapBlock();
     if (budget_exceeded) return false;
     ++budgeted_blocks;
-    return begin(std::move(block));
+    return begin(block, *position);
 }
 
-// Makes a block the current one and replays its records; false if the log ends in it.
-bool DataStruct::begin(std::shared_ptr<BlockBufStruct> block) {
+// Makes a block the last one and replays its records; false if the log ends in it.
+bool DataStruct::begin(std::byte const* block, std::uint64_t position) {
     // A new run counts only now: if its first block is missing, the run can be started again at the same position.
     if (BlockPlace const place = placeOf(block_count); place.index == 0) next_free += runBytes(place.run);
-    current = std::move(block);
+    last_block_at = position;
+    last_block_data = next_free;
     ++block_count;
     record_count = 0;
-    bool const goes_on = replayRecords();
+    bool const goes_on = replayRecords(block);
+    if (superblock) keepCurrent(block);
+    return goes_on;
+}
+
+// Keeps the last block, for the records that will be added to it.
+void DataStruct::keepCurrent(std::byte const* block) {
+    if (!current) current = std::make_shared<BlockBufStruct>();
+    current->host_position = last_block_at;
+    std::memcpy(current->bytes.data(), block, BLOCK_SIZE);
     // Data after the replayed records must not become valid when new records are added.
     std::span const unused(current->bytes.data() + recordAt(record_count), current->bytes.data() + BLOCK_SIZE);
     stale_tail = !isZero(unused);
     if (stale_tail) std::memset(unused.data(), 0, unused.size());
     frozen_records = record_count;
-    return goes_on;
 }
 
-bool DataStruct::replayRecords() {
+bool DataStruct::replayRecords(std::byte const* block) {
     for (; record_count < map_block::MAX_RECORDS; ++record_count) {
-        ExtentRecord const next = record(record_count);
+        ExtentRecord const next = recordIn(block, record_count);
         if (next.length == 0) return true;
         if (!replayRecord(next)) return false;
     }
@@ -176,27 +181,31 @@ bool DataStruct::replayRecord(ExtentRecord const& record) {
 // --- Following a writer ---
 
 std::optional<std::uint64_t> DataStruct::currentPosition() const {
-    if (!current) return std::nullopt;
-    return current->host_position;
+    if (block_count == 0) return std::nullopt;
+    return last_block_at;
 }
 
 bool DataStruct::takeMoreRecords(AlignedBuffer const& block) {
-    if (std::memcmp(block.data(), current->bytes.data(), recordAt(record_count)) != 0) return false;
-    std::memcpy(current->bytes.data(), block.data(), BLOCK_SIZE);
-    replayRecords();
+    if (!hasMagic(block.data(), map_block::MAGIC) || !holdsReplayedRecords(block.data())) return false;
+    replayRecords(block.data());
     return true;
 }
 
-void DataStruct::takeRuns(AlignedBuffer const& newer_superblock) {
-    std::memcpy(superblock->bytes.data(), newer_superblock.data(), BLOCK_SIZE);
+// The records that were replayed are in the map, one extent each.
+bool DataStruct::holdsReplayedRecords(std::byte const* block) const {
+    std::uint64_t host_position = last_block_data;
+    for (std::uint32_t index = 0; index < record_count; ++index) {
+        ExtentRecord const expected = recordIn(block, index);
+        auto const start = sectorsToBytes(expected.start), length = sectorsToBytes(expected.length);
+        if (!start || !length || filemap.beginningAt(*start) != Extent{*start, *length, host_position}) return false;
+        host_position += *length;
+    }
+    return true;
 }
 
 bool DataStruct::takeBlock(AlignedBuffer const& block, std::uint64_t position) {
-    if (std::memcmp(block.data(), map_block::MAGIC.data(), map_block::MAGIC.size()) != 0) return false;
-    auto next = std::make_shared<BlockBufStruct>();
-    std::memcpy(next->bytes.data(), block.data(), BLOCK_SIZE);
-    next->host_position = position;
-    begin(std::move(next));
+    if (!hasMagic(block.data(), map_block::MAGIC)) return false;
+    begin(block.data(), position);
     ++budgeted_blocks;
     return true;
 }
@@ -204,11 +213,10 @@ bool DataStruct::takeBlock(AlignedBuffer const& block, std::uint64_t position) {
 // Removes the runs after the replayed ones: they would be found again once the log has grown up to them.
 void DataStruct::forgetUnreachedRuns() {
     BlockPlace const next = placeOf(block_count);
-    for (std::uint32_t run = next.index == 0 ? next.run : next.run + 1; run < super_block::MAX_RUNS; ++run) {
-        if (runEntry(run) == 0) continue;
-        setRunEntry(run, 0);
-        stale_runs = true;
-    }
+    std::uint32_t const first = next.index == 0 ? next.run : next.run + 1;
+    std::span const unreached(superblock->bytes.data() + runEntryAt(first), superblock->bytes.data() + BLOCK_SIZE);
+    stale_runs = !isZero(unreached);
+    if (stale_runs) std::memset(unreached.data(), 0, unreached.size());
 }
 
 // --- Allocation ---

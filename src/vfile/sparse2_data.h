@@ -23,12 +23,14 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <thread>
 #include <vector>
 
 #include "foundation/kmutexlock.h"
 #include "vfile/aligned_buffer.h"
 #include "vfile/extent_map.h"
+#include "vfile/map_blocks_ahead.h"
 #include "vfile/sparse2_format.h"
 #include "vfile/unlanded_ranges.h"
 #include "vfile/vfileobject.h"
@@ -37,9 +39,12 @@ namespace KelvonClip {
 
 // The superblock or a map block.
 struct BlockBufStruct {
-    AlignedBuffer bytes{sparse2::BLOCK_SIZE};
+    AlignedBuffer bytes;
     bool dirty = false;  // differs from the host's copy
     std::uint64_t host_position = 0;
+
+    BlockBufStruct() : bytes(sparse2::BLOCK_SIZE) {}  // zeros
+    explicit BlockBufStruct(std::byte const* content) : bytes(std::span(content, sparse2::BLOCK_SIZE)) {}
 };
 
 // The result of mapping a piece of a logical range: an error text, or its position in the host and its length.
@@ -51,9 +56,10 @@ struct HostRange {
 struct DataStruct {
     std::uint64_t next_free = 0;    // end of the log in the host
     std::uint32_t block_count = 0;  // map blocks in use
-    std::shared_ptr<BlockBufStruct> superblock = std::make_shared<BlockBufStruct>();
+    // Of a file that is open for writing. A reader needs neither of them after the replay.
+    std::shared_ptr<BlockBufStruct> superblock;
     std::shared_ptr<BlockBufStruct> current;  // the last map block, which receives new records; null when there is none
-    std::uint32_t record_count = 0;           // in the current block
+    std::uint32_t record_count = 0;           // in the last map block
     std::uint64_t budgeted_blocks = 0;        // taken from the host file's budget; to be given back
     std::uint64_t unreplayed_bytes = 0;       // of the host, behind the log that the replay found
     ExtentMap filemap;
@@ -61,7 +67,9 @@ struct DataStruct {
 
     // Reads the superblock and replays the log. Empty on success, even if damage ends the map early; otherwise the
     // host's error, "Bad superblock", or "Sparse map is unreadable" if the host file's budget is exceeded.
-    KString replay(VFileObject& host);
+    KString replay(VFileObject& host, bool read_only);
+    // Part of it: the superblock of a file that is open for writing.
+    void keepSuperblock(std::byte const* bytes);
 
     // Following the log of a file that is open read-only while another process writes it. Each of these takes one block
     // that was read from the disk, and changes only this object.
@@ -71,10 +79,9 @@ struct DataStruct {
     // Takes the records that were added to the last block. False if it does not continue what was replayed: then the
     // log must be replayed anew.
     bool takeMoreRecords(AlignedBuffer const& block);
-    bool currentIsFull() const { return !current || record_count == sparse2::map_block::MAX_RECORDS; }
-    // The next block, whose run a newer superblock may name.
-    void takeRuns(AlignedBuffer const& newer_superblock);
-    std::optional<std::uint64_t> nextPosition() const;
+    bool currentIsFull() const { return block_count == 0 || record_count == sparse2::map_block::MAX_RECORDS; }
+    // Where the next block is, if the log can go on there.
+    std::optional<std::uint64_t> nextPosition(std::byte const* newest_superblock) const;
     // False if it is not a block of this log (yet).
     bool takeBlock(AlignedBuffer const& block, std::uint64_t position);
 
@@ -83,7 +90,7 @@ struct DataStruct {
     bool isKnown() const { return !unreadable; }
 
     // Length of the sparse file, from the superblock.
-    std::uint64_t fileLength() const;
+    std::uint64_t fileLength() const { return file_length; }
 
     // Where [position, position + length) is stored; allocates space if it is not stored yet. The result may cover only
     // the beginning of the range. A result of length 0: the request does not fit the map.
@@ -136,19 +143,24 @@ struct DataStruct {
         std::shared_ptr<BlockBufStruct> full;  // null before the very first block
         std::uint64_t next_block_at;
     };
-    std::vector<Unsaved> unsaved;      // oldest first
-    std::thread::id saver;             // the thread in whose stack saveFullBlocks is active
-    bool stale_runs = false;           // the run table on disk names runs that the replay did not reach
-    bool budget_exceeded = false;      // by the replay
-    bool unreadable = false;           // the replay ended at a block that could not be read
-    bool stale_tail = false;           // the current block on disk has data after the replayed records
-    std::uint32_t frozen_records = 0;  // of the current block
-    bool follower_wiped = false;       // of the current block
-    std::uint64_t old_host_end = 0;    // when the file was opened; before it, the host may hold bytes of another file
+    std::uint64_t file_length = 0;
+    std::uint64_t last_block_at = 0;    // host position of the last map block
+    std::uint64_t last_block_data = 0;  // host position of what its first record stores
+    std::vector<Unsaved> unsaved;       // oldest first
+    std::thread::id saver;              // the thread in whose stack saveFullBlocks is active
+    bool stale_runs = false;            // the run table on disk names runs that the replay did not reach
+    bool budget_exceeded = false;       // by the replay
+    bool unreadable = false;            // the replay ended at a block that could not be read
+    bool stale_tail = false;            // the current block on disk has data after the replayed records
+    std::uint32_t frozen_records = 0;   // of the current block
+    bool follower_wiped = false;        // of the current block
+    std::uint64_t old_host_end = 0;     // when the file was opened; before it, the host may hold bytes of another file
 
-    bool replayBlock(VFileObject& host);
-    bool begin(std::shared_ptr<BlockBufStruct> block);
-    bool replayRecords();
+    bool replayBlock(VFileObject& host, MapBlocksAhead& blocks);
+    bool begin(std::byte const* block, std::uint64_t position);
+    void keepCurrent(std::byte const* block);
+    bool replayRecords(std::byte const* block);
+    bool holdsReplayedRecords(std::byte const* block) const;
     bool replayRecord(ExtentRecord const& record);
     void forgetUnreachedRuns();
 

@@ -42,6 +42,14 @@ constexpr std::uint32_t runSize(std::uint32_t run) {
     return run < RUN_SIZES.size() ? RUN_SIZES[run] : RUN_SIZES.back();
 }
 
+constexpr std::uint64_t runBytes(std::uint32_t run) { return std::uint64_t{runSize(run)} * BLOCK_SIZE; }
+
+// The offsets of a run's entry in the superblock, and of a record in a map block.
+constexpr std::size_t runEntryAt(std::uint32_t run) {
+    return super_block::RUN_TABLE_AT + run * super_block::RUN_ENTRY_SIZE;
+}
+constexpr std::size_t recordAt(std::uint32_t index) { return map_block::RECORDS_AT + index * ExtentRecord::SIZE; }
+
 // The run of a map block, and its index in the run.
 struct BlockPlace {
     std::uint32_t run, index;

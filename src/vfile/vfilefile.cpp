@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
 
 #include "foundation/kassert.h"
+#include "platform/host.h"
 #include "platform/recycled_memory.h"
 #include "vfile/sparse2_format.h"
 
@@ -105,9 +107,49 @@ void VFileFile::read(std::uint64_t position, std::uint32_t length, void* buffer,
 
 void VFileFile::readPartial(std::uint64_t position, std::uint32_t length, void* buffer, std::uint32_t* actual,
                             std::shared_ptr<CIO::CIOObject> done) {
+    if (ReadAhead const* const ahead = readAheadOfThisThread(); ahead != nullptr && ahead->covers(position, length)) {
+        std::memcpy(buffer, ahead->bytes.data() + (position - ahead->position), length);
+        if (actual != nullptr) *actual = length;
+        return;
+    }
     auto self = std::static_pointer_cast<VFileFile>(shared_from_this());
     Request::submit(std::make_unique<Request>(std::move(self), std::move(done), length, actual, false),
                     [&](Request& request) { return handle->startRead(position, length, buffer, request); });
+}
+
+VFileFile::ReadAhead::ReadAhead(VFileObject& file, std::uint64_t from)
+    : reader(dynamic_cast<VFileFile*>(&file)), position(from) {
+    if (reader == nullptr || !reader->read_only) return;
+    std::uint64_t const end = reader->length() / platform::DIRECT_ALIGNMENT * platform::DIRECT_ALIGNMENT;
+    if (end <= position) return;
+    auto const wanted = static_cast<std::uint32_t>(std::min<std::uint64_t>(end - position, bytes.size()));
+    if (!reader->readSync(position, wanted, bytes.data()).empty()) return;
+    // Another thread that reads ahead in the same file at this moment is left alone.
+    std::thread::id nobody;
+    if (!reader->reading_ahead.compare_exchange_strong(nobody, std::this_thread::get_id())) return;
+    reader->read_ahead = this;
+    reader->forks_before_read_ahead = platform::forkCount();
+    length = wanted;
+}
+
+VFileFile::ReadAhead::~ReadAhead() {
+    if (length == 0) return;
+    reader->read_ahead = nullptr;
+    reader->reading_ahead = std::thread::id();
+}
+
+bool VFileFile::ReadAhead::covers(std::uint64_t first, std::uint32_t count) const {
+    return first >= position && rangeWithin(first - position, count, length);
+}
+
+VFileFile::ReadAhead const* VFileFile::readAheadOfThisThread() const {
+    if (reading_ahead != std::this_thread::get_id()) return nullptr;
+    // In a forked child, a new thread may have the number of one that was reading ahead in the parent.
+    return forks_before_read_ahead == platform::forkCount() ? read_ahead : nullptr;
+}
+
+void VFileFile::dropReadAhead() {
+    if (reading_ahead == std::this_thread::get_id()) read_ahead = nullptr;
 }
 
 // Two writers would destroy each other's maps, so only the opener that writes first may write.

@@ -12,9 +12,11 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 #include "foundation/kstring.h"
 #include "platform/host_file.h"
+#include "platform/scratch_memory.h"
 #include "vfile/shared_files.h"
 #include "vfile/vfileobject.h"
 
@@ -59,6 +61,27 @@ class VFileFile : public VFileObject {
     // Extends the file to its reserved length, and flushes.
     KString close() override;
 
+    // Reads a range in one request. While the object lives, what the calling thread reads inside the range comes from
+    // memory. Only for files that are open read-only: of others, and where the host refuses, nothing is read.
+    class ReadAhead {
+      public:
+        // `file` may be of any kind.
+        ReadAhead(VFileObject& file, std::uint64_t position);
+        ~ReadAhead();
+        ReadAhead(ReadAhead const&) = delete;
+        ReadAhead& operator=(ReadAhead const&) = delete;
+
+      private:
+        friend class VFileFile;
+        bool covers(std::uint64_t first, std::uint32_t count) const;
+
+        VFileFile* const reader;  // null: nothing was read
+        std::uint64_t const position;
+        std::uint32_t length = 0;
+        platform::ScratchMemory const bytes{platform::ScratchMemory::Size::small};
+    };
+    void dropReadAhead() override;
+
     // Like read. But if `actual` is not null, a read that reaches the end of the file is not an error, and the number
     // of bytes read is stored in *actual. Nothing is stored if the read fails.
     virtual void readPartial(std::uint64_t position, std::uint32_t length, void* buffer, std::uint32_t* actual,
@@ -70,6 +93,7 @@ class VFileFile : public VFileObject {
     struct Request;
 
     KString ownWriting();
+    ReadAhead const* readAheadOfThisThread() const;
 
     static MadeFile<VFileObject> openHost(KString const& name, platform::FileAccess access);
     static Opened<VFileFile> checked(Opened<VFileObject> opened, bool read_only);
@@ -83,6 +107,10 @@ class VFileFile : public VFileObject {
     std::atomic<bool> unflushed{false}, flush_failed{false};
     bool const read_only;
     KMutexLock const write_back_lock;
+    // Only the thread that has set the first one uses the others.
+    std::atomic<std::thread::id> reading_ahead{};
+    ReadAhead* read_ahead = nullptr;
+    std::uint32_t forks_before_read_ahead = 0;
 };
 
 // The open host files, by the name given by the opener.

@@ -38,9 +38,11 @@ void coverLength(VFileObject& host, std::uint64_t length) {
 
 }  // namespace
 
-VFileGrow::VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes)
-    : VFileHosted(std::move(host_file)), length_bytes(lengthIn(header_bytes)), header_block(std::move(header_bytes)),
-      length_to_promise(length_bytes), length_found(length_bytes) {}
+VFileGrow::VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes, bool read_only)
+    : VFileHosted(std::move(host_file)), length_bytes(lengthIn(header_bytes)), length_to_promise(length_bytes),
+      length_found(length_bytes) {
+    if (!read_only) header_block = std::move(header_bytes);
+}
 
 Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool read_only) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileGrow> {
@@ -49,7 +51,7 @@ Opened<VFileGrow> VFileGrow::open(std::shared_ptr<VFileObject> host, bool read_o
             return {std::move(error), nullptr};
         if (KString error = checkMagic(block); !error.empty()) return {std::move(error), nullptr};
         if (read_only) coverLength(*host, lengthIn(block));
-        return {{}, std::unique_ptr<VFileGrow>(new VFileGrow(host, std::move(block)))};
+        return {{}, std::unique_ptr<VFileGrow>(new VFileGrow(host, std::move(block), read_only))};
     });
 }
 
@@ -70,10 +72,10 @@ KString VFileGrow::writeBack(WriteBackStep step, Durability durability) {
 }
 
 KString VFileGrow::writeHeader() {
-    if (lengthIn(header_block) == length_to_promise && !header_unsure) return {};
-    storeBE64(header_block.data() + grow::LENGTH_AT, length_to_promise);
+    if (!header_block || (lengthIn(*header_block) == length_to_promise && !header_unsure)) return {};
+    storeBE64(header_block->data() + grow::LENGTH_AT, length_to_promise);
     header_unsure = true;
-    KString error = host->writeSync(0, HEADER_SIZE, header_block.data());
+    KString error = host->writeSync(0, HEADER_SIZE, header_block->data());
     header_unsure = !error.empty();
     return error;
 }

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "vfile/aligned_buffer.h"
@@ -49,7 +50,7 @@ class VFileGrow : public VFileHosted {
     KString close() override { return lastWriteBack(); }
 
   private:
-    VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes);
+    VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes, bool read_only);
 
     class TurnToExtend;
 
@@ -62,7 +63,7 @@ class VFileGrow : public VFileHosted {
     std::atomic<std::thread::id> extending_thread{};
 
     // Guarded by the write-back lock.
-    AlignedBuffer header_block;       // as last written, successfully or not
+    std::optional<AlignedBuffer> header_block;  // as last written, successfully or not; none of a read-only file
     bool header_unsure = false;       // the last write failed, so the header on disk may be the old or the new one
     std::uint64_t length_to_promise;  // the length that the current write-back writes
     std::uint64_t length_found;       // the length that the current refresh has read

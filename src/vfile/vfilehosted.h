@@ -28,6 +28,7 @@ class VFileHosted : public VFileObject {
     void releaseAllocation() override { host->releaseAllocation(); }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override { return host->writeBack(step, durability); }
+    void dropReadAhead() override { host->dropReadAhead(); }
     KString refresh(RefreshStep step) override { return host->refresh(step); }
     bool isContainer() const override { return host->isContainer(); }
     std::uint64_t unreplayedBytes() override { return host->unreplayedBytes(); }

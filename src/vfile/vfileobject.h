@@ -183,6 +183,9 @@ class VFileObject : public std::enable_shared_from_this<VFileObject> {
     // of the durable attempt.
     KString lastWriteBack();
 
+    // Forgets what was read ahead of this thread's reads (VFileFile::ReadAhead): the next ones read from the disk.
+    virtual void dropReadAhead() {}
+
     // One step of following a writer in another process (see refreshAll). Empty on success.
     virtual KString refresh(RefreshStep /*step*/) { return {}; }
 

@@ -62,7 +62,7 @@ VFileSparse2::~VFileSparse2() { host->giveMapBlocks(data.hold().value.budgeted_b
 Opened<VFileSparse2> VFileSparse2::open(std::shared_ptr<VFileObject> host, bool read_only) {
     return Registry::ofProcess().open(host.get(), host, [&]() -> MadeFile<VFileSparse2> {
         DataStruct log;
-        if (KString error = log.replay(*host); !error.empty()) {
+        if (KString error = log.replay(*host, read_only); !error.empty()) {
             host->giveMapBlocks(log.budgeted_blocks);
             return {std::move(error), nullptr};
         }
@@ -160,8 +160,7 @@ KString VFileSparse2::followWriter() {
     }
     while (data.hold().value.currentIsFull()) {
         if (KString error = readSettled(*host, 0, block); !error.empty()) return error;
-        data.hold().value.takeRuns(block);
-        auto const position = data.hold().value.nextPosition();
+        auto const position = data.hold().value.nextPosition(block.data());
         if (!position || !rangeWithin(*position, sparse2::BLOCK_SIZE, host->length())) return {};
         if (KString error = readSettled(*host, *position, block); !error.empty()) return error;
         if (!host->takeMapBlock()) return SPARSE_MAP_UNREADABLE;
@@ -178,7 +177,7 @@ KString VFileSparse2::followWriter() {
 KString VFileSparse2::replayAnew() {
     host->giveMapBlocks(std::exchange(data.hold().value.budgeted_blocks, 0));
     DataStruct log;
-    KString error = log.replay(*host);
+    KString error = log.replay(*host, true);
     if (error.empty() && log.fileLength() != length_bytes) error = u"Bad superblock";
     if (error.empty() && !log.isKnown()) error = SPARSE_MAP_UNREADABLE;
     if (!error.empty()) {

@@ -374,6 +374,26 @@ TEST_F(ClipDirectoryTest, LookUpsDoNotWaitForTrackOpening) {
     query.join();
 }
 
+TEST_F(ClipDirectoryTest, ASlowClipDelaysOnlyItsOwnOpeners) {
+    auto const gated = std::make_shared<GatedFile>(clipWithTracks(1));
+    gated->holdBack();
+    unsigned slow = 0, second = 0, quick = 0;
+    std::thread opener([&] { EXPECT_EQ(openClip("slow", true, &slow, gated), KString()); });
+    gated->awaitReader();
+    std::thread sharer([&] { EXPECT_EQ(openClip("slow", false, &second, gated), KString()); });
+    ASSERT_EQ(open("quick", &quick, clipWithTracks(1)), KString());
+    EXPECT_EQ(closeClip(quick), KString());
+    EXPECT_FALSE(isClipOpen("slow"));
+    gated->open();
+    opener.join();
+    sharer.join();
+    EXPECT_EQ(slow, second) << "the second opener waited, and shares the clip in the first one's mode";
+    EXPECT_EQ(findClip(slow)->open_count, 2u);
+    closeClip(slow);
+    closeClip(slow);
+    EXPECT_FALSE(isClipOpen("slow"));
+}
+
 TEST_F(ClipDirectoryTest, ReopeningWhileTheFormerEntryGoesSeesAllThatWasRecorded) {
     auto const file = clipWithGrowTrack();
     for (std::uint32_t round = 0; round < 20; ++round) {

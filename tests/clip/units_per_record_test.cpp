@@ -116,7 +116,7 @@ TEST(UnitsPerRecord, ASimulatedDayOfTheLargestClipIsRecordedToItsEnd) {
     ASSERT_EQ(VFileSparse2::create(disk, layout.sparse_length * 2), KString());
     auto const host = std::make_shared<ForgetfulFile>(disk, 131072);
     DataStruct log;
-    ASSERT_EQ(log.replay(*host), KString());
+    ASSERT_EQ(log.replay(*host, false), KString());
     for (auto const& track : layout.tracks)
         ASSERT_EQ(log.mapRange(*host, track.start, 4096).length, 4096u);  // the grow header
     for (std::uint32_t unit = 0; unit < A_DAY_AT_60; unit += together)

@@ -198,6 +198,46 @@ TEST(ExtentMap, IrregularExtentsTakeModestMemory) {
 }
 
 // Small ranges make collisions, gaps inside runs and merging common; many operations fill and split pages.
+TEST(ExtentMap, ACopyAndItsOriginalGoOnApart) {
+    ExtentMap original;
+    for (std::uint64_t i = 0; i < 4; ++i)
+        ASSERT_TRUE(original.insert({i * 10, 10, i * 100}));
+    ExtentMap copy = original;
+    ASSERT_TRUE(copy.insert({40, 10, 400}));
+    ASSERT_TRUE(original.insert({40, 5, 400}));
+    EXPECT_EQ(copy.beginningAt(40)->length, 10u);
+    EXPECT_EQ(original.beginningAt(40)->length, 5u);
+    ExtentMap moved = std::move(copy);
+    ASSERT_TRUE(moved.insert({50, 10, 500}));
+    EXPECT_EQ(moved.count(), 6u);
+    original = moved;
+    ASSERT_TRUE(original.insert({60, 10, 600}));
+    EXPECT_FALSE(moved.beginningAt(60).has_value());
+}
+
+TEST(ExtentMap, ARunEndsAtTheExtentAfterIt) {
+    ExtentMap map;
+    ASSERT_TRUE(map.insert({35, 5, 1000}));
+    for (std::uint64_t i = 0; i < 3; ++i)
+        ASSERT_TRUE(map.insert({i * 10, 10, i * 100}));
+    EXPECT_FALSE(map.insert({30, 10, 300})) << "it would continue the run, and overlap";
+    EXPECT_FALSE(map.insert({30, 10, 300}));
+    EXPECT_TRUE(map.insert({30, 5, 300}));
+    EXPECT_EQ(map.contiguousFrom(0), 40u);
+}
+
+TEST(ExtentMap, ARunThatReachesTheLastPositionIsNotContinuedAtTheFirst) {
+    ExtentMap map;
+    std::uint64_t const half = std::uint64_t{1} << 63;
+    ASSERT_TRUE(map.insert({half / 2, 1, 0}));
+    ASSERT_TRUE(map.insert({half, 1, 10}));
+    ASSERT_TRUE(map.insert({half + half / 2, 1, 20}));
+    ASSERT_TRUE(map.insert({0, 1, 30}));
+    EXPECT_EQ(map.atOrAfter(0)->host, 30u);
+    EXPECT_EQ(map.atOrAfter(1)->start, half / 2);
+    EXPECT_EQ(map.count(), 4u);
+}
+
 TEST(ExtentMap, AgreesWithAPlainMapOnRandomOperations) {
     for (std::uint64_t seed = 1; seed <= 30; ++seed) {
         std::mt19937_64 random(seed);

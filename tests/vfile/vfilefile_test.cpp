@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <ios>
 #include <limits>
 #include <memory>
 #include <string>
@@ -53,6 +55,42 @@ TEST_P(VFileFileTest, KnowsTheNameItWasGiven) {
     auto const opened = VFileFile::create(clip());
     ASSERT_NE(opened.file, nullptr);
     EXPECT_EQ(opened.file->name(), clip());
+}
+
+TEST_P(VFileFileTest, WhatWasReadAheadIsUsedByThisThreadAndUntilItIsDropped) {
+    makeFile(path(), 4 * BLOCK);
+    auto const reader = VFileFile::open(clip(), true).file;
+    ASSERT_NE(reader, nullptr);
+    Buffer const before(4 * BLOCK), after(4 * BLOCK, 1);
+    auto const reads = [&](Buffer const& expected, std::uint32_t position, std::uint32_t length) {
+        Buffer read(4 * BLOCK, 2);
+        EXPECT_EQ(reader->readSync(position, length, read.memory), KString());
+        return std::memcmp(read.memory, expected.memory + position, length) == 0;
+    };
+    {
+        VFileFile::ReadAhead const ahead(*reader, BLOCK);
+        std::ofstream(path(), std::ios::binary)
+            .write(reinterpret_cast<char const*>(after.memory), static_cast<std::streamsize>(4 * BLOCK));
+        EXPECT_TRUE(reads(before, BLOCK, BLOCK));
+        EXPECT_TRUE(reads(before, 4 * BLOCK - 512, 512));
+        EXPECT_TRUE(reads(after, 0, BLOCK)) << "before what was read";
+        EXPECT_TRUE(reads(after, 0, 2 * BLOCK)) << "not all of it was read";
+        std::thread([&] { EXPECT_TRUE(reads(after, BLOCK, BLOCK)) << "another thread"; }).join();
+        reader->dropReadAhead();
+        EXPECT_TRUE(reads(after, BLOCK, BLOCK));
+    }
+    EXPECT_TRUE(reads(after, BLOCK, BLOCK));
+}
+
+TEST_P(VFileFileTest, NothingIsReadAheadOfAFileThatIsOpenForWriting) {
+    makeFile(path(), 4 * BLOCK);
+    auto const file = VFileFile::open(clip(), false).file;
+    VFileFile::ReadAhead const ahead(*file, 0);
+    Buffer const written(BLOCK, 1);
+    EXPECT_EQ(file->writeSync(BLOCK, BLOCK, written.memory), KString());
+    Buffer read(BLOCK, 2);
+    EXPECT_EQ(file->readSync(BLOCK, BLOCK, read.memory), KString());
+    EXPECT_EQ(read, written);
 }
 
 TEST_P(VFileFileTest, OpeningAMissingFileGivesTheHostsText) {

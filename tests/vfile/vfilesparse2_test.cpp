@@ -713,6 +713,80 @@ TEST_F(VFileSparse2Test, AMapBlockThatCannotBeReadIsNotRecordedOver) {
     EXPECT_EQ(write(TIB / 2, 512), KString());
 }
 
+// Of a map that is read ahead of its replay, in pieces of several blocks.
+struct LongMap : VFileSparse2Test {
+    static constexpr std::uint64_t BLOCKS = 24, RECORDED = BLOCKS * RECORDS;
+
+    void SetUp() override {
+        createAndOpen(TIB);
+        for (std::uint64_t i = 0; i + 1 < RECORDED; ++i)
+            file->allocate(i * 1024, 512);
+        ASSERT_EQ(write((RECORDED - 1) * 1024, 512), KString());
+        file.reset();
+        host->take();
+    }
+    bool isStored(std::uint64_t record) { return file->allocatedFrom(record * 1024) == 512; }
+};
+
+TEST_F(LongMap, IsReadInPiecesAndWhole) {
+    for (bool read_only : {true, false}) {
+        open(read_only);
+        std::size_t reads = 0;
+        for (Entry const& entry : host->take())
+            reads += entry.operation == TraceFile::read_request;
+        EXPECT_LT(reads, BLOCKS);
+        for (std::uint64_t i = 0; i < RECORDED; i += RECORDS / 3)
+            ASSERT_TRUE(isStored(i)) << i;
+        EXPECT_TRUE(isStored(RECORDED - 1));
+        EXPECT_FALSE(isStored(RECORDED));
+        file.reset();
+        host->take();
+    }
+}
+
+// A piece that cannot be read is read again block by block: only a block that cannot be read itself ends the map.
+TEST_F(LongMap, EveryReadMayFail) {
+    for (std::uint64_t n = 1;; ++n) {
+        faulty->failFrom(n, FaultyFile::once, FaultyFile::reads_only);
+        auto opened = VFileSparse2::open(host, false);
+        if (!faulty->struck()) break;
+        if (n == 1) {
+            EXPECT_EQ(opened.error, KString(FaultyFile::READ_FAULT)) << "the superblock";
+            continue;
+        }
+        faulty->heal();
+        file = std::move(opened.file);
+        ASSERT_NE(file, nullptr) << n;
+        bool const whole = isStored(RECORDED - 1);
+        EXPECT_EQ(whole, n > 5) << n;
+        EXPECT_EQ(write(TIB / 2, 512), KString(whole ? "" : "Sparse map is unreadable")) << n;
+        if (whole) return;  // the map has changed
+        file.reset();
+    }
+}
+
+TEST_F(LongMap, EveryReadFromOneOnMayFail) {
+    auto const before = image().extents;
+    for (std::uint64_t n = 2; n < 8; ++n) {
+        faulty->failFrom(n, FaultyFile::from_there_on, FaultyFile::reads_only);
+        open();
+        ASSERT_TRUE(faulty->struck());
+        faulty->heal();
+        EXPECT_FALSE(isStored(RECORDED - 1)) << n;
+        EXPECT_EQ(write(TIB / 2, 512), KString("Sparse map is unreadable")) << n;
+        file.reset();
+        EXPECT_EQ(image().extents, before) << n;
+    }
+}
+
+TEST_F(LongMap, ARunTableThatNamesOtherPlacesIsNotBelieved) {
+    // Run 3 begins somewhere else: the blocks of runs 0 to 2 are taken, and what was read ahead is not.
+    putRun(3, 1024);
+    open(true);
+    EXPECT_TRUE(isStored(9 * RECORDS - 1));
+    EXPECT_FALSE(isStored(9 * RECORDS));
+}
+
 TEST(Sparse2Format, BlocksAreNumberedThroughTheRuns) {
     using sparse2::BlockPlace;
     using sparse2::placeOf;
@@ -728,7 +802,7 @@ TEST(Sparse2Format, BlocksAreNumberedThroughTheRuns) {
 TEST(Sparse2Data, WhenAsManyBlocksAreUsedAsAReplayTakesInTheFileIsFull) {
     auto const host = std::make_shared<MemoryFile>();
     DataStruct log;
-    *log.superblock = DataStruct::emptySuperblock(GREATEST);
+    log.keepSuperblock(DataStruct::emptySuperblock(GREATEST).bytes.data());
     log.next_free = TIB;
     log.block_count = 8188;
     log.current = std::make_shared<BlockBufStruct>(DataStruct::emptyMapBlock(TIB - BLOCK));
@@ -744,7 +818,7 @@ TEST(Sparse2Data, WhenAsManyBlocksAreUsedAsAReplayTakesInTheFileIsFull) {
 TEST(Sparse2Data, ALogThatReaches64BitsIsFull) {
     auto const host = std::make_shared<MemoryFile>();
     DataStruct log;
-    *log.superblock = DataStruct::emptySuperblock(GREATEST);
+    log.keepSuperblock(DataStruct::emptySuperblock(GREATEST).bytes.data());
     log.next_free = GREATEST - 1000;
     log.block_count = 1;
     log.current = std::make_shared<BlockBufStruct>(DataStruct::emptyMapBlock(BLOCK));
@@ -757,7 +831,7 @@ TEST(Sparse2Data, ALogThatReaches64BitsIsFull) {
 TEST(Sparse2Data, ARecordWithoutAMapEntryIsReportedAndNotExtended) {
     auto const host = std::make_shared<MemoryFile>();
     DataStruct log;
-    *log.superblock = DataStruct::emptySuperblock(GIB);
+    log.keepSuperblock(DataStruct::emptySuperblock(GIB).bytes.data());
     log.next_free = LOG_BEGIN;
     log.block_count = 1;
     log.current = std::make_shared<BlockBufStruct>(DataStruct::emptyMapBlock(BLOCK));

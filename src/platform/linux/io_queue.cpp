@@ -162,9 +162,9 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     return progress;
 }
 
-// The usual case: one unit, then the next. A blocking call is as fast as the ring, whose creation takes as long as many
-// reads. A write that makes the file grow blocks in any case, so the kernel would run it on a worker thread, which costs
-// two context switches.
+// The usual case: one unit, then the next. A blocking call is as fast as the ring, whose creation takes as long as
+// many reads. A write that makes the file grow blocks in any case, so the kernel would run it on a worker thread, which
+// costs two context switches.
 bool IoQueue::isLone() const { return pending == 1 && !queued.empty(); }
 
 void IoQueue::runNextBlocking(TransferList& transfers) {
