@@ -1,5 +1,5 @@
 // Reading and writing units through the exported interface, compared with raw O_DIRECT transfers of the same size on
-// the same file system in the same run. Works in the current folder.
+// the same file system in the same run. A frame is recorded unit by unit, and in one call. Works in the current folder.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <kelvonclip/kelvonclip.h>
@@ -101,13 +101,18 @@ void overwriting(benchmark::State& state) {
     count(state);
 }
 
-void readingLibrary(benchmark::State& state) {
+enum class Memory { any, of_the_library };
+
+void readingLibrary(benchmark::State& state, Memory memory) {
     Buffer const buffer;
     Clip const clip;
     clip.write(buffer);
+    void* const own = unit_buffer_alloc(clip.track, 1, nullptr);
+    void* const to = memory == Memory::any ? buffer.bytes : own;
     for (auto _ : state)
         for (unsigned unit = 0; unit < UNITS; ++unit)
-            if (track_read(clip.track, unit, buffer.bytes) != nullptr) state.SkipWithError("read failed");
+            if (track_read(clip.track, unit, to) != nullptr) state.SkipWithError("read failed");
+    unit_buffer_free(own);
     count(state);
 }
 
@@ -123,11 +128,113 @@ void readingRaw(benchmark::State& state) {
     count(state);
 }
 
+// A fresh clip whose frames have one unit of video, two of audio and two of timecode, in memory of the library.
+struct FrameClip {
+    FrameClip() {
+        std::filesystem::remove(CLIP);
+        unsigned creation = 0;
+        create_begin(CLIP, toVideoStandard(L"1080i 50Hz"), &creation);
+        cfg_track_count_video(creation, 1);
+        cfg_video_avci(creation);
+        cfg_track_count_audio(creation, 1);
+        cfg_audio_hemlock(creation, 16);
+        cfg_track_timecode(creation);
+        create_finish(creation, &handle);
+        for (unsigned index = 0; index < TRACKS; ++index) {
+            unsigned const track = clip_get_track(handle, index);
+            UnitRun& run = runs[index];
+            run = {track, 0, index == 0 ? 1u : 2u, 0, track_unit_size(track), nullptr};
+            run.buffer = unit_buffer_alloc(track, run.count, &run.stride);
+            frame_bytes += std::size_t{run.count} * run.stride;
+        }
+    }
+    ~FrameClip() {
+        clip_close(handle);
+        for (UnitRun const& run : runs)
+            unit_buffer_free(run.buffer);
+        std::filesystem::remove(CLIP);
+    }
+    FrameClip(FrameClip const&) = delete;
+    FrameClip& operator=(FrameClip const&) = delete;
+
+    bool writeFrame(bool together) const {
+        if (together) return clip_write_units(handle, runs, TRACKS, nullptr) == nullptr;
+        for (UnitRun const& run : runs)
+            for (unsigned i = 0; i < run.count; ++i) {
+                auto const* const unit = static_cast<std::byte const*>(run.buffer) + std::size_t{i} * run.stride;
+                if (track_write(run.track, run.first + i, unit, run.size) != nullptr) return false;
+            }
+        return true;
+    }
+    void nextFrame() {
+        for (UnitRun& run : runs)
+            run.first += run.count;
+    }
+
+    static constexpr unsigned TRACKS = 3;
+    unsigned handle = 0;
+    UnitRun runs[TRACKS] = {};
+    std::size_t frame_bytes = 0;
+};
+
+void recordingFrames(benchmark::State& state, bool together) {
+    std::size_t bytes = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto clip = std::make_unique<FrameClip>();
+        bytes = clip->frame_bytes;
+        state.ResumeTiming();
+        for (unsigned frame = 0; frame < UNITS; ++frame, clip->nextFrame())
+            if (!clip->writeFrame(together)) state.SkipWithError("write failed");
+        state.PauseTiming();
+        clip.reset();
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes * UNITS));
+}
+
+// One write of all bytes of a frame onto a growing file.
+void recordingFramesRaw(benchmark::State& state) {
+    std::size_t const bytes = FrameClip().frame_bytes;
+    platform::TransferMemory const frame = platform::allocateTransferMemory(bytes);
+    for (std::size_t i = 0; i < bytes; ++i)
+        frame[i] = static_cast<std::byte>(i * 31);
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto file = std::make_unique<RawFile>();
+        state.ResumeTiming();
+        for (unsigned n = 0; n < UNITS; ++n)
+            if (::pwrite(file->descriptor, frame.get(), bytes, static_cast<off_t>(bytes * n)) !=
+                static_cast<ssize_t>(bytes))
+                state.SkipWithError("write failed");
+        state.PauseTiming();
+        file.reset();
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes * UNITS));
+}
+
 }  // namespace
 
 BENCHMARK(recording<Clip>)->Name("unit_recording/library")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(recording<RawFile>)->Name("unit_recording/pwrite")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(overwriting<Clip>)->Name("unit_overwriting/library")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(overwriting<RawFile>)->Name("unit_overwriting/pwrite")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(readingLibrary)->Name("unit_reading/library")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(readingLibrary, any, Memory::any)
+    ->Name("unit_reading/library")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(readingLibrary, own, Memory::of_the_library)
+    ->Name("unit_reading/library_into_its_memory")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(readingRaw)->Name("unit_reading/pread")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(recordingFrames, units, false)
+    ->Name("frame_recording/library_unit_by_unit")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(recordingFrames, together, true)
+    ->Name("frame_recording/library_in_one_call")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(recordingFramesRaw)->Name("frame_recording/pwrite")->Unit(benchmark::kMillisecond)->UseRealTime();

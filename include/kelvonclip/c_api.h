@@ -59,6 +59,16 @@ typedef struct kclip_format {
     uint32_t creatable;        ///< 1: create_finish can make tracks of it
 } kclip_format;
 
+/// Consecutive units of a track and where they are in memory, as UnitRun of units.h.
+typedef struct kclip_unit_run {
+    uint32_t track;   ///< whose units they are
+    uint32_t first;   ///< number of the first one
+    uint32_t count;   ///< of units
+    uint32_t stride;  ///< bytes from one unit to the next
+    uint32_t size;    ///< bytes of each unit to write
+    void* buffer;     ///< the first unit
+} kclip_unit_run;
+
 /// Numbers of enumerations. Standards, frequencies and rasters are best named by their texts:
 /// kclip_standard_from_text("1080i 50Hz").
 enum {
@@ -188,6 +198,18 @@ KELVONCLIP_API char const* kclip_track_get_timecode(uint32_t track, uint32_t uni
                                                     bool* drop_frame);
 KELVONCLIP_API char const* kclip_track_set_timecode(uint32_t track, uint32_t unit, uint32_t timecode, bool drop_frame);
 KELVONCLIP_API bool kclip_track_valid_timecode(uint32_t track, uint32_t unit);
+/// @}
+
+/// @{
+/// Several units in one call, and memory for units: see units.h.
+KELVONCLIP_API void* kclip_unit_buffer_alloc(uint32_t track, uint32_t count, uint32_t* stride);
+KELVONCLIP_API void kclip_unit_buffer_free(void* buffer);
+KELVONCLIP_API char const* kclip_track_read_units(uint32_t track, uint32_t first, uint32_t count, void* buffer,
+                                                  uint32_t stride);
+KELVONCLIP_API char const* kclip_clip_read_units(uint32_t clip, kclip_unit_run const* runs, uint32_t count,
+                                                 uint32_t* done);
+KELVONCLIP_API char const* kclip_clip_write_units(uint32_t clip, kclip_unit_run const* runs, uint32_t count,
+                                                  uint32_t* done);
 /// @}
 
 /// @{

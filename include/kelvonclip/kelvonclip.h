@@ -51,6 +51,7 @@
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
 #include <kelvonclip/track_format.h>
+#include <kelvonclip/units.h>
 #include <kelvonclip/version.h>
 
 /// @namespace KelvonClip

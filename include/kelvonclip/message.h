@@ -33,6 +33,7 @@ enum class MessageKind : std::uint32_t {
     key_too_large = 112,           ///< "Key size too big"
     invalid_meta_name = 113,       ///< "Invalid meta name"
     text_cannot_be_set = 114,      ///< "The text can't be set"
+    stride_too_small = 115,        ///< "Stride is too small"
 
     unknown_clip = 201,         ///< "invalid clip handle"
     unknown_handle = 202,       ///< "Bad Handle"

@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "c_api/utf8_stash.h"
 #include "foundation/exported.h"
@@ -90,6 +92,21 @@ std::uint32_t fill(char* buffer, std::uint32_t size, Get&& get) noexcept {
         return copyUtf8(fromWide(wide.c_str()), buffer, size);
     });
 }
+
+// A caller's runs as the C++ functions take them; null stays null. Throws std::bad_alloc.
+class UnitRuns {
+  public:
+    UnitRuns(kclip_unit_run const* runs, std::uint32_t count) {
+        if (runs == nullptr) return;
+        converted.reserve(count);
+        for (kclip_unit_run const& run : std::span(runs, count))
+            converted.push_back({run.track, run.first, run.count, run.stride, run.size, run.buffer});
+    }
+    operator UnitRun const*() const { return converted.data(); }
+
+  private:
+    std::vector<UnitRun> converted;
+};
 
 template <class Enumeration>
 bool walk(std::uint32_t* value, bool (*step)(Enumeration&)) {
@@ -321,6 +338,19 @@ char const* kclip_track_set_timecode(uint32_t track, uint32_t unit, uint32_t tim
     return message([&] { return KelvonClip::track_set_timecode(track, unit, timecode, drop_frame); });
 }
 bool kclip_track_valid_timecode(uint32_t track, uint32_t unit) { return KelvonClip::track_valid_timecode(track, unit); }
+void* kclip_unit_buffer_alloc(uint32_t track, uint32_t count, uint32_t* stride) {
+    return KelvonClip::unit_buffer_alloc(track, count, stride);
+}
+void kclip_unit_buffer_free(void* buffer) { KelvonClip::unit_buffer_free(buffer); }
+char const* kclip_track_read_units(uint32_t track, uint32_t first, uint32_t count, void* buffer, uint32_t stride) {
+    return message([&] { return KelvonClip::track_read_units(track, first, count, buffer, stride); });
+}
+char const* kclip_clip_read_units(uint32_t clip, kclip_unit_run const* runs, uint32_t count, uint32_t* done) {
+    return message([&] { return KelvonClip::clip_read_units(clip, UnitRuns(runs, count), count, done); });
+}
+char const* kclip_clip_write_units(uint32_t clip, kclip_unit_run const* runs, uint32_t count, uint32_t* done) {
+    return message([&] { return KelvonClip::clip_write_units(clip, UnitRuns(runs, count), count, done); });
+}
 char const* kclip_format_name(uint32_t standard, uint32_t index) {
     return text(KelvonClip::format_name(VideoStandard{standard}, index));
 }

@@ -207,22 +207,6 @@ KString refresh(OpenFileEntry const& entry) {
     return refreshAll(files);
 }
 
-KString refuseWrites(OpenFileEntry const& entry) {
-    if (entry.read_only) return "Clip was opened in read-only mode";
-    // In a forked child locks that the parent's other threads held are never released.
-    return entry.handle.belongsToThisProcess() ? "" : "Write failed";
-}
-
-// Called after units were written. The next checkpoint tries again what this one could not write. clip_checkpoint
-// reports errors.
-void makeDueCheckpoint(OpenFileEntry& entry) {
-    auto const durability = entry.checkpoints.due();
-    if (!durability) return;
-    unreported([&] {
-        if (!writeBack(entry, *durability).empty()) writeBack(entry, Durability::process_end);
-    });
-}
-
 template <class Write>
 KString writeToTrack(std::uint32_t track_handle, Write&& write) {
     auto const found = findTrack(track_handle);
@@ -348,6 +332,22 @@ FoundTrack findTrack(std::uint32_t handle) {
     found.entry = ent;
     found.track = it2->second;
     return found;
+}
+
+KString refuseWrites(OpenFileEntry const& entry) {
+    if (entry.read_only) return "Clip was opened in read-only mode";
+    // In a forked child locks that the parent's other threads held are never released.
+    return entry.handle.belongsToThisProcess() ? "" : "Write failed";
+}
+
+// The next checkpoint tries again what this one could not write. clip_checkpoint
+// reports errors.
+void makeDueCheckpoint(OpenFileEntry& entry) {
+    auto const durability = entry.checkpoints.due();
+    if (!durability) return;
+    unreported([&] {
+        if (!writeBack(entry, *durability).empty()) writeBack(entry, Durability::process_end);
+    });
 }
 
 KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer) {

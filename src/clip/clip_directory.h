@@ -116,6 +116,11 @@ struct FoundTrack {
 };
 FoundTrack findTrack(std::uint32_t handle);
 
+// Why units of a clip cannot be written now; empty if they can.
+KString refuseWrites(OpenFileEntry const& entry);
+// Called after units were written: makes a checkpoint that is due.
+void makeDueCheckpoint(OpenFileEntry& entry);
+
 // Read or write one unit of a track and wait for it alertably. Empty on success. Errors: "Bad Handle" for an unknown
 // track; "Clip was opened in read-only mode" (writing only); otherwise the track's message.
 KString readTrackUnit(std::uint32_t track_handle, std::uint32_t unit, void* buffer);

@@ -1,11 +1,13 @@
 #include "clip/track.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <utility>
 
 #include "clip/clip.h"
+#include "clip/unit_memory.h"
 #include "foundation/kassert.h"
 #include "vfile/vfile_builder.h"
 
@@ -69,7 +71,7 @@ Track::Opened Track::open(Clip& parent, XmlNode track_meta) {
 Track::Track(Clip& owner, TrackFormat const& format, std::shared_ptr<VFileObject> units)
     : parent(owner), file(std::move(units)), track_format(format), stored_unit_size(format.stored_unit_size),
       trim_start(owner.settings().trim_start), trim_end(owner.settings().trim_end),
-      unit_buffer_pool(format.stored_unit_size) {}
+      unit_buffer_pool(format.stored_unit_size), run_buffer_pool(unitsPerRequest() * format.stored_unit_size) {}
 
 VideoStandard Track::videoStandard() const { return parent.videoStandard(); }
 VideoFrequency Track::videoFrequency() const { return parent.settings().frequency; }
@@ -111,8 +113,7 @@ void Track::readUnit(std::uint32_t unit, void* buffer, std::shared_ptr<CIO::CIOO
         return;
     }
     std::uint64_t const position = positionOf(unit, seen.head);
-    if (unitSize() == stored_unit_size && isAlignedForDirectIO(buffer))
-        return file->read(position, stored_unit_size, buffer, std::move(done));
+    if (goesDirect(buffer, 1, stored_unit_size)) return file->read(position, stored_unit_size, buffer, std::move(done));
 
     auto pooled = unit_buffer_pool.take();
     auto* const data = pooled->data();
@@ -126,7 +127,8 @@ void Track::writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size
     if (!kassert(buffer != nullptr, "track", __LINE__, "buf != 0")) return done->setError(NULL_BUFFER);
     if (!track_format.valid) return done->setError(INVALID_TRACK);
 
-    if (size == stored_unit_size && isAlignedForDirectIO(buffer)) return startWrite(unit, 1, buffer, std::move(done));
+    if (size == unitSize() && goesDirect(buffer, 1, stored_unit_size) && paddingIsZero(buffer, 1))
+        return startWrite(unit, 1, buffer, std::move(done));
 
     auto pooled = unit_buffer_pool.take();
     auto* const data = pooled->data();
@@ -147,16 +149,32 @@ void Track::startWrite(std::uint32_t first, std::uint32_t count, void const* buf
     file->write(position, bytes, buffer, std::move(done));
 }
 
-bool Track::liesAsStored(void const* buffer, std::uint32_t count, std::size_t stride) const {
-    return unitSize() == stored_unit_size && stride == stored_unit_size && isAlignedForDirectIO(buffer) &&
-           count <= UINT_LIMIT / stored_unit_size;
+// Whether units that lie in the buffer as in the file are transferred from there and to there. Where a unit has padding
+// in the file, the library's own unit memory has room for it.
+bool Track::goesDirect(void const* buffer, std::uint32_t count, std::size_t stride) const {
+    if (stride != stored_unit_size || !isAlignedForDirectIO(buffer)) return false;
+    return unitSize() == stored_unit_size || isUnitMemory(buffer, std::size_t{count} * stored_unit_size);
+}
+
+bool Track::paddingIsZero(void const* buffer, std::uint32_t count) const {
+    auto const* unit = static_cast<std::byte const*>(buffer);
+    for (std::uint32_t i = 0; i < count; ++i, unit += stored_unit_size)
+        if (std::any_of(unit + unitSize(), unit + stored_unit_size,
+                        [](std::byte byte) { return byte != std::byte{0}; }))
+            return false;
+    return true;
+}
+
+std::uint32_t Track::unitsPerRequest() const {
+    constexpr std::uint32_t BYTES = 1 << 20;
+    return track_format.valid ? std::max(1u, BYTES / stored_unit_size) : 1;
 }
 
 void Track::readUnits(std::uint32_t first, std::uint32_t count, void* buffer, std::size_t stride,
                       std::shared_ptr<CIO::CIOObject> const& done) {
     auto const [head, length] = window();
     bool const all_exist = first < length && count <= length - first;
-    if (all_exist && liesAsStored(buffer, count, stride))
+    if (all_exist && count <= UINT_LIMIT / stored_unit_size && goesDirect(buffer, count, stride))
         return file->read(positionOf(first, head), count * stored_unit_size, buffer, done);
     // A unit number above 32 bits is past the end of every track.
     for (std::uint32_t i = 0; i < count; ++i)
@@ -164,11 +182,29 @@ void Track::readUnits(std::uint32_t first, std::uint32_t count, void* buffer, st
 }
 
 void Track::writeUnits(std::uint32_t first, std::uint32_t count, void const* buffer, std::size_t stride,
-                       std::shared_ptr<CIO::CIOObject> const& done) {
+                       std::uint32_t size, std::shared_ptr<CIO::CIOObject> const& done) {
     if (count - 1 > UINT_LIMIT - first) return done->setError("Too many units");
-    if (track_format.valid && liesAsStored(buffer, count, stride)) return startWrite(first, count, buffer, done);
-    for (std::uint32_t i = 0; i < count; ++i)
-        writeUnit(first + i, static_cast<std::byte const*>(buffer) + i * stride, unitSize(), done);
+    auto const* from = static_cast<std::byte const*>(buffer);
+    if (count == 1) return writeUnit(first, from, size, done);
+    if (size > unitSize()) return done->setError("Buffer is too large");
+    if (!track_format.valid) return done->setError(INVALID_TRACK);
+    if (count <= UINT_LIMIT / stored_unit_size && size == unitSize() && goesDirect(from, count, stride) &&
+        paddingIsZero(from, count))
+        return startWrite(first, count, from, done);
+
+    while (count > 0) {
+        std::uint32_t const step = std::min(count, unitsPerRequest());
+        auto pooled = run_buffer_pool.take();
+        auto* to = pooled->data();
+        for (std::uint32_t i = 0; i < step; ++i, from += stride, to += stored_unit_size) {
+            std::memcpy(to, from, size);
+            std::memset(to + size, 0, stored_unit_size - size);
+        }
+        auto const* const units = pooled->data();
+        startWrite(first, step, units, CIO::makeCompletion<PooledTransfer>(std::move(pooled), nullptr, 0u, done));
+        first += step;
+        count -= step;
+    }
 }
 
 void Track::allocateTogether(std::uint32_t units) {
@@ -189,7 +225,7 @@ KString Track::readUnits(std::uint32_t first, std::uint32_t count, void* buffer,
 }
 
 KString Track::writeUnits(std::uint32_t first, std::uint32_t count, void const* buffer, std::size_t stride) {
-    return CIO::runSync([&](auto const& done) { writeUnits(first, count, buffer, stride, done); });
+    return CIO::runSync([&](auto const& done) { writeUnits(first, count, buffer, stride, unitSize(), done); });
 }
 
 }  // namespace KelvonClip

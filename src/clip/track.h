@@ -61,12 +61,14 @@ class Track {
     // Starts writing `size` bytes, unitSize() at most, followed by zeros up to the stored size.
     void writeUnit(std::uint32_t unit, void const* buffer, std::uint32_t size, std::shared_ptr<CIO::CIOObject> done);
 
-    // The same for `count` whole units, which begin `stride` bytes apart in the buffer. Units that lie there as they do
-    // in the file, in a buffer that can be transferred without a copy, are one request. `count` is not 0 for a write.
+    // The same for `count` units, which begin `stride` bytes apart in the buffer. Units that lie there as they do in
+    // the file, in a buffer that can be transferred without a copy, are one request. `count` is not 0 for a write.
     void readUnits(std::uint32_t first, std::uint32_t count, void* buffer, std::size_t stride,
                    std::shared_ptr<CIO::CIOObject> const& done);
     void writeUnits(std::uint32_t first, std::uint32_t count, void const* buffer, std::size_t stride,
-                    std::shared_ptr<CIO::CIOObject> const& done);
+                    std::uint32_t size, std::shared_ptr<CIO::CIOObject> const& done);
+    // The units that one request of these transfers at most; at least 1.
+    std::uint32_t unitsPerRequest() const;
 
     // The same, but wait (alertably) until the operation completes; empty on success.
     KString readUnit(std::uint32_t unit, void* buffer);
@@ -89,7 +91,8 @@ class Track {
     };
     Window window() const;
     std::uint64_t positionOf(std::uint32_t unit, std::uint32_t head) const;
-    bool liesAsStored(void const* buffer, std::uint32_t count, std::size_t stride) const;
+    bool goesDirect(void const* buffer, std::uint32_t count, std::size_t stride) const;
+    bool paddingIsZero(void const* buffer, std::uint32_t count) const;
     void startWrite(std::uint32_t first, std::uint32_t count, void const* buffer, std::shared_ptr<CIO::CIOObject> done);
 
     Clip& parent;
@@ -99,6 +102,7 @@ class Track {
     std::uint32_t stored_unit_size;
     std::uint32_t trim_start, trim_end;  // fields
     UnitBufferPool unit_buffer_pool;
+    UnitBufferPool run_buffer_pool;    // of unitsPerRequest() units
     std::uint32_t bytes_together = 0;  // allocated at a time; 0: each unit is allocated by its own write
     std::uint32_t written_length = 0;  // fields
 };

@@ -30,6 +30,7 @@ constexpr auto MESSAGES = std::to_array<Row>({
     {MessageKind::key_too_large, L"Key size too big"},
     {MessageKind::invalid_meta_name, L"Invalid meta name"},
     {MessageKind::text_cannot_be_set, L"The text can't be set"},
+    {MessageKind::stride_too_small, L"Stride is too small"},
     {MessageKind::unknown_clip, L"invalid clip handle"},
     {MessageKind::unknown_handle, L"Bad Handle"},
     {MessageKind::unknown_track, L"Error using track handle"},

@@ -90,8 +90,12 @@ class ExtentMap {
         RecentRuns() = default;
         RecentRuns(RecentRuns const&) {}  // a copy has pages of its own
         RecentRuns(RecentRuns&& other) noexcept : runs(std::exchange(other.runs, {})) {}
-        RecentRuns& operator=(RecentRuns other) noexcept {
-            runs = other.runs;
+        RecentRuns& operator=(RecentRuns const& /*other*/) {
+            forget();
+            return *this;
+        }
+        RecentRuns& operator=(RecentRuns&& other) noexcept {
+            runs = std::exchange(other.runs, {});
             return *this;
         }
 

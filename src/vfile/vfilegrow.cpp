@@ -99,27 +99,33 @@ void VFileGrow::read(std::uint64_t position, std::uint32_t length, void* buffer,
     host->read(position + DATA_AT, length, buffer, std::move(done));
 }
 
-// One turn. A completion that runs while the thread that has the turn waits may extend the file too.
-class VFileGrow::TurnToExtend {
+// The completion object of a write that extends the file: raises the length, ends the turn and passes the outcome on.
+class VFileGrow::Extending : public CIO::CIOObject {
   public:
-    explicit TurnToExtend(VFileGrow& grow_file)
-        : file(grow_file), nested(file.extending_thread == std::this_thread::get_id()) {
-        if (nested) return;
-        // At the end of a process the turn may belong to a thread that no longer exists.
-        file.turn.wait(1, platform::otherThreadsAreGone() ? 0 : KSemaphore::FOREVER);
-        file.extending_thread = std::this_thread::get_id();
+    Extending(std::shared_ptr<VFileGrow> grow_file, std::uint64_t end_of_write,
+              std::shared_ptr<CIO::CIOObject> caller_done)
+        : file(std::move(grow_file)), end(end_of_write), done(std::move(caller_done)) {}
+
+    void complete() override {
+        if (error() != nullptr)
+            handErrorTo(*done);
+        else if (started)
+            file->length_bytes = std::max(file->length_bytes.load(), end);
+        if (has_turn) file->turn.post();
+        done.reset();
+        file.reset();
     }
-    ~TurnToExtend() {
-        if (nested) return;
-        file.extending_thread = std::thread::id();
-        file.turn.post();
-    }
-    TurnToExtend(TurnToExtend const&) = delete;
-    TurnToExtend& operator=(TurnToExtend const&) = delete;
+
+    // At the end of a process the turn may belong to a thread that no longer exists.
+    void takeTurn() { has_turn = file->turn.wait(1, platform::otherThreadsAreGone() ? 0 : KSemaphore::FOREVER); }
+
+    bool started = false;
 
   private:
-    VFileGrow& file;
-    bool const nested;
+    std::shared_ptr<VFileGrow> file;
+    std::uint64_t end;
+    std::shared_ptr<CIO::CIOObject> done;
+    bool has_turn = false;
 };
 
 void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* buffer,
@@ -129,12 +135,28 @@ void VFileGrow::write(std::uint64_t position, std::uint32_t length, void const* 
     std::uint64_t const end = position + length;
     if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
 
-    TurnToExtend const alone(*this);
-    if (end <= length_bytes) return host->write(position + DATA_AT, length, buffer, std::move(done));
-    if (KString const error = host->writeSync(position + DATA_AT, length, buffer); !error.empty())
-        return done->setError(error);
-    // A completion routine that ran on this thread during the wait may have extended the file further.
-    length_bytes = std::max(length_bytes.load(), end);
+    auto self = std::static_pointer_cast<VFileGrow>(shared_from_this());
+    auto const extending = CIO::makeCompletion<Extending>(std::move(self), end, std::move(done));
+    // The start of a write may wait for the disk. A completion that runs meanwhile may extend the file too.
+    auto const here = std::this_thread::get_id();
+    bool const nested = starting_thread == here;
+    if (!nested) {
+        extending->takeTurn();
+        starting_thread = here;
+    }
+    auto const isStarted = [&] {
+        auto expected = here;  // if it is complete, another thread may have the turn
+        if (!nested) starting_thread.compare_exchange_strong(expected, std::thread::id());
+    };
+    extending->started = true;
+    try {
+        host->write(position + DATA_AT, length, buffer, extending);
+    } catch (...) {
+        extending->setOutOfMemory();  // it has not been written
+        isStarted();
+        throw;
+    }
+    isStarted();
 }
 
 std::uint64_t VFileGrow::allocatedFrom(std::uint64_t position) {

@@ -38,7 +38,7 @@ class VFileGrow : public VFileHosted {
     bool lengthIsKnown() override { return true; }
     void read(std::uint64_t position, std::uint32_t length, void* buffer,
               std::shared_ptr<CIO::CIOObject> done) override;
-    // A write that ends past the length extends the file and is complete when the call returns.
+    // A write that ends past the length extends the file when it is complete.
     void write(std::uint64_t position, std::uint32_t length, void const* buffer,
                std::shared_ptr<CIO::CIOObject> done) override;
     std::uint64_t allocatedFrom(std::uint64_t position) override;
@@ -52,15 +52,16 @@ class VFileGrow : public VFileHosted {
   private:
     VFileGrow(std::shared_ptr<VFileObject> host_file, AlignedBuffer header_bytes, bool read_only);
 
-    class TurnToExtend;
+    class Extending;
 
     KString writeHeader();
 
     std::atomic<std::uint64_t> length_bytes;  // never decreases
 
-    // Writes that extend the file take turns. A semaphore, because the wait for a turn is alertable.
+    // Writes that extend the file take turns, each from its start to its completion. A semaphore, because the wait for
+    // a turn is alertable: it completes a write of the same thread that has the turn.
     KSemaphore turn{1};
-    std::atomic<std::thread::id> extending_thread{};
+    std::atomic<std::thread::id> starting_thread{};  // inside the start of such a write
 
     // Guarded by the write-back lock.
     std::optional<AlignedBuffer> header_block;  // as last written, successfully or not; none of a read-only file

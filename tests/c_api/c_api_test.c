@@ -29,6 +29,37 @@ enum { AUDIO_UNIT = 8192, SAMPLES = 4800 };
 static char const NAME[] = "gr\xC3\xBC\xC3\x9F" "e \xE4\xB8\xAD.clip"; /* UTF-8 on both hosts */
 static char const TITLE[] = "Tagesschau \xF0\x9F\x8E\xAC & more";
 
+/* A frame in one call, and what was read back together. */
+static void write_together(uint32_t clip, uint32_t video, uint32_t timecode) {
+    uint32_t const size = kclip_track_unit_size(video), small = kclip_track_unit_size(timecode);
+    uint32_t stride = 0, small_stride = 0, done[2] = {0, 0};
+    unsigned char* const pictures = (unsigned char*)kclip_unit_buffer_alloc(video, 1, &stride);
+    unsigned char* const labels = (unsigned char*)kclip_unit_buffer_alloc(timecode, 2, &small_stride);
+    CHECK(pictures != NULL && labels != NULL && stride >= size && small_stride >= small);
+    memset(pictures, 42, size);
+    labels[small_stride] = 7;
+    kclip_unit_run const frame[] = {
+        {video, 0, 1, stride, size, pictures},
+        {timecode, 0, 2, small_stride, small, labels},
+    };
+    OK(kclip_clip_write_units(clip, frame, 2, done));
+    CHECK(done[0] == 1 && done[1] == 2);
+    SAYS(kclip_clip_write_units(clip, NULL, 1, NULL), "Invalid argument (null pointer)");
+    SAYS(kclip_clip_write_units(0, frame, 2, NULL), "invalid clip handle");
+
+    memset(pictures, 0, size);
+    memset(labels, 9, 2 * (size_t)small_stride);
+    done[0] = done[1] = 0;
+    OK(kclip_clip_read_units(clip, frame, 2, done));
+    CHECK(done[0] == 1 && done[1] == 2);
+    CHECK(pictures[size - 1] == 42 && labels[0] == 0 && labels[small_stride] == 7);
+    labels[small_stride] = 0;
+    OK(kclip_track_read_units(timecode, 0, 2, labels, small_stride));
+    CHECK(labels[small_stride] == 7);
+    kclip_unit_buffer_free(pictures);
+    kclip_unit_buffer_free(labels);
+}
+
 static void create(void) {
     uint32_t creation = 0, clip = 0;
     OK(kclip_create_begin(NAME, kclip_standard_from_text("1080i 59.94Hz"), &creation));
@@ -62,6 +93,7 @@ static void create(void) {
     OK(kclip_track_write(video, 0, unit, size));
     SAYS(kclip_track_write(video, 0, unit, size + 1), "Buffer is too large");
     free(unit);
+    write_together(clip, video, timecode);
     OK(kclip_track_set_timecode(timecode, 0, 223165, true));
 
     uint32_t writer = 0;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <new>
 #include <optional>
 #include <sstream>
@@ -27,6 +28,7 @@
 #include <kelvonclip/seq_write.h>
 #include <kelvonclip/track.h>
 #include <kelvonclip/track_format.h>
+#include <kelvonclip/units.h>
 #include <kelvonclip/version.h>
 
 #include "foundation/ksemaphore.h"
@@ -234,6 +236,44 @@ TEST_P(OutOfMemory, WhileWriting) {
         if (messages[0] == nullptr) acknowledged[AUDIO].at(appended) = byte;
         // After a failed write the contents of the unit are not specified.
         acknowledged[AUDIO][0] = messages[1] == nullptr ? std::optional(byte) : std::nullopt;
+        expectAcknowledged(clip);
+        clip_close(clip);
+        expectAllInTheFile();
+    });
+}
+
+TEST_P(OutOfMemory, WhileTransferringFrames) {
+    walk([&](AllocationWalk& failing) {
+        constexpr unsigned TOGETHER = 2;
+        unsigned clip = 0;
+        ASSERT_OK(clip_open_rw(name.c_str(), &clip));
+        auto const byte = static_cast<std::uint8_t>(failing.allocation());
+        UnitRun runs[TRACKS];
+        std::vector<std::unique_ptr<Unit>> memory;
+        for (auto track : {AUDIO, TIMECODE}) {
+            unsigned const handle = clip_get_track(clip, track), size = track_unit_size(handle);
+            memory.push_back(std::make_unique<Unit>(TOGETHER * size, byte, 1));
+            runs[track] = {handle, track_length_in_units(handle), TOGETHER, size, size, memory.back()->data()};
+        }
+        unsigned written[TRACKS] = {}, read[TRACKS] = {}, stride = 0;
+        wchar_t const* messages[3] = {};
+        void* buffer = nullptr;
+        run(failing, [&] {
+            messages[0] = clip_write_units(clip, runs, TRACKS, written);
+            messages[1] = clip_read_units(clip, runs, TRACKS, read);
+            buffer = unit_buffer_alloc(runs[AUDIO].track, TOGETHER, &stride);
+            if (buffer == nullptr) return;
+            messages[2] = track_read_units(runs[AUDIO].track, 0, TOGETHER, buffer, stride);
+        });
+        unit_buffer_free(buffer);
+        for (auto const* message : messages)
+            EXPECT_FINE(message);
+        for (auto track : {AUDIO, TIMECODE}) {
+            EXPECT_EQ(written[track], messages[0] == nullptr ? TOGETHER : 0u);
+            EXPECT_EQ(read[track], messages[1] == nullptr ? TOGETHER : 0u);
+            for (unsigned i = 0; i < written[track]; ++i)
+                acknowledged[track].at(runs[track].first + i) = byte;
+        }
         expectAcknowledged(clip);
         clip_close(clip);
         expectAllInTheFile();

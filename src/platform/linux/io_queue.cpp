@@ -119,7 +119,7 @@ void IoQueue::begin() {
 }
 
 void IoQueue::prepareToWait(Deadline const& deadline) {
-    if (ring_decided || queued.empty() || (isLone() && deadline.forever())) return;
+    if (ring_decided || queued.empty() || (isOneCall() && deadline.forever())) return;
     openRing();
 }
 
@@ -147,7 +147,7 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
             // A wait inside a completion: deliver the remaining results first.
         } else if (!queued_in_memory.empty()) {
             runNextBlocking(queued_in_memory);
-        } else if (ring != nullptr && !(isLone() && deadline.forever())) {
+        } else if (ring != nullptr && !(isOneCall() && deadline.forever())) {
             woken = ring->makeProgress(queued, finished, deadline);
         } else {
             runNextBlocking(queued);
@@ -162,15 +162,36 @@ IoQueue::Progress IoQueue::makeProgress(Deadline const& deadline) {
     return progress;
 }
 
-// The usual case: one unit, then the next. A blocking call is as fast as the ring, whose creation takes as long as
-// many reads. A write that makes the file grow blocks in any case, so the kernel would run it on a worker thread, which
-// costs two context switches.
-bool IoQueue::isLone() const { return pending == 1 && !queued.empty(); }
+// The usual case: one unit, then the next; or the units of a frame that is recorded, which lie side by side. A blocking
+// call is as fast as the ring, whose creation takes as long as many reads. A write that makes the file grow blocks in
+// any case, so the kernel would run it on a worker thread, which costs two context switches.
+bool IoQueue::isOneCall() const {
+    if (queued.empty()) return false;
+    if (pending == 1) return true;
+    std::uint32_t joined = 1;
+    for (Transfer const* at = &queued.front(); at->writing && at->next != nullptr && at->next->continues(*at);
+         at = at->next)
+        ++joined;
+    return joined == pending && joined <= MAX_JOINED;
+}
 
+// Runs the next transfer, and those behind it that continue it with the same call.
 void IoQueue::runNextBlocking(TransferList& transfers) {
-    Transfer& transfer = transfers.pop();
-    transfer.runBlocking();
-    finished.push(transfer);
+    Transfer* const first = &transfers.pop();
+    std::uint32_t count = 1;
+    for (Transfer* last = first; count < MAX_JOINED && !transfers.empty() && transfers.front().continues(*last);
+         ++count) {
+        last->next = &transfers.pop();
+        last = last->next;
+        last->next = nullptr;
+    }
+    if (count > 1) runJoined(*first, count);
+    for (Transfer* at = first; count > 0; --count) {
+        Transfer* const following = at->next;
+        at->runBlocking();  // what is left of it
+        finished.push(*at);
+        at = following;
+    }
 }
 
 bool IoQueue::runFinished() {

@@ -57,7 +57,7 @@ class IoQueue {
     void resetAfterFork();
     void openRing();
     void closeRing();
-    bool isLone() const;
+    bool isOneCall() const;
     void runNextBlocking(TransferList& transfers);
     bool runFinished();
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <type_traits>
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace KelvonClip::platform {
@@ -63,6 +64,26 @@ void Transfer::runBlocking() {
         ssize_t const result = writing ? ::pwrite(step.descriptor, step.memory, step.length, at)
                                        : ::pread(step.descriptor, step.memory, step.length, at);
         ended = advance(result < 0 ? -errno : result);
+    }
+}
+
+bool Transfer::continues(Transfer const& before) const {
+    return file == before.file && writing == before.writing && position == before.position + before.length &&
+           transferred == 0 && before.transferred == 0 && length > 0 && mayGoDirect() && before.mayGoDirect();
+}
+
+void runJoined(Transfer& first, std::uint32_t count) {
+    iovec pieces[MAX_JOINED];
+    Transfer* at = &first;
+    for (std::uint32_t i = 0; i < count; ++i, at = at->next)
+        pieces[i] = {at->memory, at->length};
+    auto const position = static_cast<off_t>(first.position);
+    auto const pieces_count = static_cast<int>(count);
+    ssize_t left = first.writing ? ::pwritev(first.file->direct, pieces, pieces_count, position)
+                                 : ::preadv(first.file->direct, pieces, pieces_count, position);
+    for (at = &first; left > 0; at = at->next) {
+        at->transferred = static_cast<std::uint32_t>(std::min<ssize_t>(left, at->length));
+        left -= at->transferred;
     }
 }
 

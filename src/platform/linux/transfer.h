@@ -54,12 +54,21 @@ struct Transfer {
     // Processes the result of a step: bytes transferred, or a negative errno. True when the transfer is done.
     bool advance(std::int64_t result);
 
-    // Runs the whole transfer with blocking calls.
+    // Runs the rest of the transfer with blocking calls.
     void runBlocking();
+
+    // True if this transfer and `before` can be one call: direct writes or reads of adjacent ranges of a file, of which
+    // nothing has been transferred.
+    bool continues(Transfer const& before) const;
 
   private:
     bool mayGoDirect() const;
 };
+
+constexpr std::uint32_t MAX_JOINED = 16;
+// Transfers `first` and those that continue it, `count` in all (MAX_JOINED at most) and linked by `next`, with one
+// blocking call. Whatever it does not transfer is left to runBlocking.
+void runJoined(Transfer& first, std::uint32_t count);
 
 // A first-in, first-out list, linked through `Transfer::next`; owns nothing.
 class TransferList {

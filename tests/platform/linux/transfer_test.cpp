@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace KelvonClip::platform {
 namespace {
@@ -103,6 +105,56 @@ TEST_F(TransferTest, EndOfTheFileIsAResultForAReadThatGotSomewhereAndAFailureOth
     write.nextStep();
     EXPECT_TRUE(write.advance(0));
     EXPECT_TRUE(write.failed);
+}
+
+TEST_F(TransferTest, OnlyDirectTransfersOfAdjacentRangesInOneDirectionContinue) {
+    Transfer const before = transfer(0, 4096, true);
+    EXPECT_TRUE(transfer(4096, 4096, true).continues(before));
+    EXPECT_FALSE(transfer(8192, 4096, true).continues(before)) << "a gap";
+    EXPECT_FALSE(transfer(4096, 4096, false).continues(before)) << "a read";
+    EXPECT_FALSE(transfer(4096, 100, true).continues(before)) << "buffered";
+    EXPECT_FALSE(transfer(4096, 0, true).continues(before)) << "nothing";
+    Transfer begun = transfer(4096, 4096, true);
+    begun.transferred = 512;
+    EXPECT_FALSE(begun.continues(before)) << "begun already";
+    Descriptors other_file;
+    other_file.direct = DIRECT + 1;
+    Transfer of_other = transfer(4096, 4096, true);
+    of_other.file = &other_file;
+    EXPECT_FALSE(of_other.continues(before));
+}
+
+// The file ends inside the second of three: the first is done, a part of the second, and nothing of the third.
+TEST_F(TransferTest, AJoinedCallThatStopsEarlyLeavesTheRestToEach) {
+    std::FILE* const scratch = std::tmpfile();
+    ASSERT_NE(scratch, nullptr);
+    file.direct = file.buffered = ::fileno(scratch);
+    Transfer all[] = {transfer(0, 4096, true), transfer(4096, 4096, true), transfer(8192, 4096, true)};
+    all[0].next = &all[1];
+    all[1].next = &all[2];
+    memory.fill(std::byte{0x42});
+    runJoined(all[0], 3);
+    for (Transfer const& each : all)
+        EXPECT_EQ(each.transferred, 4096u);
+
+    ASSERT_EQ(::ftruncate(file.direct, 6144), 0);
+    memory.fill(std::byte{0});
+    for (Transfer& each : all) {
+        each.writing = false;
+        each.transferred = 0;
+    }
+    runJoined(all[0], 3);
+    EXPECT_EQ(all[0].transferred, 4096u);
+    EXPECT_EQ(all[1].transferred, 2048u);
+    EXPECT_EQ(all[2].transferred, 0u);
+    EXPECT_EQ(memory[6143], std::byte{0x42});
+    EXPECT_EQ(memory[6144], std::byte{0});
+    for (Transfer& each : all)
+        each.runBlocking();
+    EXPECT_FALSE(all[0].failed);
+    EXPECT_FALSE(all[1].failed) << "a read that reaches the end succeeds";
+    EXPECT_TRUE(all[2].failed) << "one behind the end fails";
+    std::fclose(scratch);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 //     }
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <liburing.h>
@@ -30,6 +32,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace KelvonClip::test {
@@ -144,6 +147,8 @@ class Requests {
     static inline std::atomic<bool> hide_memory_files{false};
     // Reads and writes that rings have submitted.
     static inline std::atomic<std::uint64_t> transfers_of_rings{0};
+    // Calls that transfer several pieces.
+    static inline std::atomic<std::uint64_t> joined_transfers{0};
 
   private:
     static constexpr std::size_t SECTOR = 512;
@@ -226,6 +231,34 @@ extern "C" ssize_t __real_pwrite64(int file, void const* memory, std::size_t byt
 extern "C" ssize_t __wrap_pwrite64(int file, void const* memory, std::size_t bytes, off64_t position) {
     return KelvonClip::test::Requests::transfer(
         bytes, [&](std::size_t count) { return __real_pwrite64(file, memory, count, position); }, true);
+}
+
+// Adjacent transfers in one call; those that fit into the part are moved, and a part of the next.
+template <class Call>
+ssize_t transferPieces(iovec const* pieces, int count, bool needs_room, Call&& call) {
+    std::size_t bytes = 0;
+    for (int i = 0; i < count; ++i)
+        bytes += pieces[i].iov_len;
+    auto const move = [&](std::size_t left) {
+        std::vector<iovec> some;
+        for (int i = 0; i < count && left > 0; left -= some.back().iov_len, ++i)
+            some.push_back({pieces[i].iov_base, std::min(left, pieces[i].iov_len)});
+        ++KelvonClip::test::Requests::joined_transfers;
+        return call(some.data(), static_cast<int>(some.size()));
+    };
+    return KelvonClip::test::Requests::transfer(bytes, move, needs_room);
+}
+extern "C" ssize_t __real_preadv64(int file, iovec const* pieces, int count, off64_t position);
+extern "C" ssize_t __wrap_preadv64(int file, iovec const* pieces, int count, off64_t position) {
+    return transferPieces(pieces, count, false, [&](iovec const* some, int how_many) {
+        return __real_preadv64(file, some, how_many, position);
+    });
+}
+extern "C" ssize_t __real_pwritev64(int file, iovec const* pieces, int count, off64_t position);
+extern "C" ssize_t __wrap_pwritev64(int file, iovec const* pieces, int count, off64_t position) {
+    return transferPieces(pieces, count, true, [&](iovec const* some, int how_many) {
+        return __real_pwritev64(file, some, how_many, position);
+    });
 }
 
 extern "C" int __real_fstatfs64(int file, struct statfs64* found);
