@@ -705,6 +705,31 @@ TEST(Salvage, FilesThatCannotBeOpenedGiveTheHostsMessage) {
     EXPECT_EQ(salvageInPlace(clip).error, KString("The clip is open"));
 }
 
+TEST(Salvage, LayoutsThatCannotBeRightAreRefusedWithAText) {
+    Recording const model;
+    std::string const room = std::to_string(TIME * 100000 + 4096), more_room = std::to_string(TIME * 100000 + 8192);
+    struct Row {
+        std::string from, to, error;
+    };
+    for (Row const& row : {Row{element("Start", std::to_string(model.partition(A))), element("Start", "0"),
+                               "The clip has tracks that overlap"},
+                           {element("Length", room), element("Length", more_room),
+                            "The clip has a track that its sparse file has no room for"}}) {
+        Recording image;
+        std::string text = image.headerText();
+        text.replace(text.find(row.from), row.from.size(), row.to);
+        putText(*image.file(), 0, headerArea(text));
+        EXPECT_EQ(examined(image).error, KString(row.error));
+    }
+    Recording image;
+    putText(*image.file(), 0, headerArea(clipHeaderText("1080i 50Hz", "")));
+    EXPECT_EQ(examined(image).error, KString("The clip has no tracks"));
+    putText(*image.file(), 0, headerArea(image.headerText()));
+    putText(*image.file(), image.superblock(), "X");
+    EXPECT_NE(examined(image).error, KString());
+    EXPECT_NE(salvageInPlace(image.file(), "memory").error, KString());
+}
+
 TEST(Salvage, WhatTheDiskRefusesToReadIsLeftOutOfTheCopyWithAFinding) {
     Recording image;
     image.rounds(4);
@@ -742,6 +767,32 @@ TEST(Salvage, AUnitOnTheMapThatNeverLandedKeepsTheSalvageOutOfTheFile) {
               KString("A unit that is left out would show: salvage to a copy"));
     EXPECT_EQ(image.file()->bytes(0, image.file()->realSize()), before);
     EXPECT_EQ(expectRight(salvagedCopy(image)), (Lengths{6, 6, 6}));
+}
+
+// What is left out gets records at the end of the largest partition, if there is room.
+TEST(Salvage, WithoutRoomForWhatIsLeftOutTheLogCannotGoOnInPlace) {
+    constexpr std::uint32_t UNITS = 40;
+    for (std::uint64_t room : {UNITS, UNITS + 2}) {
+        RecordingImage image({{"auk2", SOUND, room}, {"tc2", TIME, 2 * UNITS - 1}});
+        for (std::uint32_t unit = 0; unit < UNITS; ++unit) {
+            if (unit == 4)
+                image.reserve(0, unit);
+            else
+                image.append(0, unit, hemlockUnit(2, 3, unit, unit == 0));
+            image.append(1, unit, timecodeUnit(TIME, unit));
+        }
+        KString const error = salvageInPlace(image.file(), "memory").error;
+        EXPECT_EQ(error, KString(room == UNITS ? "The log cannot be continued in place: salvage to a copy" : ""));
+    }
+}
+
+TEST(Salvage, LimitsEndItWithAFinding) {
+    Recording image;
+    image.rounds(4);
+    SalvageReport const few = examined(image, {.limits = {.slots = 5}});
+    EXPECT_EQ(few.findings.number(FindingKind::budget_exceeded), 1u);
+    EXPECT_EQ(few.slots.size(), 5u);
+    EXPECT_NE(examined(image, {.limits = {.map_blocks = 0}}).error, KString());
 }
 
 // Half a unit at a time.
