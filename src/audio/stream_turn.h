@@ -20,19 +20,16 @@ class StreamTurn {
     class Taken {
       public:
         Taken(std::unique_lock<std::recursive_mutex> held, std::uint32_t& users)
-            : lock(std::move(held)), user_count(&users) {
-            ++*user_count;
+            : lock(std::move(held)), user_count(users) {
+            ++user_count;
         }
-        Taken(Taken&& other) noexcept
-            : lock(std::move(other.lock)), user_count(std::exchange(other.user_count, nullptr)) {}
-        Taken& operator=(Taken&&) = delete;
-        ~Taken() {
-            if (user_count != nullptr) --*user_count;
-        }
+        Taken(Taken const&) = delete;
+        Taken& operator=(Taken const&) = delete;
+        ~Taken() { --user_count; }
 
       private:
         std::unique_lock<std::recursive_mutex> lock;
-        std::uint32_t* user_count;
+        std::uint32_t& user_count;
     };
 
     // Waits for other threads.

@@ -28,7 +28,6 @@ class Budget {
 
     bool exceeded() const { return was_exceeded; }
     void setExceeded() { was_exceeded = true; }
-    Limits const& allowed() const { return limits; }
 
   private:
     bool take(std::uint64_t& used, std::uint64_t more, std::uint64_t limit) {

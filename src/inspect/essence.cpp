@@ -81,10 +81,9 @@ bool recognised(TrackFormat const& format, VideoFrequency frequency, UnitBytes u
         return hasDifBlocks(unit, FIRST_DIF_BLOCKS);
     case TrackVideoType::j2k:
         return isJ2k(unit);
-    case TrackVideoType::none:
-        break;
+    default:
+        return false;
     }
-    return false;
 }
 
 std::uint32_t bytesToRecognise(TrackFormat const& format) {
@@ -152,13 +151,6 @@ AudioUnit readAudioUnit(TrackFormat const& format, VideoFrequency frequency, Uni
 bool isNextBlock(hemlock::BlockHeader const& previous, hemlock::BlockHeader const& next, VideoFrequency frequency) {
     return next.block_word == previous.block_word + 1 &&
            next.phase == hemlock::cadenceOf(frequency).nextPhase(previous.phase);
-}
-
-bool isNextUnit(AudioUnit const& previous, AudioUnit const& next, VideoFrequency frequency) {
-    if (!previous.complete() || !next.complete() || previous.count != next.count) return false;
-    for (std::uint32_t i = 0; i < next.count; ++i)
-        if (!isNextBlock(*previous.blocks[i], *next.blocks[i], frequency)) return false;
-    return true;
 }
 
 std::optional<std::uint32_t> timecodeOf(VideoFrequency frequency, UnitBytes unit) {

@@ -51,8 +51,6 @@ AudioUnit readAudioUnit(TrackFormat const& format, VideoFrequency frequency, Uni
 
 // True if `next` is the block that the writer makes after `previous`: the next word and the next phase.
 bool isNextBlock(hemlock::BlockHeader const& previous, hemlock::BlockHeader const& next, VideoFrequency frequency);
-// The same for all subchannels of a unit.
-bool isNextUnit(AudioUnit const& previous, AudioUnit const& next, VideoFrequency frequency);
 
 // The field count of a timecode unit; absent if it has no timecode.
 std::optional<std::uint32_t> timecodeOf(VideoFrequency frequency, UnitBytes unit);

@@ -77,7 +77,6 @@ class Tail {
     void run(inspect::LogWalk& walk);
 
     std::vector<Slot> const& slots() const { return found; }
-    std::uint64_t end() const { return end_of_tail; }
     // Units of a track that the map has within its length or behind it.
     std::uint64_t mappedEnd(std::uint32_t track) const { return states[track].mapped_end; }
 

@@ -33,8 +33,6 @@ class UnlandedRanges {
     using Node = Ranges::node_type;
     static Node makeNode();
 
-    bool empty() const { return ranges.empty(); }
-
     // Adds a range that has just been allocated, so it overlaps no other one. `holds_old_bytes`: the host may hold
     // bytes of another file there.
     void add(Node node, std::uint64_t start, std::uint64_t length, bool holds_old_bytes) noexcept;

@@ -275,6 +275,21 @@ TEST(Check, EachDamageGivesItsFindingAndNoOther) {
     }
 }
 
+TEST(Check, DamageInUnitsSideBySideIsOneFindingAndFurtherOnAnother) {
+    Good good;
+    for (std::uint64_t unit : {0u, 1u, 3u})
+        good.put(good.at[VIDEO_TRACK][unit], "X");
+    Report const report = checked(good.file());
+    ASSERT_EQ(report.findings.number(), 2u);
+    Finding const &first = report.findings.list()[0], &second = report.findings.list()[1];
+    EXPECT_EQ(first.kind, essence_not_recognised);
+    EXPECT_EQ(first.unit, 0u);
+    EXPECT_EQ(first.count, 2u);
+    EXPECT_EQ(second.kind, essence_not_recognised);
+    EXPECT_EQ(second.unit, 3u);
+    EXPECT_EQ(second.count, 1u);
+}
+
 TEST(Check, EveryKindOfFindingOfTheCheckerIsTested) {
     // The ones that no byte of a file brings about have tests of their own below.
     std::set<FindingKind> tested{map_block_unreadable, map_block_not_full, map_at_limit,   grow_unreadable,
@@ -548,6 +563,9 @@ TEST(Check, TheViewOfASparseFileReadsWithinItsLengthAndNeverWrites) {
     EXPECT_EQ(view->readSync(3072, 1024, bytes), KString());
     EXPECT_EQ(view->readSync(3584, 1024, bytes), KString("Read beyond end of sparse file"));
     EXPECT_EQ(view->writeSync(0, 512, bytes), KString("Write failed"));
+    view->allocate(2048, 512);
+    EXPECT_EQ(view->allocatedFrom(2048), 0u);
+    EXPECT_EQ(host->allocatedFrom(0), 0u);
 }
 
 // Every number that a walk reads, set to extremes: an answer, and not more work than the file has bytes.

@@ -625,6 +625,31 @@ TEST_P(OutOfMemoryWithSound, WhileWriting) {
         KEPT_BY_LISTS);
 }
 
+// More than the writer's queues have room for at first: all of it is taken, or nothing.
+TEST_P(OutOfMemoryWithSound, WhileWritingManyUnitsAtOnce) {
+    constexpr unsigned UNITS = 10;
+    std::vector<std::int32_t> const samples(UNITS * UNIT_SAMPLES, 5);
+    std::vector<std::int32_t const*> const all(SUBCHANNELS, samples.data());
+    std::wstring const copy = folder.name("copy.clip");
+    walk(
+        [&](AllocationWalk& failing) {
+            unsigned clip = create(copy), writer = 0;
+            unsigned const audio = clip_get_track(clip, AUDIO);
+            ASSERT_OK(seqwrite_begin(audio, &writer));
+            wchar_t const* message = nullptr;
+            run(failing, [&] { message = seqwrite_write(writer, all.data(), UNITS * UNIT_SAMPLES); });
+            EXPECT_FINE(message);
+            if (message != nullptr) {
+                ASSERT_OK(seqwrite_write(writer, all.data(), UNITS * UNIT_SAMPLES));
+            }
+            ASSERT_OK(seqwrite_finish(writer));
+            EXPECT_EQ(track_length_in_units(audio), UNITS);
+            clip_close(clip);
+            std::filesystem::remove(copy);
+        },
+        KEPT_BY_LISTS);
+}
+
 TEST_P(OutOfMemory, WhileAskingForTexts) {
     KTimecode const timecode(VideoFrequency::f25, 123456789);
     std::wstring const text = timecode.toString(5);

@@ -470,6 +470,36 @@ TEST(Salvage, ItFollowsTheMapBlocksInTheLog) {
     }
 }
 
+// The place of the unit that did not land ends a map block, begins the data behind one, or comes right after.
+TEST(Salvage, AUnitThatNeverLandedWhereAMapBlockEndsIsLeftOut) {
+    constexpr std::uint32_t FIRST_BLOCK = 2046, COUNT = 2060;  // rounds; half a round more fits into the block
+    struct Missing {
+        std::size_t track;
+        std::uint32_t unit;
+    };
+    for (Missing const missing : {Missing{0, FIRST_BLOCK}, Missing{1, FIRST_BLOCK}, Missing{0, FIRST_BLOCK + 1}}) {
+        SCOPED_TRACE(testing::Message() << missing.track << ", " << missing.unit);
+        RecordingImage image({{"tc1", 512}, {"auk2", SOUND}});
+        image.names_runs_at_once = true;
+        for (std::uint32_t unit = 0; unit < COUNT; ++unit) {
+            for (std::size_t track : {0u, 1u}) {
+                if (track == missing.track && unit == missing.unit)
+                    image.reserve(track, unit);
+                else
+                    image.append(track, unit,
+                                 track == 0 ? timecodeUnit(512, unit) : hemlockUnit(2, 9, unit, unit == 0));
+            }
+        }
+        SalvageReport const report = examined(image);
+        EXPECT_EQ(report.error, KString());
+        for (std::size_t track : {0u, 1u}) {
+            EXPECT_EQ(report.tracks[track].certain, track == missing.track ? COUNT - 1 : COUNT) << track;
+            EXPECT_EQ(report.tracks[track].length_after, COUNT) << track;
+        }
+        EXPECT_EQ(report.findings.number(FindingKind::unit_left_out), 1u);
+    }
+}
+
 TEST(Salvage, TracksOfOneFormatAreToldApartOnlyByAnOrderThatIsKnown) {
     for (bool order_on_the_map : {false, true}) {
         RecordingImage image({{"avci50-1080i", AVC}, {"avci50-1080i", AVC}, {"auk2", SOUND}});
@@ -554,6 +584,21 @@ TEST(Salvage, ATimecodeThatJumpsIsCertainOnceItCountsOn) {
     EXPECT_EQ(timecodes.at(3), Certainty::certain);
     EXPECT_EQ(timecodes.at(5), Certainty::certain);
     EXPECT_EQ(timecodes.at(6), Certainty::likely);
+}
+
+// Any eight bytes may be a timecode. One that does not count on has to be followed by a unit, or by nothing.
+TEST(Salvage, ATimecodeThatJumpsBeforeOtherBytesIsNotAUnit) {
+    Recording image;
+    image.rounds(3);
+    image.append(V);
+    image.append(A);
+    std::uint64_t const jumps = image.append(T, 3, timecodeUnit(TIME, 7));
+    Bytes const other = essenceBytes(AVC + SOUND, 5);
+    image.file()->put(jumps + TIME, other.data(), other.size());
+    SalvageReport const report = examined(image);
+    EXPECT_EQ(report.tracks[T].certain, 3u);
+    EXPECT_EQ(marks(report, T).count(3), 0u);
+    EXPECT_EQ(expectRight(salvagedCopy(image)), (Lengths{4, 4, 3}));
 }
 
 // Units of the largest clips get their places several at a time, and are written later.
@@ -752,6 +797,22 @@ TEST(Salvage, WhatTheDiskRefusesToReadIsLeftOutOfTheCopyWithAFinding) {
     EXPECT_EQ(unitsIn(copy, V).at(3), expected);
 }
 
+TEST(Salvage, AUnitBehindTheMapThatCannotBeReadIsLeftOut) {
+    Recording image;
+    image.rounds(4);
+    std::uint64_t const unreadable = image.append(V);
+    image.append(A);
+    image.append(T);
+    image.rounds(4);
+    auto const bad = std::make_shared<BadRange>(image.file(), unreadable, AVC);
+    SalvageReport const report = examine(bad, "memory");
+    EXPECT_EQ(report.error, KString());
+    EXPECT_EQ(report.tracks[V].certain, 8u);
+    EXPECT_EQ(report.tracks[A].certain, 9u);
+    EXPECT_EQ(report.tracks[T].certain, 9u);
+    EXPECT_EQ(marks(report, V).at(4), Certainty::unknown);
+}
+
 // In place a record cannot be taken back.
 TEST(Salvage, AUnitOnTheMapThatNeverLandedKeepsTheSalvageOutOfTheFile) {
     Recording image;
@@ -822,6 +883,26 @@ TEST(Salvage, PicturesOfEachFormatComeBack) {
     SalvageReport const report = examined(image);
     for (std::size_t track : {0u, 1u})
         EXPECT_EQ(report.tracks[track].certain, 5u) << track;
+}
+
+// A read of the recording or of the copy fails once: there is a message, or a unit is left out.
+TEST(Salvage, AReadThatFailsOnceGivesAMessageOrLeavesAUnitOut) {
+    for (bool of_the_copy : {false, true}) {
+        for (std::uint64_t n = 1;; ++n) {
+            Recording image;
+            image.rounds(2);
+            auto const copy = std::make_shared<MemoryFile>();
+            auto const faulty = std::make_shared<FaultyFile>(of_the_copy ? copy : image.file());
+            faulty->failFrom(n, FaultyFile::once, FaultyFile::reads_only);
+            SalvageReport const report = of_the_copy ? salvageToCopy(image.file(), "memory", faulty)
+                                                     : salvageToCopy(faulty, "memory", copy);
+            if (!faulty->struck()) break;
+            if (report.error.empty()) {
+                expectRight(copy);
+                EXPECT_FALSE(of_the_copy) << n;
+            }
+        }
+    }
 }
 
 // A request of the salvage fails: there is a message, or everything is there.

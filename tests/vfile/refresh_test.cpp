@@ -154,6 +154,19 @@ TEST_F(Follow, GoesOnOverManyMapBlocksAndRuns) {
     expectUnits(promised);
 }
 
+// While the writer has filled a block and not begun the next one, nothing follows it on the disk.
+TEST_F(Follow, WaitsAtTheEndOfABlockForTheNextOne) {
+    appendToAll(4080 / TRACKS);
+    std::uint64_t track = 0;
+    for (int units = 0; units < 30; ++units) {
+        append(track++ % TRACKS);
+        checkpoint();
+        ASSERT_EQ(refresh(), KString());
+        ASSERT_EQ(refresh(), KString()) << "with nothing new";
+        expectUnits(promised, 4080 / TRACKS);
+    }
+}
+
 TEST_F(Follow, ReadersThatOpenLateFollowToo) {
     appendToAll(5000);
     checkpoint();

@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <random>
+#include <string>
 #include <string_view>
 
 namespace KelvonClip {
@@ -681,6 +682,10 @@ TEST(XmlExtractor, HostileBytesTakeLinearTime) {
         XmlParsed const result = extractor.extract();
         EXPECT_EQ(result.failed, result.root.invalid);
     }
+}
+
+TEST(XmlParse, TextWithoutAUtf8FormDoesNotParse) {
+    EXPECT_TRUE(xmlParse(KString(std::u32string{0x110000})).failed);
 }
 
 }  // namespace
