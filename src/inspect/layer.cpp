@@ -27,8 +27,6 @@ class SparseView : public VFileHosted {
     void write(std::uint64_t, std::uint32_t, void const*, std::shared_ptr<CIO::CIOObject> done) override {
         done->setError("Write failed");
     }
-    std::uint64_t allocatedFrom(std::uint64_t) override { return 0; }
-    void allocate(std::uint64_t, std::uint32_t) override {}
 
   private:
     Layer const& layer;

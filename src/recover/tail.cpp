@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 #include <numeric>
+#include <span>
 #include <utility>
 
 #include "foundation/load_store.h"
@@ -33,6 +34,16 @@ std::uint64_t largestUnit(std::vector<TailTrack> const& tracks) {
     for (TailTrack const& track : tracks)
         largest = std::max(largest, track.unitSize());
     return largest;
+}
+
+// Reads what can be read; pages that cannot are zero.
+void readPages(VFileObject& file, std::uint64_t position, std::span<std::byte> buffer) {
+    if (file.readSync(position, static_cast<std::uint32_t>(buffer.size()), buffer.data()).empty()) return;
+    for (std::size_t at = 0; at < buffer.size(); at += inspect::PAGE) {
+        auto const page = buffer.subspan(at, std::min<std::size_t>(inspect::PAGE, buffer.size() - at));
+        if (!file.readSync(position + at, static_cast<std::uint32_t>(page.size()), page.data()).empty())
+            std::ranges::fill(page, std::byte{0});
+    }
 }
 
 // The number of units between two audio units of one recording, if the words of all blocks agree on it.
@@ -425,7 +436,7 @@ bool Tail::goOnBehindGap(std::uint64_t from) {
     AlignedBuffer chunk(SCAN_STEP + OVERLAP);
     for (std::uint64_t at = from; at < until; at += SCAN_STEP) {
         std::uint64_t const there = std::min(SCAN_STEP + OVERLAP, until - at);
-        if (!area.readSync(at, static_cast<std::uint32_t>(there), chunk.data()).empty()) continue;
+        readPages(area, at, {chunk.data(), static_cast<std::size_t>(there)});
         for (std::uint64_t offset = 0; offset < std::min(SCAN_STEP, there) && offset + SECTOR_SIZE <= there;
              offset += SECTOR_SIZE) {
             if (at + offset == from) continue;

@@ -12,8 +12,19 @@ namespace KelvonClip {
 
 class VFileHosted : public VFileObject {
   public:
+    std::uint64_t length() override { return host->length(); }
     bool lengthIsKnown() override { return host->lengthIsKnown(); }
+    void read(std::uint64_t position, std::uint32_t length, void* buffer,
+              std::shared_ptr<CIO::CIOObject> done) override {
+        host->read(position, length, buffer, std::move(done));
+    }
+    void write(std::uint64_t position, std::uint32_t length, void const* buffer,
+               std::shared_ptr<CIO::CIOObject> done) override {
+        host->write(position, length, buffer, std::move(done));
+    }
     KString name() override { return host->name(); }
+    std::uint64_t allocatedFrom(std::uint64_t position) override { return host->allocatedFrom(position); }
+    void allocate(std::uint64_t position, std::uint32_t length) override { host->allocate(position, length); }
     void releaseAllocation() override { host->releaseAllocation(); }
     using VFileObject::writeBack;
     KString writeBack(WriteBackStep step, Durability durability) override { return host->writeBack(step, durability); }

@@ -129,10 +129,12 @@ TEST(CTwins, GiveTheTextOfAValue) {
 
 TEST(CTwins, FindTheValueOfAText) {
     forNumbers([](std::uint32_t value) {
-        if (isValid(VideoFrequency{value}))
+        if (isValid(VideoFrequency{value})) {
             EXPECT_EQ(kclip_frequency_from_text(kclip_frequency_to_text(value)), value);
-        if (isValid(VideoResolution{value}))
+        }
+        if (isValid(VideoResolution{value})) {
             EXPECT_EQ(kclip_resolution_from_text(kclip_resolution_to_text(value)), value);
+        }
     });
     EXPECT_EQ(kclip_frequency_from_text("no such text"), 0u);
     EXPECT_EQ(kclip_resolution_from_text(nullptr), 0u);
@@ -186,7 +188,8 @@ std::uint64_t sideBySide(bool each_reversed, Part... parts) {
 template <class... Part>
 std::tuple<Part...> someParts() {
     std::uint64_t next = 0x80C1B2A3F4E5D697;
-    return {static_cast<Part>(next = next * 6364136223846793005u + 1442695040888963407u)...};
+    auto const draw = [&] { return next = next * 6364136223846793005u + 1442695040888963407u; };
+    return {static_cast<Part>(draw())...};
 }
 
 // A number of a file in the host's order: a single part is one that has been read as it stands; several are single bytes

@@ -894,8 +894,8 @@ TEST(Salvage, AReadThatFailsOnceGivesAMessageOrLeavesAUnitOut) {
             auto const copy = std::make_shared<MemoryFile>();
             auto const faulty = std::make_shared<FaultyFile>(of_the_copy ? copy : image.file());
             faulty->failFrom(n, FaultyFile::once, FaultyFile::reads_only);
-            SalvageReport const report = of_the_copy ? salvageToCopy(image.file(), "memory", faulty)
-                                                     : salvageToCopy(faulty, "memory", copy);
+            SalvageReport const report =
+                of_the_copy ? salvageToCopy(image.file(), "memory", faulty) : salvageToCopy(faulty, "memory", copy);
             if (!faulty->struck()) break;
             if (report.error.empty()) {
                 expectRight(copy);

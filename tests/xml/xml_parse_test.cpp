@@ -684,9 +684,7 @@ TEST(XmlExtractor, HostileBytesTakeLinearTime) {
     }
 }
 
-TEST(XmlParse, TextWithoutAUtf8FormDoesNotParse) {
-    EXPECT_TRUE(xmlParse(KString(std::u32string{0x110000})).failed);
-}
+TEST(XmlParse, TextWithoutAUtf8FormDoesNotParse) { EXPECT_TRUE(xmlParse(KString(std::u32string{0x110000})).failed); }
 
 }  // namespace
 }  // namespace KelvonClip
