@@ -192,8 +192,8 @@ std::tuple<Part...> someParts() {
     return {static_cast<Part>(draw())...};
 }
 
-// A number of a file in the host's order: a single part is one that has been read as it stands; several are single bytes
-// or parts that have been.
+// A number of a file in the host's order: a single part is one that has been read as it stands; several are single
+// bytes or parts that have been.
 template <class Whole, class... Part>
 void expectFromFile(Whole (*convert)(Part...), char const* name) {
     auto const parts = someParts<Part...>();
