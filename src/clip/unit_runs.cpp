@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -106,13 +107,13 @@ class Transfer {
     void start(Piece const& piece, std::shared_ptr<CIO::CIOObject> const& done) {
         auto const& [run, found] = runs[piece.run];
         auto* const memory = static_cast<std::byte*>(run.buffer) + std::size_t{piece.offset} * run.stride;
-        std::uint32_t const first = run.first + piece.offset;
+        std::uint64_t const first = std::uint64_t{run.first} + piece.offset;
+        // A unit number above 32 bits is past the end of every track; nothing is written there (check).
+        auto const in_range = static_cast<std::uint32_t>(std::min(first, std::uint64_t{UINT32_MAX}));
         if (direction == Direction::write)
-            found.track->writeUnits(first, piece.count, memory, run.stride, run.size, done);
-        else if (first < run.first)
-            found.track->readUnits(std::numeric_limits<std::uint32_t>::max(), piece.count, memory, run.stride, done);
+            found.track->writeUnits(in_range, piece.count, memory, run.stride, run.size, done);
         else
-            found.track->readUnits(first, piece.count, memory, run.stride, done);
+            found.track->readUnits(in_range, piece.count, memory, run.stride, done);
     }
 
     Direction const direction;

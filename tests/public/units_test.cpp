@@ -209,6 +209,17 @@ TEST_F(Units, NothingIsTransferredUnlessAllRunsAreValid) {
     EXPECT_SAYS(clip_write_units(clip, &late, 1, nullptr), "Clip was opened in read-only mode");
 }
 
+// So many that the run is read in parts: the numbers of the later ones do not fit 32 bits.
+TEST_F(Units, BehindTheLastNumberAreZeros) {
+    unsigned int const size = sizes[2], count = 3 * (1 << 20) / size;
+    std::vector<char> memory(std::size_t{count} * size, 'x');
+    unsigned int done = 0;
+    UnitRun const run{tracks[2], 0xFFFFFFF0, count, size, 0, memory.data()};
+    EXPECT_OK(clip_read_units(clip, &run, 1, &done));
+    EXPECT_EQ(done, count);
+    EXPECT_EQ(std::count(memory.begin(), memory.end(), '\0'), std::ptrdiff_t{count} * size);
+}
+
 TEST_F(Units, MemoryForNothingIsNotGiven) {
     unsigned int stride = 7;
     EXPECT_EQ(unit_buffer_alloc(0, 1, &stride), nullptr);

@@ -167,6 +167,24 @@ TEST_F(Follow, WaitsAtTheEndOfABlockForTheNextOne) {
     }
 }
 
+// The superblock names the next block, but its bytes are not there yet.
+TEST_F(Follow, TakesABlockOnceItsBytesAreThere) {
+    appendToAll(4080 / TRACKS);
+    checkpoint();
+    ASSERT_EQ(refresh(), KString());
+    appendToAll(20);
+    checkpoint();
+    std::uint64_t const at = secondBlock();
+    auto const block = memory->bytes(at, BLOCK);
+    std::vector<std::byte> const nothing(BLOCK);
+    memory->put(at, nothing.data(), BLOCK);
+    for (int tries = 0; tries < 3; ++tries)
+        ASSERT_EQ(refresh(), KString());
+    memory->put(at, block.data(), BLOCK);
+    ASSERT_EQ(refresh(), KString());
+    expectUnits(promised);
+}
+
 TEST_F(Follow, ReadersThatOpenLateFollowToo) {
     appendToAll(5000);
     checkpoint();
