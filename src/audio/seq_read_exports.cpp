@@ -56,7 +56,7 @@ void finishReadersAtEnd() {
     } const at_end;
 }
 
-KString begin(std::uint32_t track, unsigned int* reader) {
+KString beginReading(std::uint32_t track, unsigned int* reader) {
     AudioTrack const audio = findAudioTrack(track, reader);
     if (!audio.error.empty()) return audio.error;
     auto const made = std::make_shared<HemlockReader>(audio.shape, audio.units);
@@ -76,7 +76,7 @@ KString read(std::uint32_t handle, std::int32_t* const* buffers, std::uint32_t n
 }  // namespace
 
 wchar_t const* seqread_begin(unsigned int track, unsigned int* reader) {
-    return exported([&] { return begin(track, reader); });
+    return exported([&] { return beginReading(track, reader); });
 }
 
 wchar_t const* seqread_read(unsigned int reader, std::int32_t* const* buffers, unsigned int n) {

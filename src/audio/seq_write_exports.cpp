@@ -65,7 +65,7 @@ std::vector<std::uint32_t> drawBlockWords(std::uint32_t count) {
     return words;
 }
 
-KString begin(std::uint32_t track, unsigned int* writer) {
+KString beginRecording(std::uint32_t track, unsigned int* writer) {
     AudioTrack const audio = findAudioTrack(track, writer);
     if (!audio.error.empty()) return audio.error;
     auto const made =
@@ -91,7 +91,7 @@ KString finish(std::uint32_t handle) {
 }  // namespace
 
 wchar_t const* seqwrite_begin(unsigned int track, unsigned int* writer) {
-    return exported([&] { return begin(track, writer); });
+    return exported([&] { return beginRecording(track, writer); });
 }
 
 wchar_t const* seqwrite_write(unsigned int writer, std::int32_t const* const* buffers, unsigned int n) {

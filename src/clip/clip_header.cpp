@@ -21,14 +21,14 @@ constexpr char const* PARSING_ERROR = "XML parsing error in clip header";
 
 // The timecode sources, in the order in which the writer chooses them. The reader takes value and drop-frame flag from
 // all elements that are present, whatever the source; a later row overrides the value of an earlier one.
-struct TimecodeSource {
+struct SourceText {
     char const* name;
     bool MetaObject::*read_flag;
     bool HeaderContent::*written_flag;
     char const* value_element;
     char const* drop_frame_element;
 };
-constexpr std::array<TimecodeSource, 4> TIMECODE_SOURCES{{
+constexpr std::array<SourceText, 4> TIMECODE_SOURCES{{
     {"striped", &MetaObject::striped, &HeaderContent::striped, "Striped_TC_Offset", "Striped_TC_DF"},
     // KEEP: the element is called NDF, but "df" in it means drop-frame
     {"tc0striped", &MetaObject::tc0_striped, &HeaderContent::tc0_striped, "RecTCStripe", "RecTCStripeNDF"},
@@ -61,7 +61,7 @@ std::optional<std::uint32_t> number32(XmlNode element) {
 void readTimecode(MetaObject& meta) {
     XmlNode const root = meta.tree.root(), source = root.child("TimecodeSource");
     meta.timecode_valid = source.invalid();  // without a source the clip is zero-based
-    for (TimecodeSource const& row : TIMECODE_SOURCES) {
+    for (SourceText const& row : TIMECODE_SOURCES) {
         if (!source.invalid() && source.textIs(row.name)) {
             meta.timecode_valid = true;
             if (row.read_flag != nullptr) meta.*row.read_flag = true;
@@ -146,10 +146,9 @@ XmlElement buildHeaderTree(HeaderContent const& content) {
     root.add(XmlElement("ClipLastMetaEdited", KString::fromUnsigned(content.meta_edit_time)));
     root.add(XmlElement("TrackMetaVector")).children = content.track_meta;
 
-    TimecodeSource const& source =
-        *std::find_if(TIMECODE_SOURCES.begin(), TIMECODE_SOURCES.end(), [&](TimecodeSource const& row) {
-            return row.written_flag == nullptr || content.*row.written_flag;
-        });
+    SourceText const& source =
+        *std::find_if(TIMECODE_SOURCES.begin(), TIMECODE_SOURCES.end(),
+                      [&](SourceText const& row) { return row.written_flag == nullptr || content.*row.written_flag; });
     root.add(XmlElement("TimecodeSource", source.name));
     if (source.value_element != nullptr) {
         root.add(XmlElement(source.value_element, KString::fromUnsigned(content.timecode)));

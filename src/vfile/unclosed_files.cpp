@@ -9,20 +9,20 @@ namespace {
 
 // Files are only added to this list, and all are taken at once. So it needs no mutex, for which some hosts would
 // allocate memory.
-constinit std::atomic<UnclosedFile*> first = nullptr;
+constinit std::atomic<UnclosedFile*> newest = nullptr;
 
 }  // namespace
 
 void UnclosedFile::keep(std::shared_ptr<UnclosedFile> file) noexcept {
     UnclosedFile& added = *file;
     added.kept = std::move(file);
-    added.next = first.load();
-    while (!first.compare_exchange_weak(added.next, &added)) {
+    added.next = newest.load();
+    while (!newest.compare_exchange_weak(added.next, &added)) {
     }
 }
 
 void UnclosedFile::closeAll() noexcept {
-    UnclosedFile* each = first.exchange(nullptr);
+    UnclosedFile* each = newest.exchange(nullptr);
     while (each != nullptr) {
         UnclosedFile& file = *each;
         each = file.next;
