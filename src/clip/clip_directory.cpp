@@ -372,8 +372,8 @@ void closeAllClips(std::uint32_t patience_ms) {
         std::swap(closed, item.value);
     }
     if (platform::otherThreadsAreGone()) {
-        // Terminated queries keep their entries for ever, and writes that will never be complete their files. Write back
-        // the clips all the same.
+        // Terminated queries keep their entries for ever, and writes that will never be complete their files. Write the
+        // clips back all the same.
         for (auto const& [number, entry] : closed.by_clip_handle) {
             unreported([&held = *entry] {
                 if (!writeBack(held, Durability::power_loss).empty()) writeBack(held, Durability::process_end);
