@@ -11,6 +11,7 @@
 #include "foundation/exported.h"
 #include "foundation/kassert.h"
 #include "foundation/zeros.h"
+#include "vfile/settled_read.h"
 #include "vfile/sparse_read.h"
 
 namespace KelvonClip {
@@ -130,10 +131,20 @@ bool DataStruct::replayBlock(VFileObject& host, MapBlocksAhead& blocks) {
         return false;
     }
     if (!hasMagic(block, map_block::MAGIC)) return false;
+    if (!replayLateRecords(host) || nextPosition(blocks.superblock()) != position) return false;
     budget_exceeded = !host.takeMapBlock();
     if (budget_exceeded) return false;
     ++budgeted_blocks;
     return begin(block, *position);
+}
+
+// The last block has a follower. If it was not full when it was read, a writer may have filled it since then, and
+// without those records the follower's would get wrong positions: reads it again. False if the log ends in it.
+bool DataStruct::replayLateRecords(VFileObject& host) {
+    if (currentIsFull()) return true;
+    AlignedBuffer block(BLOCK_SIZE);
+    unreadable = !readSettled(host, last_block_at, block).empty() || !continuesLast(block.data());
+    return !unreadable && replayRecords(block.data());
 }
 
 // Makes a block the last one and replays its records; false if the log ends in it.
@@ -186,9 +197,13 @@ std::optional<std::uint64_t> DataStruct::currentPosition() const {
 }
 
 bool DataStruct::takeMoreRecords(AlignedBuffer const& block) {
-    if (!hasMagic(block.data(), map_block::MAGIC) || !holdsReplayedRecords(block.data())) return false;
+    if (!continuesLast(block.data())) return false;
     replayRecords(block.data());
     return true;
+}
+
+bool DataStruct::continuesLast(std::byte const* block) const {
+    return hasMagic(block, map_block::MAGIC) && holdsReplayedRecords(block);
 }
 
 // The records that were replayed are in the map, one extent each.

@@ -160,6 +160,8 @@ struct DataStruct {
     bool begin(std::byte const* block, std::uint64_t position);
     void keepCurrent(std::byte const* block);
     bool replayRecords(std::byte const* block);
+    bool replayLateRecords(VFileObject& host);
+    bool continuesLast(std::byte const* block) const;
     bool holdsReplayedRecords(std::byte const* block) const;
     bool replayRecord(ExtentRecord const& record);
     void forgetUnreachedRuns();

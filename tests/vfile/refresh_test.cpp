@@ -237,6 +237,56 @@ TEST_F(Follow, AMapThatWasReadBeforeTheLengthsIsReadAgainAtOpening) {
     expectUnits({20, 20, 20});
 }
 
+// The opener reads a block, then the writer fills it and begins the next one, then the opener finds that one.
+TEST_F(Follow, ABlockThatIsFilledDuringTheOpeningIsReadAgain) {
+    appendToAll(1500);
+    checkpoint();
+    std::uint64_t const filled = secondBlock();
+    auto const before = memory->bytes(filled, BLOCK);
+    appendToAll(2000);
+    checkpoint();
+    readers_host->old_position = filled;
+    for (std::uint64_t const new_bytes : {0u, 512u, 32768u, 65024u}) {
+        readers_host->new_bytes = new_bytes;
+        readers_host->old_block = before;
+        ASSERT_EQ(reader.open(readers_host, true), KString()) << new_bytes;
+        EXPECT_TRUE(readers_host->old_block.empty());
+        expectUnits(promised);
+    }
+}
+
+TEST_F(Follow, ABlockThatIsFilledDuringTheOpeningAndCannotBeReadAgainHidesNothing) {
+    appendToAll(1500);
+    checkpoint();
+    std::uint64_t const filled = secondBlock();
+    auto const before = memory->bytes(filled, BLOCK);
+    appendToAll(2000);
+    checkpoint();
+    readers_host->old_position = filled;
+    auto const truth = VFileSparse2::open(std::make_shared<test::WrappedFile>(memory), true).file;
+    std::vector<std::byte> expected(UNIT), bytes(UNIT);
+    int refused = 0;
+    reader.tracks.clear();
+    for (std::uint64_t n = 1;; ++n) {
+        readers_host->old_block = before;
+        faulty->failFrom(n);
+        auto const sparse = VFileSparse2::open(readers_host, true);
+        bool const struck = faulty->struck();
+        faulty->heal();
+        for (std::uint64_t at = PARTITION; sparse.file && at < PARTITION + promised[1] * UNIT; at += 50 * UNIT) {
+            ASSERT_EQ(truth->readSync(at, UNIT, expected.data()), KString());
+            KString const error = sparse.file->readSync(at, UNIT, bytes.data());
+            refused += !error.empty();
+            if (error.empty())
+                ASSERT_EQ(bytes, expected) << n << ", " << at;
+            else
+                ASSERT_EQ(error, KString("Sparse map is unreadable")) << n << ", " << at;
+        }
+        if (!struck) break;
+    }
+    EXPECT_GT(refused, 0);
+}
+
 TEST_F(Follow, AMapThatCouldNotBeReadToItsEndIsReadAgain) {
     appendToAll(5000);
     checkpoint();
