@@ -24,4 +24,9 @@ inline bool kassert(bool holds, char const* source, unsigned line, char const* e
     return holds;
 }
 
+// clang's analyzer follows no calls in scripts/check-tidy; this tells it what kassert returns.
+#ifdef __clang_analyzer__
+#define kassert(holds, source, line, expression) (static_cast<void>(source), static_cast<bool>(holds))
+#endif
+
 }  // namespace KelvonClip

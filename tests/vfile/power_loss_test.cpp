@@ -10,6 +10,7 @@
 
 #include "support/crash_disk.h"
 #include "support/disk_image.h"
+#include "support/sanitizers.h"
 #include "vfile/vfile_builder.h"
 #include "vfile/vfilegrow.h"
 #include "vfile/vfilesparse2.h"
@@ -131,7 +132,7 @@ void crashEverywhere(Scenario const& scenario, std::mt19937& dice) {
         }
     }
     std::size_t const last = disk->eventCount();
-    for (int crash = 0; crash < (scenario.units_before == 0 ? 120 : 30); ++crash) {
+    for (int crash = 0; crash < test::tries(scenario.units_before == 0 ? 120 : 30); ++crash) {
         std::size_t const event = dice() % (last + 1);
         std::vector<std::uint64_t> promised;
         for (auto const& promise : promises)

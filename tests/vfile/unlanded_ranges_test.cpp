@@ -1,3 +1,4 @@
+#include "support/sanitizers.h"
 #include "vfile/unlanded_ranges.h"
 
 #include <algorithm>
@@ -57,9 +58,9 @@ bool allUnlanded(UnlandedRanges const& ranges, std::uint64_t from, std::uint64_t
 }
 
 TEST(UnlandedRanges, AgreeWithAByteByByteModelOverRandomWrites) {
-    for (unsigned seed = 1; seed <= 300; ++seed) {
+    for (int seed = 1; seed <= test::tries(300); ++seed) {
         SCOPED_TRACE(seed);
-        std::mt19937 dice(seed);
+        std::mt19937 dice(static_cast<unsigned>(seed));
         UnlandedRanges ranges;
         Model model;
         std::vector<Write> under_way;

@@ -15,6 +15,7 @@
 
 #include "platform/host_file.h"
 #include "platform/transfer_memory.h"
+#include "support/sanitizers.h"
 
 namespace KelvonClip::platform {
 namespace {
@@ -51,7 +52,7 @@ TEST(SharedPages, BuffersOfAllSizesAreApartAndReused) {
         int mark;
     };
     std::vector<Buffer> buffers;
-    for (int step = 0; step < 2000; ++step) {
+    for (int step = 0; step < test::tries(2000); ++step) {
         if (buffers.size() < 50 && dice() % 3 != 0) {
             std::size_t const size = 64 * KIB + dice() % 20 * 47 * KIB;
             buffers.push_back({allocateTransferMemory(size), size, step % 256});
