@@ -396,10 +396,13 @@ void Tail::noteMarks(Slot& slot, UnitBytes bytes) {
     bool const inside_host = rangeWithin(slot.host, track.format.unit_size, host_end);
     slot.whole = inside_host && inspect::isWhole(track.format, bytes, inspect::HostBefore::unknown);
     slot.whole_on_zeros = inside_host && inspect::isWhole(track.format, bytes, inspect::HostBefore::zeros);
+    bool const first = !state.chain_unit;
     state.chain_unit = slot.unit;
     if (track.format.category == TrackCategory::audio)
         state.audio = inspect::readAudioUnit(track.format, options.frequency, bytes);
-    state.anchored = slot.mapped || slot.chained ? state.anchored || slot.mapped : state.audio.startsRecording();
+    // A later beginning may be that of an older recording.
+    bool const begins = first && state.audio.startsRecording();
+    state.anchored = slot.mapped || (slot.chained ? state.anchored : begins);
     slot.anchored = state.anchored;
     state.anchored_in_map = slot.mapped || (slot.chained && state.anchored_in_map);
     slot.anchored_in_map = state.anchored_in_map;

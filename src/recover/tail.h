@@ -43,7 +43,7 @@ struct Slot {
     bool recognised = false;
     bool proven_place = true;      // track and number are proven
     bool chained = false;          // its marks continue those of the unit before it
-    bool anchored = false;         // so do all before it, back to the map or to the beginning of a recording
+    bool anchored = false;         // so do all before it, back to the map or to the first beginning of sound
     bool anchored_in_map = false;  // so do all before it, back to the map
     bool plausible = false;        // its marks alone make it a unit of its track
     bool whole = false;            // nothing of it can be missing, whatever was there before
@@ -84,7 +84,7 @@ class Tail {
     struct TrackState {
         std::uint64_t next_unit = 0, mapped_end = 0;
         bool in_order = true;                     // the records show no other order than the rising one
-        bool anchored = false;                    // the marks go back to the map or to the beginning of a recording
+        bool anchored = false;                    // the marks go back to the map or to the first beginning
         bool anchored_in_map = false;             // they go back to the map
         bool chain_is_its_own = true;             // they are not those of another track of the same format
         bool number_known = true;                 // nothing is missing whose number is not known

@@ -359,6 +359,27 @@ TEST(Salvage, SoundOfAnOlderRecordingProvesNothing) {
         EXPECT_EQ(report.tracks[track].certain, 0u) << track;
 }
 
+// Sound may begin a second time in a recording; behind this one's end the beginning may be an older one's.
+TEST(Salvage, TheBeginningOfAnOlderRecordingBehindThisOneProvesNothing) {
+    for (int rounds : {2, 5}) {
+        Recording older(nullptr, 1);
+        older.rounds(rounds);
+        for (std::uint32_t unit = 0; unit < 20; ++unit) {
+            older.append(V);
+            older.append(A, static_cast<std::uint32_t>(rounds) + unit, hemlockUnit(SUBCHANNELS, 9000, unit, unit == 0));
+            older.append(T);
+        }
+        std::uint64_t const end = older.logEnd();
+        Recording image(older.file());
+        image.rounds(rounds);
+        image.file()->put(end + 2 * AVC, essenceBytes(5000, 1).data(), 5000);
+        SalvageReport const report = examined(image);
+        for (std::size_t track : {V, A, T})
+            EXPECT_LE(report.tracks[track].certain, static_cast<std::uint64_t>(rounds)) << track;
+        EXPECT_EQ(report.tracks[A].certain, static_cast<std::uint64_t>(rounds));
+    }
+}
+
 // The older recording ends with pictures, and its bytes between fit units that never landed.
 TEST(Salvage, PicturesOfAnOlderRecordingThatEndTheFileAreNeverCertain) {
     for (std::uint64_t gap : {TIME, SOUND, TIME + SOUND, 2 * TIME + SOUND, 2 * SOUND + TIME}) {
