@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "clip/clip_directory.h"
@@ -65,24 +66,28 @@ Root readRoot(VFileObject& file) {
     return {{}, std::move(parsed.root)};
 }
 
-// `change` edits the root element and gives a message.
-template <class Change>
-KString edit(std::uint32_t handle, char const* unknown, Change&& change) {
-    auto const entry = findClip(handle);
-    if (KString refused = refusal(entry.get(), unknown); !refused.empty()) return refused;
-
-    auto const alone = entry->editing.hold();
-    auto current = readRoot(*entry->file);
-    if (!current.error.empty()) return current.error;
-    XmlElement& root = current.root;
-    if (KString error = change(root, *entry->meta()); !error.empty()) return error;
-    setText(root, "ClipLastMetaEdited", KString::fromUnsigned(platform::secondsSince1970()));
-    HeaderText const text = writeHeaderText(root);
-    if (!text.error.empty()) return text.error;
-    HeaderRead read = parseClipHeader({text.area->bytes.data(), text.area->bytes.size()});
-    if (!read.meta) return read.error;  // what could not be opened again is not written
-    if (KString error = rewriteHeader(*entry->file, *text.area); !error.empty()) return error;
-    entry->setMeta(std::move(read.meta));
+// Makes one edit of the root element; `old` is what the header says before. Empty on success.
+KString make(SetHeaderText const& edit, XmlElement& root, MetaObject const&) {
+    if (edit.text.empty())
+        eraseChildren(root, edit.element);
+    else
+        setText(root, edit.element, edit.text.withPairsJoined());
+    return {};
+}
+KString make(SetHeaderMeta const& edit, XmlElement& root, MetaObject const&) {
+    if (!isElementName(edit.name)) return "Invalid meta name";
+    XmlElement& meta = childOf(root, "Meta");
+    if (edit.value)
+        setText(childOf(meta, edit.name), "V", edit.value->withPairsJoined());
+    else
+        eraseChildren(meta, edit.name);
+    if (meta.children.empty()) eraseChildren(root, "Meta");
+    return {};
+}
+KString make(SetHeaderTrims const& edit, XmlElement& root, MetaObject const& old) {
+    if (old.child_clip) return "XML header is a child clip header";
+    setText(root, "TrimStart", KString::fromUnsigned(edit.start));
+    setText(root, "TrimEnd", KString::fromUnsigned(edit.end));
     return {};
 }
 
@@ -90,36 +95,29 @@ KString edit(std::uint32_t handle, char const* unknown, Change&& change) {
 
 KString checkHeaderCanBeSet(std::uint32_t clip, char const* unknown) { return refusal(findClip(clip).get(), unknown); }
 
-KString setHeaderText(std::uint32_t clip, char const* unknown, char const* element, KString const& text) {
-    return edit(clip, unknown, [&](XmlElement& root, MetaObject const&) {
-        if (text.empty())
-            eraseChildren(root, element);
-        else
-            setText(root, element, text.withPairsJoined());
-        return KString();
-    });
-}
+EditedHeader editHeader(std::uint32_t handle, char const* unknown, std::span<HeaderEdit const> edits,
+                        HeaderEditing how) {
+    auto const entry = findClip(handle);
+    if (KString refused = refusal(entry.get(), unknown); !refused.empty()) return {std::move(refused), nullptr};
 
-KString setHeaderMeta(std::uint32_t clip, char const* unknown, KString const& name, KString const& value, bool remove) {
-    return edit(clip, unknown, [&](XmlElement& root, MetaObject const&) -> KString {
-        if (!isElementName(name)) return "Invalid meta name";
-        XmlElement& meta = childOf(root, "Meta");
-        if (remove)
-            eraseChildren(meta, name);
-        else
-            setText(childOf(meta, name), "V", value.withPairsJoined());
-        if (meta.children.empty()) eraseChildren(root, "Meta");
-        return {};
-    });
-}
-
-KString setHeaderTrims(std::uint32_t clip, char const* unknown, std::uint32_t start, std::uint32_t end) {
-    return edit(clip, unknown, [&](XmlElement& root, MetaObject const& old) -> KString {
-        if (old.child_clip) return "XML header is a child clip header";
-        setText(root, "TrimStart", KString::fromUnsigned(start));
-        setText(root, "TrimEnd", KString::fromUnsigned(end));
-        return {};
-    });
+    auto const alone = entry->editing.hold();
+    auto current = readRoot(*entry->file);
+    if (!current.error.empty()) return {std::move(current.error), nullptr};
+    auto const old = entry->meta();
+    for (HeaderEdit const& edit : edits) {
+        KString error = std::visit([&](auto const& one) { return make(one, current.root, *old); }, edit);
+        if (!error.empty()) return {std::move(error), nullptr};
+    }
+    setText(current.root, "ClipLastMetaEdited", KString::fromUnsigned(platform::secondsSince1970()));
+    HeaderText const text = writeHeaderText(current.root);
+    if (!text.error.empty()) return {text.error, nullptr};
+    HeaderRead read = parseClipHeader({text.area->bytes.data(), text.area->bytes.size()});
+    if (!read.meta) return {std::move(read.error), nullptr};  // what could not be opened again is not written
+    std::shared_ptr<MetaObject const> const edited = std::move(read.meta);
+    if (how == HeaderEditing::only_try) return {{}, edited};
+    if (KString error = rewriteHeader(*entry->file, *text.area); !error.empty()) return {std::move(error), nullptr};
+    entry->setMeta(edited);
+    return {{}, edited};
 }
 
 }  // namespace KelvonClip

@@ -5,7 +5,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <variant>
 
+#include "clip/clip_header.h"
 #include "foundation/kstring.h"
 
 namespace KelvonClip {
@@ -14,15 +19,32 @@ namespace KelvonClip {
 // failed" in a forked child.
 KString checkHeaderCanBeSet(std::uint32_t clip, char const* unknown);
 
-// Each replaces the header in the file and then in memory. Empty on success; `unknown` for an unknown clip; "Clip was
-// opened in read-only mode"; "Error creating header text" if the new header does not fit; the file's messages. After a
-// message nothing has changed in memory, and the file has the old or the new header.
+// One change of the header.
+struct SetHeaderText {
+    char const* element;  // a child of the root element
+    KString text;         // empty: the element goes
+};
+struct SetHeaderMeta {
+    KString name;                  // of an entry of the "Meta" element
+    std::optional<KString> value;  // none: the entry goes
+};
+struct SetHeaderTrims {
+    std::uint32_t start, end;  // fields
+};
+using HeaderEdit = std::variant<SetHeaderText, SetHeaderMeta, SetHeaderTrims>;
 
-// Sets the text of a child of the root element. An empty text removes it.
-KString setHeaderText(std::uint32_t clip, char const* unknown, char const* element, KString const& text);
-// Sets an entry of the header's "Meta" element; with `remove` the entry goes. Also "Invalid meta name".
-KString setHeaderMeta(std::uint32_t clip, char const* unknown, KString const& name, KString const& value, bool remove);
-// Sets the trims, in fields. Also "XML header is a child clip header".
-KString setHeaderTrims(std::uint32_t clip, char const* unknown, std::uint32_t start, std::uint32_t end);
+enum class HeaderEditing { write, only_try };
+
+struct EditedHeader {
+    KString error;                           // empty on success
+    std::shared_ptr<MetaObject const> meta;  // what the header says then; null after an error
+};
+
+// Makes all edits, or none: replaces the header in the file and then in memory. The errors: `unknown` for an unknown
+// clip; "Clip was opened in read-only mode"; "Invalid meta name"; "XML header is a child clip header" for trims; "Error
+// creating header text" if the new header does not fit; the file's messages. After an error nothing has changed in
+// memory, and the file has the old or the new header. With `only_try` nothing is written.
+EditedHeader editHeader(std::uint32_t clip, char const* unknown, std::span<HeaderEdit const> edits,
+                        HeaderEditing how = HeaderEditing::write);
 
 }  // namespace KelvonClip

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <span>
 
 #include "clip/clip_directory.h"
 #include "clip/clip_edit.h"
@@ -41,6 +43,10 @@ unsigned int textOfClip(std::uint32_t handle, wchar_t* buffer, unsigned int size
         auto const entry = findClip(handle);
         return entry ? question(*entry) : KString();
     });
+}
+
+KString edited(std::uint32_t handle, HeaderEdit const& edit) {
+    return editHeader(handle, UNKNOWN_CLIP, std::span(&edit, 1)).error;
 }
 
 // The elements of the header that hold texts.
@@ -197,7 +203,7 @@ unsigned int clip_get_text(unsigned int clip, ClipText which, wchar_t* buffer, u
 wchar_t const* clip_set_text(unsigned int clip, ClipText which, wchar_t const* text) {
     return exported([&]() -> KString {
         auto const* const row = elementOf(which);
-        if (row && row->can_be_set) return setHeaderText(clip, UNKNOWN_CLIP, row->element, text);
+        if (row && row->can_be_set) return edited(clip, SetHeaderText{row->element, text});
         KString const refused = checkHeaderCanBeSet(clip, UNKNOWN_CLIP);
         return refused.empty() ? "The text can't be set" : refused;
     });
@@ -224,14 +230,16 @@ unsigned int clip_get_meta(unsigned int clip, wchar_t const* name, wchar_t* buff
 }
 
 wchar_t const* clip_set_meta(unsigned int clip, wchar_t const* name, wchar_t const* value) {
-    return exported([&] { return setHeaderMeta(clip, UNKNOWN_CLIP, name, value, value == nullptr); });
+    return exported([&] {
+        return edited(clip, SetHeaderMeta{name, value ? std::optional<KString>(value) : std::nullopt});
+    });
 }
 
 unsigned int clip_get_trim_start(unsigned int clip) { return metaValue(clip, 0u, &MetaObject::trim_start); }
 unsigned int clip_get_trim_end(unsigned int clip) { return metaValue(clip, 0u, &MetaObject::trim_end); }
 
 wchar_t const* clip_set_trims(unsigned int clip, unsigned int start, unsigned int end) {
-    return exported([&] { return setHeaderTrims(clip, UNKNOWN_CLIP, start, end); });
+    return exported([&] { return edited(clip, SetHeaderTrims{start, end}); });
 }
 
 TimecodeSource clip_get_timecode_source(unsigned int clip) {

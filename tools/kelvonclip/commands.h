@@ -5,6 +5,6 @@
 
 namespace tool {
 
-extern Command const CHECK, CHECKSUM, DIFF, DUMP, FORMATS, INFO, MAP, RECOVER, STANDARDS, STAT, TC, VERIFY;
+extern Command const CHECK, CHECKSUM, DIFF, DUMP, FORMATS, INFO, MAP, META, RECOVER, STANDARDS, STAT, TC, TRIM, VERIFY;
 
 }  // namespace tool

@@ -14,6 +14,7 @@
 #include "clip_view.h"
 #include "commands.h"
 #include "each_clip.h"
+#include "header_edits.h"
 #include "inspect/finding.h"
 #include "labels.h"
 #include "text.h"
@@ -45,16 +46,6 @@ Json datesJson(MetaObject const& header) {
           std::pair("played", header.last_played)})
         dates[name] = textOrNull(dateText(seconds));
     return dates;
-}
-
-Json textsJson(MetaObject const& header) {
-    Json meta = Json::object();
-    for (auto const& entry : header.meta)
-        meta[entry.name.toUtf8()] = entry.value.toUtf8();
-    return {{"project", header.project.toUtf8()},
-            {"title", header.title.toUtf8()},
-            {"creator", header.creator.toUtf8()},
-            {"meta", meta}};
 }
 
 char const* sourceText(MetaObject const& header) {
@@ -126,7 +117,7 @@ Answer ask(std::string const& path) {
              {"uuid", uuid.invalid() ? Json(nullptr) : Json(uuid.text().toUtf8())},
              {"length", {{"fields", fields}, {"seconds", secondsOf(fields, header.frequency)}}},
              {"timecode", timecodeOf(clip)},
-             {"trim", {{"start", header.trim_start}, {"end", header.trim_end}}},
+             {"trim", trimJson(header)},
              {"dates", datesJson(header)},
              {"texts", textsJson(header)},
              {"bytes_behind_map", behind},

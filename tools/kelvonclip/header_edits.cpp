@@ -1,0 +1,64 @@
+#include "header_edits.h"
+
+#include <utility>
+
+#include <kelvonclip/kelvon_clip.h>
+
+#include "failure.h"
+#include "foundation/kstring.h"
+#include "reason.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+using namespace KelvonClip;
+
+// A clip that is open for writing.
+class OpenClip {
+  public:
+    explicit OpenClip(std::string const& clip_path) : path(clip_path) {
+        require(clip_open_rw(wide(path).c_str(), &handle));
+    }
+    OpenClip(OpenClip const&) = delete;
+    OpenClip& operator=(OpenClip const&) = delete;
+    ~OpenClip() {
+        if (handle != 0) clip_close(handle);
+    }
+
+    void require(KString const& message) const {
+        if (!message.empty()) throw Failure(FAILED, {path}, reasonText(message));
+    }
+    void close() { require(clip_close_checked(std::exchange(handle, 0u))); }
+
+    unsigned int handle = 0;
+
+  private:
+    std::string const path;
+};
+
+}  // namespace
+
+std::shared_ptr<MetaObject const> editHeader(std::string const& path, std::span<HeaderEdit const> edits, bool dry_run) {
+    OpenClip clip(path);
+    EditedHeader edited = KelvonClip::editHeader(clip.handle, "invalid clip handle", edits,
+                                                 dry_run ? HeaderEditing::only_try : HeaderEditing::write);
+    clip.require(edited.error);
+    clip.close();
+    return std::move(edited.meta);
+}
+
+Json textsJson(MetaObject const& header) {
+    Json meta = Json::object();
+    for (auto const& entry : header.meta)
+        meta[entry.name.toUtf8()] = entry.value.toUtf8();
+    return {{"project", header.project.toUtf8()},
+            {"title", header.title.toUtf8()},
+            {"creator", header.creator.toUtf8()},
+            {"meta", meta}};
+}
+
+Json trimJson(MetaObject const& header) { return {{"start", header.trim_start}, {"end", header.trim_end}}; }
+
+}  // namespace tool

@@ -1,0 +1,100 @@
+// meta: the texts of a clip's header, shown and changed in place.
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "clip_view.h"
+#include "commands.h"
+#include "console.h"
+#include "failure.h"
+#include "header_edits.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+using namespace KelvonClip;
+
+struct TextOption {
+    char const* option;
+    char const* element;  // of the header
+    char const* member;   // of the JSON
+};
+constexpr auto TEXT_OPTIONS = std::to_array<TextOption>({
+    {"--title", "Title", "title"},
+    {"--project", "Project", "project"},
+    {"--creator", "Creator", "creator"},
+});
+
+std::vector<HeaderEdit> wantedEdits(Arguments const& arguments) {
+    std::vector<HeaderEdit> edits;
+    for (TextOption const& row : TEXT_OPTIONS)
+        if (arguments.has(row.option)) edits.push_back(SetHeaderText{row.element, kstring(arguments.text(row.option))});
+    for (std::string const& given : arguments.list("--set")) {
+        std::size_t const equals = given.find('=');
+        if (equals == std::string::npos) throw usage(fmt::format("--set wants NAME=VALUE, not {}", given));
+        edits.push_back(SetHeaderMeta{kstring(given.substr(0, equals)), kstring(given.substr(equals + 1))});
+    }
+    for (std::string const& name : arguments.list("--remove"))
+        edits.push_back(SetHeaderMeta{kstring(name), std::nullopt});
+    return edits;
+}
+
+std::string textLine(std::string const& name, Json const& value) {
+    return fmt::format("  {:<8} {}\n", name, printable(value.get<std::string>()));
+}
+
+int run(Arguments const& arguments, Console& console) {
+    std::string const path = arguments.text("CLIP");
+    auto const edits = wantedEdits(arguments);
+    bool const dry = arguments.has("--dry-run");
+    Json const before = textsJson(ClipView(path).header());
+    Json const after = edits.empty() ? before : textsJson(*editHeader(path, edits, dry));
+    bool const changed = after != before;
+    if (console.json()) {
+        printDocument(console, "meta", {{"path", path}, {"dry_run", dry}, {"changed", changed}, {"texts", after}});
+        return FINE;
+    }
+    console.print(fmt::format("{}{}\n", printable(path), !changed ? "" : dry ? ": would be changed" : ": changed"));
+    for (TextOption const& row : TEXT_OPTIONS)
+        if (after[row.member] != "") console.print(textLine(row.member, after[row.member]));
+    for (auto const& [name, value] : after["meta"].items())
+        console.print(textLine("meta", fmt::format("{} = {}", name, value.get<std::string>())));
+    return FINE;
+}
+
+constexpr auto OPERANDS = std::to_array<Operand>({{"CLIP", "the clip"}});
+constexpr auto OPTIONS = std::to_array<Option>({
+    {"--title", "-t", "TEXT", "set the title; an empty text removes it"},
+    {"--project", "-p", "TEXT", "set the project; an empty text removes it"},
+    {"--creator", "-c", "TEXT", "set the creator; an empty text removes it"},
+    {"--set", "-s", "NAME=VALUE", "set an entry of the Meta list; a name is a letter, then letters, digits and _"},
+    {"--remove", "-r", "NAME", "remove an entry of the Meta list"},
+    DRY_RUN,
+});
+constexpr auto EXAMPLES = std::to_array<Example>({
+    {"kelvonclip meta take.clip", "show title, project, creator and the Meta list"},
+    {"kelvonclip meta --title 'The last take' --set Reel=A004 take.clip", "set two of them"},
+});
+
+}  // namespace
+
+Command const META = {
+    "meta",
+    "show or change the texts of the header",
+    "Shows title, project, creator and the entries of the Meta list, after setting what the options ask for. All "
+    "changes are made at once: the file has the old or the new header at every moment, after a power failure too. If "
+    "one of them is refused, or the header has no room for them, nothing is changed.",
+    OPERANDS,
+    OPTIONS,
+    EXAMPLES,
+    run,
+};
+
+}  // namespace tool
