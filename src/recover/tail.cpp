@@ -396,13 +396,15 @@ void Tail::noteMarks(Slot& slot, UnitBytes bytes) {
     bool const inside_host = rangeWithin(slot.host, track.format.unit_size, host_end);
     slot.whole = inside_host && inspect::isWhole(track.format, bytes, inspect::HostBefore::unknown);
     slot.whole_on_zeros = inside_host && inspect::isWhole(track.format, bytes, inspect::HostBefore::zeros);
-    bool const first = !state.chain_unit;
+    bool const first = !state.chain_unit || state.mapped;
     state.chain_unit = slot.unit;
     if (track.format.category == TrackCategory::audio)
         state.audio = inspect::readAudioUnit(track.format, options.frequency, bytes);
-    // A later beginning may be that of an older recording.
-    bool const begins = first && state.audio.startsRecording();
-    state.anchored = slot.mapped || (slot.chained ? state.anchored : begins);
+    bool const begins = !slot.mapped && !slot.chained && state.audio.startsRecording();
+    // A second beginning behind the map may be that of an older recording.
+    if (begins && !first && !older_between) older_between = slot.host;
+    state.mapped = slot.mapped;
+    state.anchored = slot.mapped || (slot.chained && state.anchored) || (begins && first);
     slot.anchored = state.anchored;
     state.anchored_in_map = slot.mapped || (slot.chained && state.anchored_in_map);
     slot.anchored_in_map = state.anchored_in_map;

@@ -89,6 +89,7 @@ class Tail {
         bool chain_is_its_own = true;             // they are not those of another track of the same format
         bool number_known = true;                 // nothing is missing whose number is not known
         std::optional<std::uint64_t> chain_unit;  // the unit whose marks are in `audio` or `timecode`
+        bool mapped = false;                      // that unit is in the map
         inspect::AudioUnit audio;
         std::optional<std::uint32_t> next_timecode;
     };
@@ -144,7 +145,7 @@ class Tail {
     std::vector<std::pair<std::uint64_t, std::uint32_t>> by_partition;  // each with its track
     std::uint64_t end_of_tail = 0;
     std::optional<std::uint64_t> seam;           // where the units of an older recording begin
-    std::optional<std::uint64_t> older_between;  // the first place without a unit that holds bytes of one
+    std::optional<std::uint64_t> older_between;  // the first place with bytes that may be those of one
     bool full = false;
 };
 

@@ -369,15 +369,34 @@ TEST(Salvage, TheBeginningOfAnOlderRecordingBehindThisOneProvesNothing) {
             older.append(A, static_cast<std::uint32_t>(rounds) + unit, hemlockUnit(SUBCHANNELS, 9000, unit, unit == 0));
             older.append(T);
         }
-        std::uint64_t const end = older.logEnd();
         Recording image(older.file());
         image.rounds(rounds);
-        image.file()->put(end + 2 * AVC, essenceBytes(5000, 1).data(), 5000);
         SalvageReport const report = examined(image);
+        EXPECT_EQ(report.findings.number(FindingKind::older_bytes), 1u);
         for (std::size_t track : {V, A, T})
             EXPECT_LE(report.tracks[track].certain, static_cast<std::uint64_t>(rounds)) << track;
         EXPECT_EQ(report.tracks[A].certain, static_cast<std::uint64_t>(rounds));
+        EXPECT_EQ(report.tracks[A].likely, 20u);
     }
+}
+
+// A recording that was killed and taken up again after a checkpoint: sound begins a second time behind the map.
+TEST(Salvage, SoundThatBeginsAgainBehindTheMapIsThisRecordings) {
+    Recording image;
+    image.rounds(5);
+    image.saveMap();
+    image.freeze();
+    for (std::size_t track : {V, A, T})
+        image.setLength(track, 5);
+    for (std::uint32_t unit = 0; unit < 5; ++unit) {
+        image.append(V);
+        image.RecordingImage::append(A, 5 + unit, hemlockUnit(SUBCHANNELS, 9000, unit, unit == 0));
+        image.append(T);
+    }
+    SalvageReport const report = examined(image);
+    EXPECT_EQ(report.findings.number(FindingKind::older_bytes), 0u);
+    EXPECT_EQ(report.tracks[A].certain, 5u);
+    EXPECT_EQ(report.tracks[A].length_after, 10u);
 }
 
 // The older recording ends with pictures, and its bytes between fit units that never landed.
