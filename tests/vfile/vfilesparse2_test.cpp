@@ -436,6 +436,23 @@ TEST_F(VFileSparse2Test, OpeningAndClosingChangesNothing) {
     EXPECT_EQ(memory->bytes(0, memory->realSize()), before);
 }
 
+// Space was reserved for a record of four sectors and never written; the host has some of them.
+TEST_F(VFileSparse2Test, ClosingTakesFromTheLastRecordWhatTheHostDoesNotHave) {
+    for (std::uint64_t const there : {512u, 1024u, 1025u, 1535u, 2048u}) {
+        memory->resize(0);
+        createAndOpen(TIB);
+        write(0, 512);
+        file->allocate(4096, 2048);
+        memory->releaseAllocation();
+        memory->resize(131072 + 512 + there);
+        file.reset();
+        auto const extents = image().extents;
+        ASSERT_EQ(extents.size(), 2u) << there;
+        EXPECT_EQ(extents[1].start, 4096u) << there;
+        EXPECT_EQ(extents[1].length, there / 512 * 512) << there;
+    }
+}
+
 TEST_F(VFileSparse2Test, AWrongSuperblockFailsToOpen) {
     create(GIB);
     for (std::size_t at = 0; at < 8; ++at) {
