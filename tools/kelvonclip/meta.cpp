@@ -63,7 +63,8 @@ int run(Arguments const& arguments, Console& console) {
     }
     console.print(fmt::format("{}{}\n", printable(path), !changed ? "" : dry ? ": would be changed" : ": changed"));
     for (TextOption const& row : TEXT_OPTIONS)
-        if (after[row.member] != "") console.print(textLine(row.member, after[row.member]));
+        if (!after[row.member].get_ref<std::string const&>().empty())
+            console.print(textLine(row.member, after[row.member]));
     for (auto const& [name, value] : after["meta"].items())
         console.print(textLine("meta", fmt::format("{} = {}", name, value.get<std::string>())));
     return FINE;
