@@ -59,6 +59,11 @@ class Meta(HeaderEdits):
         self.assertEqual((said["texts"]["title"], said["changed"], said["dry_run"]), ("two", True, True))
         self.assertEqual(self.clip().data, before)
 
+    def test_what_is_there_already_is_not_written_again(self):
+        before = self.clip().data
+        self.assertFalse(self.run_json("meta", "--title", "one", "take.clip")["changed"])
+        self.assertEqual(self.clip().data, before)
+
     def test_of_several_changes_all_are_made_or_none(self):
         before = self.clip().data
         for refused in (["--set", "1st=x"], ["--set", "a b=x"], ["--creator", "x" * 32768]):

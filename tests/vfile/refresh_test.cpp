@@ -111,6 +111,16 @@ struct Follow : testing::Test {
     }
     // Where the second map block is.
     std::uint64_t secondBlock() { return test::bigEndianAt(memory->bytes(40, 8), 0) * 512; }
+    // Fills the second map block and begins the third one. Gives the second one as it was before, for `readers_host`.
+    std::vector<std::byte> fillTheSecondBlock() {
+        appendToAll(1500);
+        checkpoint();
+        auto before = memory->bytes(secondBlock(), BLOCK);
+        appendToAll(2000);
+        checkpoint();
+        readers_host->old_position = secondBlock();
+        return before;
+    }
     KString refresh() { return refreshAll(reader.files()); }
     void expectUnits(std::vector<std::uint64_t> const& units, std::uint64_t first = 0) {
         for (std::uint64_t track = 0; track < TRACKS; ++track) {
@@ -239,13 +249,7 @@ TEST_F(Follow, AMapThatWasReadBeforeTheLengthsIsReadAgainAtOpening) {
 
 // The opener reads a block, then the writer fills it and begins the next one, then the opener finds that one.
 TEST_F(Follow, ABlockThatIsFilledDuringTheOpeningIsReadAgain) {
-    appendToAll(1500);
-    checkpoint();
-    std::uint64_t const filled = secondBlock();
-    auto const before = memory->bytes(filled, BLOCK);
-    appendToAll(2000);
-    checkpoint();
-    readers_host->old_position = filled;
+    auto const before = fillTheSecondBlock();
     for (std::uint64_t const new_bytes : {0u, 512u, 32768u, 65024u}) {
         readers_host->new_bytes = new_bytes;
         readers_host->old_block = before;
@@ -256,13 +260,7 @@ TEST_F(Follow, ABlockThatIsFilledDuringTheOpeningIsReadAgain) {
 }
 
 TEST_F(Follow, ABlockThatIsFilledDuringTheOpeningAndCannotBeReadAgainHidesNothing) {
-    appendToAll(1500);
-    checkpoint();
-    std::uint64_t const filled = secondBlock();
-    auto const before = memory->bytes(filled, BLOCK);
-    appendToAll(2000);
-    checkpoint();
-    readers_host->old_position = filled;
+    auto const before = fillTheSecondBlock();
     auto const truth = VFileSparse2::open(std::make_shared<test::WrappedFile>(memory), true).file;
     std::vector<std::byte> expected(UNIT), bytes(UNIT);
     int refused = 0;

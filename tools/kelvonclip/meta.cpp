@@ -55,8 +55,9 @@ int run(Arguments const& arguments, Console& console) {
     auto const edits = wantedEdits(arguments);
     bool const dry = arguments.has("--dry-run");
     Json const before = textsJson(ClipView(path).header());
-    Json const after = edits.empty() ? before : textsJson(*editHeader(path, edits, dry));
+    Json const after = edits.empty() ? before : textsJson(*editHeader(path, edits, true));
     bool const changed = after != before;
+    if (changed && !dry) editHeader(path, edits, false);
     if (console.json()) {
         printDocument(console, "meta", {{"path", path}, {"dry_run", dry}, {"changed", changed}, {"texts", after}});
         return FINE;
@@ -90,7 +91,8 @@ Command const META = {
     "meta",
     "show or change the texts of the header",
     "Shows title, project, creator and the entries of the Meta list, after setting what the options ask for. All "
-    "changes are made at once: the file has the old or the new header at every moment, after a power failure too. If "
+    "changes are made at once: the file has the old or the new header at every moment, after a power failure too (up "
+    "to 16384 bytes). If "
     "one of them is refused, or the header has no room for them, nothing is changed.",
     OPERANDS,
     OPTIONS,

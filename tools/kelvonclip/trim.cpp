@@ -72,7 +72,8 @@ Command const TRIM = {
     "show or change what a clip hides at both ends",
     "Shows how many fields the header hides at the start and at the end of every track, after setting what the options "
     "ask for; what is not given stays. Nothing is cut off: 0 shows everything again. A track is hidden in whole units, "
-    "and keeps two at least. The file has the old or the new header at every moment, after a power failure too. "
+    "and keeps two at least. The file has the old or the new header at every moment, after a power failure too (up to "
+    "16384 bytes). "
     "Programs that have the clip open go on with what they know.",
     OPERANDS,
     OPTIONS,
