@@ -20,6 +20,7 @@
 // Threads: not synchronised; VFileSparse2 locks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
