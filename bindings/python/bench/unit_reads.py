@@ -1,8 +1,8 @@
-"""Reads units by turns in C++ and in Python, in one process, and prints both rates. usage: unit_reads.py FOLDER...
+"""Reads units by turns in C++ and in Python, in one process, and prints the rates. usage: unit_reads.py FOLDER...
 
-Each folder gets a clip of a track of each kind; give one on a disk and one in memory. `into` reads into one buffer
-again and again, as C++ does; `bytes` makes new bytes for each unit. The quickest turn of each side counts: what else
-the machine does can only make a turn longer.
+Each folder gets a clip of a track of each kind; give one on a disk and one in memory. Units are read one by one (into
+one buffer again and again, and in Python also into new bytes), and all in one call. The quickest turn of each side
+counts: what else the machine does can only make a turn longer.
 """
 
 from __future__ import annotations
@@ -16,48 +16,60 @@ from pathlib import Path
 import kelvonclip
 from kelvonclip import Track
 
-UNITS = 50
+UNITS = 100
 TURNS = 101
 SECONDS_A_TURN = 0.03
 
 cpp = ctypes.CDLL(str(Path(kelvonclip.__file__).parent.parent / "bench" / "cpp_reader.so"))
-cpp.seconds_to_read.restype = ctypes.c_double
+cpp.seconds_to_read.restype = cpp.seconds_to_read_together.restype = ctypes.c_double
 
 
-def seconds_in_python(read: Callable[[int], object], units: int, rounds: int) -> float:
+def seconds_in_python(read: Callable[[], object], rounds: int) -> float:
     begin = time.perf_counter()
     for _ in range(rounds):
-        for unit in range(units):
-            read(unit)
+        read()
     return time.perf_counter() - begin
 
 
+def one_by_one(read: Callable[[int], object]) -> Callable[[], None]:
+    def read_all() -> None:
+        for unit in range(UNITS):
+            read(unit)
+
+    return read_all
+
+
 def compare(name: str, track: Track) -> None:
-    buffer, number = track.new_buffer(), track._open_handle()
-    address = ctypes.addressof(ctypes.c_char.from_buffer(buffer))
+    number, buffer, buffers = track._open_handle(), track.new_buffer(), track.new_buffers(UNITS)
+    address = ctypes.c_void_p(ctypes.addressof(ctypes.c_char.from_buffer(buffer)))
+    together = ctypes.c_void_p(ctypes.addressof(ctypes.c_char.from_buffer(buffers[0])))
 
     def in_cpp(rounds: int) -> float:
-        seconds = float(cpp.seconds_to_read(number, UNITS, rounds, ctypes.c_void_p(address)))
-        assert seconds >= 0, "a unit could not be read"
-        return seconds
+        return float(cpp.seconds_to_read(number, UNITS, rounds, address))
+
+    def together_in_cpp(rounds: int) -> float:
+        return float(cpp.seconds_to_read_together(number, UNITS, rounds, together, buffers._stride))
 
     rounds = max(1, round(SECONDS_A_TURN / in_cpp(1)))
-    sides: dict[str, Callable[[], float]] = {
-        "C++": lambda: in_cpp(rounds),
-        "into": lambda: seconds_in_python(lambda unit: track.read_into(unit, buffer), UNITS, rounds),
-        "bytes": lambda: seconds_in_python(track.read, UNITS, rounds),
+    # Each side of Python's behind C++'s with which it is compared.
+    sides: dict[str, tuple[str, Callable[[], float]]] = {
+        "C++": ("", lambda: in_cpp(rounds)),
+        "read_into": ("C++", lambda: seconds_in_python(one_by_one(lambda unit: track.read_into(unit, buffer)), rounds)),
+        "read": ("C++", lambda: seconds_in_python(one_by_one(track.read), rounds)),
+        "C++ together": ("", lambda: together_in_cpp(rounds)),
+        "read_units": ("C++ together", lambda: seconds_in_python(lambda: track.read_units(0, buffers), rounds)),
     }
     taken: dict[str, list[float]] = {side: [] for side in sides}
     for _ in range(TURNS):
-        for side, measure in sides.items():
+        for side, (_yardstick, measure) in sides.items():
             taken[side].append(measure())
-    reads = UNITS * rounds
-    line = f"{name:32} {track.unit_size:9} bytes"
-    for side, seconds in taken.items():
-        line += f"  {side} {min(seconds) / reads * 1e6:8.1f} us"
-        if side != "C++":
-            line += f" ({min(taken['C++']) / min(seconds):.3f} of C++'s rate)"
-    print(line, flush=True)
+            assert taken[side][-1] >= 0, "a unit could not be read"
+    print(f"{name}, units of {track.unit_size} bytes")
+    for side, (yardstick, _measure) in sides.items():
+        line = f"  {side:14} {min(taken[side]) / (UNITS * rounds) * 1e6:8.2f} us"
+        if yardstick:
+            line += f"  {min(taken[yardstick]) / min(taken[side]):.3f} of the rate of {yardstick}"
+        print(line, flush=True)
 
 
 def main() -> None:

@@ -1,6 +1,7 @@
 from __future__ import annotations
 
 import array
+import gc
 import mmap
 
 import numpy as np
@@ -72,3 +73,57 @@ def test_a_new_buffer_is_aligned(recording: Clip) -> None:
     buffer = recording.tracks[0].new_buffer()
     assert np.frombuffer(buffer, np.uint8).ctypes.data % 4096 == 0
     assert len(buffer) == recording.tracks[0].unit_size
+
+
+def test_units_are_read_together(recording: Clip) -> None:
+    for track in recording.tracks:
+        contents = [np.random.default_rng(unit).bytes(track.unit_size) for unit in range(5)]
+        for content in contents:
+            track.append(content)
+        buffers = track.new_buffers(3)
+        assert len(buffers) == 3
+        for first in (0, 1, 2):
+            track.read_units(first, buffers)
+            assert [bytes(buffer) for buffer in buffers] == contents[first : first + 3]
+        track.read_units(4, buffers)
+        assert [bytes(buffer) for buffer in buffers] == [contents[4], bytes(track.unit_size), bytes(track.unit_size)]
+
+
+def test_buffers_are_a_sequence(recording: Clip) -> None:
+    buffers = recording.tracks[0].new_buffers(3)
+    buffers[1][:2] = b"ab"
+    assert [bytes(buffer[:2]) for buffer in buffers] == [b"\0\0", b"ab", b"\0\0"]
+    assert buffers[-2] == buffers[1]
+    assert [len(buffer) for buffer in buffers[1:]] == [recording.tracks[0].unit_size] * 2
+    for outside in (3, -4):
+        with pytest.raises(IndexError):
+            buffers[outside]
+
+
+def test_buffers_that_do_not_fit_are_refused(recording: Clip) -> None:
+    picture, sound = recording.tracks[0], recording.tracks[1]
+    with pytest.raises(ValueError, match="568832 bytes are needed, not of 8192"):
+        picture.read_units(0, sound.new_buffers(2))
+    for count in (0, -1):
+        with pytest.raises(ValueError):
+            sound.new_buffers(count)
+    with pytest.raises(OverflowError):
+        sound.new_buffers(2**32)
+    with pytest.raises(OverflowError):
+        sound.read_units(-1, sound.new_buffers(1))
+    with pytest.raises(MemoryError):
+        picture.new_buffers(2**32 - 1)
+
+
+def test_views_outlive_their_buffers(recording: Clip) -> None:
+    track = recording.tracks[0]
+    track.append(b"\1" * track.unit_size)
+    buffers = track.new_buffers(1)
+    track.read_units(0, buffers)
+    view = buffers[0]
+    del buffers
+    recording.close()
+    gc.collect()
+    assert bytes(view) == b"\1" * track._unit_size
+    with pytest.raises(kelvonclip.HandleError):
+        track.new_buffers(1)

@@ -20,7 +20,7 @@ LEFT_OUT = {
     r"kclip_(frequency|resolution)_is_valid": "values are made from texts",
     r"kclip_track_j2k_(video|key)_size": "Track.unit_size",
     r"kclip_track_get_video_standard": "the clip's",
-    r"kclip_unit_buffer_\w+|kclip_track_read_units|kclip_clip_(read|write)_units": "Track.read and .write, in a loop",
+    r"kclip_clip_(read|write)_units": "Track.read_units and Track.write, track by track",
     r"kclip_clip_timecode_valid": "Clip.timecode_source",
     r"kclip_timecode_is_defined": "a Timecode is defined",
     r"kclip_library_version": "its text is __version__",

@@ -3,7 +3,7 @@
 from kelvonclip._native import lib as _lib
 from kelvonclip._text import constant as _constant
 from kelvonclip.audio import AudioReader, AudioWriter, Samples
-from kelvonclip.clip import J2K, Buffer, Clip, FileName, Meta, Track, create, open
+from kelvonclip.clip import J2K, Buffer, Clip, FileName, Meta, Track, UnitBuffers, create, open
 from kelvonclip.enums import AudioType, AVCFlavor, Category, TimecodeSource, VideoType
 from kelvonclip.errors import (
     ArgumentError,
@@ -55,6 +55,7 @@ __all__ = [
     "Timecode",
     "TimecodeSource",
     "Track",
+    "UnitBuffers",
     "VideoType",
     "create",
     "open",
