@@ -32,7 +32,6 @@ __attribute__((visibility("default"))) double seconds_to_read(unsigned track, un
 // In one call, into memory of unit_buffer_alloc.
 __attribute__((visibility("default"))) double seconds_to_read_together(unsigned track, unsigned units, unsigned rounds,
                                                                        void* buffer, unsigned stride) {
-    return secondsOf(rounds,
-                     [&] { return KelvonClip::track_read_units(track, 0, units, buffer, stride) == nullptr; });
+    return secondsOf(rounds, [&] { return KelvonClip::track_read_units(track, 0, units, buffer, stride) == nullptr; });
 }
 }
