@@ -1,5 +1,6 @@
-# Finds the headers of the libraries that the program `kelvonclip` is built with. None of them needs linking, so a cross
+# Finds the libraries that the program `kelvonclip` is built with. Those of headers alone need no linking, so a cross
 # build uses the build machine's headers too: a copy of them in the build tree, without the other headers beside them.
+# libsndfile, which is linked, is used on Linux only.
 #
 # Sets `tool_possible`, and KELVONCLIP_TOOL_HEADERS to the folder with the headers (empty: the compiler finds them).
 set(tool_possible TRUE)
@@ -22,3 +23,11 @@ foreach(header CLI/CLI.hpp nlohmann/json.hpp fmt/format.h xxhash.h)
     endif()
   endif()
 endforeach()
+if(NOT WIN32)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(sndfile IMPORTED_TARGET sndfile)
+  if(NOT sndfile_FOUND)
+    set(tool_possible FALSE)
+    message(STATUS "libsndfile not found")
+  endif()
+endif()

@@ -16,9 +16,14 @@
 namespace tool {
 
 void requireFree(std::string const& path, bool force) {
+    if (path == "-") return;
     std::error_code ignored;
-    if (path != "-" && !force && std::filesystem::exists(std::filesystem::symlink_status(fsPath(path), ignored)))
-        throw Failure(FAILED, {path}, "the file exists; --force overwrites it");
+    auto const there = std::filesystem::symlink_status(fsPath(path), ignored);
+    if (!std::filesystem::exists(there)) return;
+    if (!force) throw Failure(FAILED, {path}, "the file exists; --force overwrites it");
+    // A folder or a device is not replaced by a file.
+    bool const file = std::filesystem::is_regular_file(there) || std::filesystem::is_symlink(there);
+    if (!file) throw Failure(FAILED, {path}, "this is no file that can be overwritten");
 }
 
 std::string temporaryName(std::string const& path) { return fmt::format("{}.{}.part", path, host::processNumber()); }
