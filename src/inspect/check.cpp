@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <utility>
 
 #include "inspect/clip_layers.h"
 #include "inspect/essence.h"
 #include "inspect/unit_sweep.h"
-#include "vfile/aligned_buffer.h"
+#include "inspect/units_ahead.h"
 #include "vfile/vfilefile.h"
 
 namespace KelvonClip::inspect {
@@ -155,12 +156,26 @@ class Checker {
                                  .file = units.bottom().path});
         UnitFindings unit_findings(report.findings, number, units, unit_size);
         UnitCheck check(track.format, clip.header->frequency, unit_findings);
+        std::uint32_t const size = track.format.stored_unit_size;
+        UnitsAhead ahead(
+            size,
+            [&](std::uint64_t unit, std::byte* into, auto done) {
+                units.file->read(unit * unit_size, size, into, std::move(done));
+            },
+            [&](std::uint64_t unit, std::byte const* bytes, KString const& error) {
+                if (!error.empty()) return unit_findings.add(unit_unreadable, unit, 1);
+                check.look(unit, {bytes, size});
+            });
         sweepUnits(units, unit_size, 0, checked.length_units * unit_size,
                    [&](std::uint64_t first, std::uint64_t count, bool stored) {
-                       if (!stored) return unit_findings.add(units_not_stored, first, count, count);
+                       if (!stored) {
+                           ahead.finish();  // findings come in the order of the units
+                           return unit_findings.add(units_not_stored, first, count, count);
+                       }
                        checked.stored_units += count;
-                       if (isLookedInto(track.format)) lookInto(track, first, count, check, unit_findings);
+                       if (isLookedInto(track.format)) lookInto(track.format, first, count, ahead);
                    });
+        ahead.finish();
         unit_findings.flush();
         checked.units_behind = unitsBehindLength(number, units, unit_size);
         return checked;
@@ -171,19 +186,13 @@ class Checker {
         return options.level == Level::units || (options.level == Level::marks && has_numbers);
     }
 
-    void lookInto(TrackLayers const& track, std::uint64_t first, std::uint64_t count, UnitCheck& check,
-                  UnitFindings& findings) {
-        std::uint32_t const size = track.format.stored_unit_size;
+    void lookInto(TrackFormat const& format, std::uint64_t first, std::uint64_t count, UnitsAhead& ahead) {
         // One timecode, in unit 0, stands for the whole track.
-        bool const only_first = track.format.category == TrackCategory::timecode && clip.header->tc0_striped;
-        AlignedBuffer buffer(size);
+        bool const only_first = format.category == TrackCategory::timecode && clip.header->tc0_striped;
         for (std::uint64_t unit = first; unit < first + count; ++unit) {
             if (only_first && unit != 0) return;
-            if (!budget.takeBytes(size)) return;
-            if (track.units->file->readSync(unit * size, size, buffer.data()).empty())
-                check.look(unit, {buffer.data(), size});
-            else
-                findings.add(unit_unreadable, unit, 1);
+            if (!budget.takeBytes(format.stored_unit_size)) return;
+            ahead.push(unit);
         }
     }
 
