@@ -76,7 +76,7 @@ TEST_F(UnitsAheadTest, ReadsSeveralAtOnceAndUsesThemInOrder) {
     EXPECT_EQ(used, std::vector<std::string>());
     completeAll();
     at_once = true;
-    for (std::uint64_t unit : {20, 10, 30})
+    for (std::uint64_t const unit : {20u, 10u, 30u})
         ahead.push(unit);
     EXPECT_EQ(used, (std::vector<std::string>{"0", "1", "2"}));
     ahead.finish();
