@@ -295,6 +295,8 @@ std::shared_ptr<MetaObject const> readHeader(VFileObject& file, Findings& findin
 
 ClipLayers readLayers(std::shared_ptr<VFileObject> const& clip_file, KString const& path, Budget& budget,
                       Findings& findings) {
+    // Header and containers lie at the beginning: most of what is read of them is in one piece.
+    VFileFile::ReadAhead const front(*clip_file, 0);
     ClipLayers clip;
     clip.header = readHeader(*clip_file, findings);
     if (!clip.header) return clip;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "foundation/load_store.h"
 #include "foundation/zeros.h"
@@ -131,6 +132,7 @@ std::optional<LogWalk::Step> LogWalk::leaveBlock() {
     in_block = false;
     Step step{Step::block_end, block_count - 1, block_at, {}, record_count, 0, 0, block_named};
     std::size_t const used = map_block::RECORDS_AT + std::size_t{record_count} * ExtentRecord::SIZE;
+    if (isZero({std::as_const(block).data() + used, BLOCK_SIZE - used})) return step;
     for (std::size_t i = used; i < BLOCK_SIZE; ++i) {
         if (block.data()[i] == std::byte{0}) continue;
         if (step.stale++ == 0) step.stale_from = block_at + i;
@@ -157,10 +159,12 @@ std::optional<LogWalk::Unreached> LogWalk::unreachedRuns() const {
     std::uint32_t run = place.index == 0 ? place.run : place.run + 1;
     if (nextRunIsNamed()) ++run;
     std::optional<Unreached> unreached;
+    std::size_t const at = runEntryAt(run);  // the table fills the block
+    if (at >= BLOCK_SIZE || isZero({superblock.data() + at, BLOCK_SIZE - at})) return unreached;
     for (; run < super_block::MAX_RUNS; ++run) {
-        auto const at = runStart(run);
-        if (!at) continue;
-        if (!unreached) unreached = Unreached{run, 0, *at};
+        auto const start = runStart(run);
+        if (!start) continue;
+        if (!unreached) unreached = Unreached{run, 0, *start};
         ++unreached->count;
     }
     return unreached;
