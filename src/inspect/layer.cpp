@@ -41,7 +41,7 @@ std::shared_ptr<VFileObject> sparseView(std::shared_ptr<VFileObject> host, std::
 Layer::Reach Layer::reach(std::uint64_t position, std::uint64_t most) const {
     if (position >= length) return {most, false};
     std::uint64_t const inside = std::min(most, length - position);
-    if (!below) return {inside, true};
+    if (!below) return {inside, true, start + position};
     if (!isSparse()) {
         if (start > std::numeric_limits<std::uint64_t>::max() - position) return {inside, false};
         return below->reach(start + position, inside);

@@ -27,9 +27,11 @@ struct Layer {
     bool map_is_known = true;            // to its end: no block of it was unreadable
 
     // How the bytes from `position` on are kept: the next `length` of them, at most `most`, are all stored or all not.
+    // Those that are stored lie together in the host file, from byte `host` on.
     struct Reach {
         std::uint64_t length;
         bool stored;
+        std::uint64_t host = 0;
     };
     Reach reach(std::uint64_t position, std::uint64_t most) const;
 

@@ -25,7 +25,7 @@ void eachPiece(KelvonClip::inspect::Layer const& layer, std::uint64_t from, std:
         auto const reach = layer.reach(position, to - position);
         std::uint64_t const length = std::max<std::uint64_t>(reach.length, 1);
         Piece next{position, length, std::nullopt};
-        if (reach.stored) next.host = layer.hostByte(position);
+        if (reach.stored) next.host = reach.host;
         bool const goes_on = open && open->host.has_value() == next.host.has_value() &&
                              (!open->host || *open->host + open->length == *next.host) && open->length < most;
         if (goes_on) {
