@@ -99,7 +99,8 @@ class Terminal(support.ProgramTest):
     def test_colours_are_shown_in_a_terminal(self):
         clipfile.take(8).write(self.path("take.clip"))
         self.start("bash", "--norc")
-        self.type("kelvonclip formats '625i 50Hz' | cat; echo piped; kelvonclip formats '625i 50Hz'; echo ended", "Enter")
+        show = "kelvonclip formats '625i 50Hz'"
+        self.type(f"{show} | cat; echo piped; {show}; echo ended", "Enter")
         self.wait_for(r"^ended$", self.screen)
         piped, shown = re.split(r"^piped\r?$", self.written(), flags=re.M)
         self.assertNotIn("\x1b[1m", piped)
