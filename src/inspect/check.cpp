@@ -165,6 +165,7 @@ class Checker {
             [&](std::uint64_t unit, std::byte const* bytes, KString const& error) {
                 if (!error.empty()) return unit_findings.add(unit_unreadable, unit, 1);
                 check.look(unit, {bytes, size});
+                if (options.on_unit) options.on_unit(number, unit, {bytes, size});
             });
         sweepUnits(units, unit_size, 0, checked.length_units * unit_size,
                    [&](std::uint64_t first, std::uint64_t count, bool stored) {

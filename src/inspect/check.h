@@ -7,11 +7,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
 #include "clip/track_format.h"
 #include "inspect/budget.h"
+#include "inspect/essence.h"
 #include "inspect/finding.h"
 #include "vfile/vfileobject.h"
 
@@ -26,6 +28,8 @@ enum class Level : std::uint8_t {
 struct CheckOptions {
     Level level = Level::marks;
     Limits limits = {};
+    // Sees the units that are read, in the order of the tracks and of their units. `bytes`: as stored, for this call.
+    std::function<void(std::uint32_t track, std::uint64_t unit, UnitBytes bytes)> on_unit = {};
 };
 
 struct CheckedTrack {

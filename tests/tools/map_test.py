@@ -56,7 +56,10 @@ class Map(support.ProgramTest):
         picture = xml.dom.minidom.parseString(self.run_tool("map", "--svg", name).out)
         self.assertIn(name, picture.getElementsByTagName("title")[0].firstChild.data)
         self.assertIn("audio", picture.getElementsByTagName("desc")[0].firstChild.data)
-        self.assertGreater(len(picture.getElementsByTagName("rect")), 6)
+        for lane in picture.getElementsByTagName("g"):
+            self.assertEqual(len(lane.getElementsByTagName("rect")), 1)
+            self.assertGreater(len(lane.getElementsByTagName("path")), 0)
+        self.assertEqual(len(picture.getElementsByTagName("g")), 3)
 
     @unittest.skipIf(support.WINDOWS, "limits of Unix")
     def test_a_length_that_claims_everything_costs_nothing(self):

@@ -86,6 +86,10 @@ inline constexpr Option JOBS = {"--jobs", "-j", "N",
 inline constexpr Option FORCE = {"--force", "-f", "", "overwrite what exists"};
 inline constexpr Option DRY_RUN = {"--dry-run", "-n", "", "say what would be done and write nothing"};
 inline constexpr Option OUTPUT = {"--output", "-o", "FILE", "where the result goes; - is standard output"};
+inline constexpr Option QUICK = {"--quick", "", "",
+                                 "look at the structure alone: header, stacks of files, maps and lengths"};
+inline constexpr Option DEEP = {
+    "--deep", "", "", "read every unit, and see whether it begins as its format does and whether a piece is missing"};
 inline constexpr Option TRACK = {"--track", "-t", "N", "the track with this number, counted from 0"};
 
 }  // namespace tool

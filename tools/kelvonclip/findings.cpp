@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -20,12 +21,33 @@ namespace {
 constexpr std::array SEVERITIES = {"note", "damage", "loss"};
 constexpr std::array COLOURS = {Colour::dim, Colour::yellow, Colour::red};
 
+constexpr auto LEVELS = std::to_array<CheckLevel>({
+    {Level::structure, QUICK.name, "structure"},
+    {Level::units, DEEP.name, "units"},
+    {Level::marks, "", "marks"},  // without an option
+});
+
 std::optional<std::uint64_t> number(Json const& json, char const* name) {
     if (!json.contains(name)) return std::nullopt;
     return json[name].get<std::uint64_t>();
 }
 
 }  // namespace
+
+CheckLevel const& checkLevel(Arguments const& arguments) {
+    if (arguments.has(QUICK.name) && arguments.has(DEEP.name)) throw usage("--quick and --deep exclude each other");
+    for (CheckLevel const& row : LEVELS)
+        if (row.option.empty() || arguments.has(row.option)) return row;
+    return LEVELS.back();
+}
+
+Verdict verdictOf(Findings const& findings) {
+    auto const worst = findings.worst();
+    if (worst && *worst != Severity::note) return {DAMAGED, "damaged"};
+    if (findings.number(FindingKind::units_behind_length) != 0 || findings.number(FindingKind::bytes_behind_log) != 0)
+        return {UNFINISHED, "unfinished"};
+    return {FINE, "fine"};
+}
 
 Json findingsJson(Findings const& findings) {
     Json list = Json::array();

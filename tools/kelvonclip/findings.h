@@ -1,14 +1,31 @@
-// What the checker and the salvage have found, as JSON and as lines.
+// What the checker and the salvage have found, as JSON and as lines, and what it means for the clip.
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "clip_view.h"
+#include "command.h"
 #include "console.h"
+#include "inspect/check.h"
 #include "inspect/finding.h"
 #include "json.h"
 
 namespace tool {
+
+// How much of a clip is looked at; without an option its marks.
+struct CheckLevel {
+    KelvonClip::inspect::Level level;
+    std::string_view option, name;
+};
+// Throws a usage failure if the options exclude each other.
+CheckLevel const& checkLevel(Arguments const& arguments);
+
+struct Verdict {
+    int code;          // of the program
+    char const* text;  // "fine", "unfinished", "damaged"
+};
+Verdict verdictOf(KelvonClip::inspect::Findings const& findings);
 
 Json findingsJson(KelvonClip::inspect::Findings const& findings);
 

@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "each_clip.h"
 #include "header_edits.h"
+#include "info.h"
 #include "inspect/finding.h"
 #include "labels.h"
 #include "text.h"
@@ -99,8 +100,9 @@ Json trackJson(std::size_t number, TrackView const& view, VideoFrequency frequen
     return track;
 }
 
-Answer ask(std::string const& path) {
-    ClipView const clip(path);
+}  // namespace
+
+Json infoJson(ClipView const& clip) {
     MetaObject const& header = clip.header();
     Json tracks = Json::array();
     for (std::size_t number = 0; number < clip.tracks().size(); ++number)
@@ -110,20 +112,23 @@ Answer ask(std::string const& path) {
         if (finding.kind == inspect::FindingKind::bytes_behind_log) behind += finding.count;
     XmlNode const uuid = header.tree.root().child("UUID");
     std::uint64_t const fields = clip.lengthInFields();
-    return {{{"path", path},
-             {"file_bytes", clip.fileBytes()},
-             {"child", header.child_clip},
-             {"standard", standardJson(clip.standard())},
-             {"uuid", uuid.invalid() ? Json(nullptr) : Json(uuid.text().toUtf8())},
-             {"length", {{"fields", fields}, {"seconds", secondsOf(fields, header.frequency)}}},
-             {"timecode", timecodeOf(clip)},
-             {"trim", trimJson(header)},
-             {"dates", datesJson(header)},
-             {"texts", textsJson(header)},
-             {"bytes_behind_map", behind},
-             {"tracks", tracks}},
-            FINE};
+    return {{"path", clip.path()},
+            {"file_bytes", clip.fileBytes()},
+            {"child", header.child_clip},
+            {"standard", standardJson(clip.standard())},
+            {"uuid", uuid.invalid() ? Json(nullptr) : Json(uuid.text().toUtf8())},
+            {"length", {{"fields", fields}, {"seconds", secondsOf(fields, header.frequency)}}},
+            {"timecode", timecodeOf(clip)},
+            {"trim", trimJson(header)},
+            {"dates", datesJson(header)},
+            {"texts", textsJson(header)},
+            {"bytes_behind_map", behind},
+            {"tracks", tracks}};
 }
+
+namespace {
+
+Answer ask(std::string const& path) { return {infoJson(ClipView(path)), FINE}; }
 
 class Screen {
   public:

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -14,7 +13,6 @@
 #include "clip_view.h"
 #include "commands.h"
 #include "each_clip.h"
-#include "failure.h"
 #include "findings.h"
 #include "inspect/check.h"
 #include "text.h"
@@ -24,39 +22,6 @@ namespace tool {
 namespace {
 
 using namespace KelvonClip;
-using inspect::FindingKind;
-using inspect::Level;
-
-struct LevelRow {
-    Level level;
-    std::string_view option, name;
-};
-constexpr auto LEVELS = std::to_array<LevelRow>({
-    {Level::structure, "--quick", "structure"},
-    {Level::units, "--deep", "units"},
-    {Level::marks, "", "marks"},  // without an option
-});
-
-LevelRow const& levelOf(Arguments const& arguments) {
-    if (arguments.has("--quick") && arguments.has("--deep")) throw usage("--quick and --deep exclude each other");
-    for (LevelRow const& row : LEVELS)
-        if (row.option.empty() || arguments.has(row.option)) return row;
-    return LEVELS.back();
-}
-
-struct Verdict {
-    int code;
-    char const* text;
-    Colour colour;
-};
-
-Verdict verdictOf(inspect::Findings const& findings) {
-    auto const worst = findings.worst();
-    if (worst && *worst != inspect::Severity::note) return {DAMAGED, "damaged", Colour::red};
-    if (findings.number(FindingKind::units_behind_length) != 0 || findings.number(FindingKind::bytes_behind_log) != 0)
-        return {UNFINISHED, "unfinished", Colour::yellow};
-    return {FINE, "fine", Colour::green};
-}
 
 Json tracksJson(inspect::Report const& report) {
     Json tracks = Json::array();
@@ -100,7 +65,7 @@ std::uint64_t totalBytes(std::vector<std::string> const& paths) {
 }
 
 int run(Arguments const& arguments, Console& console) {
-    LevelRow const& level = levelOf(arguments);
+    CheckLevel const& level = checkLevel(arguments);
     Progress progress(console, "verify", totalBytes(arguments.list("CLIP")));
     auto const ask = [&](std::string const& path) -> Answer {
         auto const file = openForReading(path, [&](std::uint64_t bytes) { progress.step(bytes); });
@@ -121,8 +86,8 @@ int run(Arguments const& arguments, Console& console) {
 
 constexpr auto OPERANDS = std::to_array<Operand>({{"CLIP", "clip files", 1, ANY_NUMBER}});
 constexpr auto OPTIONS = std::to_array<Option>({
-    {"--quick", "", "", "look at the structure alone: header, stacks of files, maps and lengths"},
-    {"--deep", "", "", "read every unit, and see whether it begins as its format does and whether a piece is missing"},
+    QUICK,
+    DEEP,
     JOBS,
 });
 constexpr auto EXAMPLES = std::to_array<Example>({
