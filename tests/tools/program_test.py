@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shutil
 import subprocess
 import unittest
 
@@ -35,7 +36,9 @@ class Program(support.ProgramTest):
             self.assertGreaterEqual(len(examples), 2, name)
             for line in examples:
                 for made in os.listdir(self.folder):
-                    if made != "bin":
+                    if os.path.isdir(self.path(made)) and made != "bin":
+                        shutil.rmtree(self.path(made))
+                    elif made != "bin":
                         os.remove(self.path(made))
                 clipfile.take(8, extra="<Title>one</Title>").write(self.path("take.clip"))
                 clipfile.take(8).write(self.path("other.clip"))

@@ -5,7 +5,7 @@
 
 namespace tool {
 
-extern Command const CHECK, CHECKSUM, DIFF, DUMP, FORMATS, INFO, MAP, META, RECOVER, REPORT, STANDARDS, STAT, TC, TRIM,
-    VERIFY;
+extern Command const CHECK, CHECKSUM, DIFF, DUMP, EXTRACT, FORMATS, INFO, MAP, META, RECOVER, REPORT, STANDARDS, STAT,
+    TC, TRIM, VERIFY;
 
 }  // namespace tool

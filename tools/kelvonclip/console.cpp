@@ -46,17 +46,21 @@ Console::Console(Settings const& wanted)
       progress_shown(!wanted.quiet && host::isTerminal(host::Stream::error)) {}
 
 void Console::print(std::string_view text) {
-    {
-        std::lock_guard const guard(writing);
+    std::lock_guard const guard(writing);
+    if (buffer.size() + text.size() < BUFFER_BYTES) {
         buffer += text;
-        if (buffer.size() < BUFFER_BYTES) return;
+        return;
     }
-    flush();
+    send(std::exchange(buffer, {}));
+    send(text);
 }
 
 void Console::flush() {
     std::lock_guard const guard(writing);
-    std::string const bytes = std::exchange(buffer, {});
+    send(std::exchange(buffer, {}));
+}
+
+void Console::send(std::string_view bytes) {
     if (bytes.empty()) return;
     switch (host::writeOut(bytes.data(), bytes.size())) {
     case host::Written::all:

@@ -46,6 +46,7 @@ class Console {
     void endProgress();
 
   private:
+    void send(std::string_view bytes);
     void say(std::string_view mark, Colour colour, std::string_view text);
     void clearLine();
 

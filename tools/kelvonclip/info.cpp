@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include "clip_range.h"
 #include "clip_view.h"
 #include "commands.h"
 #include "each_clip.h"
@@ -19,7 +20,6 @@
 #include "inspect/finding.h"
 #include "labels.h"
 #include "text.h"
-#include "vfile/aligned_buffer.h"
 
 namespace tool {
 
@@ -57,25 +57,10 @@ char const* sourceText(MetaObject const& header) {
                                    : "zerobased";
 }
 
-// The timecode of the first unit of the first timecode track; undefined if there is none that can be read.
-KTimecode firstOfTrack(ClipView const& clip) {
-    for (TrackView const& view : clip.tracks()) {
-        if (view.format.category != TrackCategory::timecode || !view.track) continue;
-        AlignedBuffer unit(view.format.stored_unit_size);
-        if (view.track->lengthInUnits() == 0 || !view.track->readUnit(0, unit.data()).empty()) return {};
-        return KTimecode::from_tc64(clip.header().frequency, unit.data());
-    }
-    return {};
-}
-
 Json timecodeOf(ClipView const& clip) {
     MetaObject const& header = clip.header();
     Json json = {{"source", sourceText(header)}, {"first", nullptr}};
-    if (header.child_clip || !header.timecode_valid) return json;
-    KTimecode const first =
-        header.timecode_track && !header.striped && !header.tc0_striped
-            ? firstOfTrack(clip)
-            : KTimecode(header.frequency, header.drop_frame ? DropframeFlag::df : DropframeFlag::ndf, header.timecode);
+    KTimecode const first = firstTimecode(clip);
     if (first.is_defined()) json["first"] = timecodeJson(first);
     return json;
 }
