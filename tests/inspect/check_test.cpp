@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -401,6 +402,30 @@ TEST(Check, LevelsDecideWhatIsLookedInto) {
     EXPECT_EQ(checked(good.file(), Level::structure).findings.number(), 0u);
     EXPECT_EQ(checked(good.file(), Level::marks).findings.number(), 1u);
     EXPECT_EQ(checked(good.file(), Level::units).findings.number(), 2u);
+}
+
+TEST(Check, TheUnitsThatAreReadAreSeenInTheirOrder) {
+    Good good;
+    good.image.append(SOUND_TRACK, UNITS + 1, hemlockUnit(2, 5, UNITS + 1, false));
+    good.image.saveMap();
+    good.image.setLength(SOUND_TRACK, UNITS + 2);  // unit 4 is not stored
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> seen;
+    CheckOptions options;
+    options.on_unit = [&](std::uint32_t track, std::uint64_t unit, UnitBytes bytes) {
+        seen.emplace_back(track, unit);
+        ASSERT_EQ(bytes.size(), track == SOUND_TRACK ? SOUND : TIME);
+        auto const wanted = track == SOUND_TRACK ? hemlockUnit(2, 5, static_cast<std::uint32_t>(unit), unit == 0)
+                                                 : timecodeUnit(TIME, 180000 + static_cast<std::uint32_t>(unit));
+        EXPECT_EQ(std::memcmp(bytes.data(), wanted.data(), bytes.size()), 0) << "track " << track << " unit " << unit;
+    };
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> const marks{{1, 0}, {1, 1}, {1, 2}, {1, 3}, {1, 5},
+                                                                     {2, 0}, {2, 1}, {2, 2}, {2, 3}};
+    check(good.file().shared_from_this(), "memory", options);
+    EXPECT_EQ(seen, marks);
+    seen.clear();
+    options.level = Level::structure;
+    check(good.file().shared_from_this(), "memory", options);
+    EXPECT_TRUE(seen.empty());
 }
 
 TEST(Check, TheOlderSparseFormatIsWalkedToo) {

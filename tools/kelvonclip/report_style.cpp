@@ -99,7 +99,7 @@ footer.page { padding-block: 1.5rem 3rem; font-size: .88rem; color: var(--quiet)
 @media (prefers-reduced-motion: reduce) { html { scroll-behavior: auto; } }
 @media print {
   :root { color-scheme: light; }
-  body { font-size: 10pt; }
+  html { font-size: 10pt; }
   .page { max-width: none; padding: 0; }
   nav { display: none; }
   .scroll { overflow: visible; }
