@@ -3,6 +3,7 @@
 import fractions
 import math
 import os
+import random
 import re
 import signal
 import struct
@@ -255,6 +256,15 @@ class Sound(ReportTest):
             self.assertIn("silent", second.one("desc").text)
             self.assertEqual(list(root.all("path", class_="silent")), [])
 
+    def test_every_sample_is_in_its_column(self):
+        source = random.Random(3)
+        for count in (7, 803):
+            units = [[source.randrange(-2**31, 2**31) for _ in range(960)] for _ in range(count)]
+            self.sound_clip(units).write(self.path("clip"))
+            wave = next(self.report().all("svg", class_="wave"))
+            self.assertEqual(drawn_columns(wave.one("path", class_="sound").attributes["d"]),
+                             [(low // 2**24, -(-high // 2**24)) for low, high in columns_of(units)], count)
+
     def test_full_scale_reaches_the_edges(self):
         self.sound_clip([[-2**31, 2**31 - 1] * 480] * 20).write(self.path("clip"))
         wave = next(self.report().all("svg", class_="wave"))
@@ -346,6 +356,15 @@ class Timecode(ReportTest):
         self.assertEqual(said["timecode_breaks"], 4)
         [checked] = self.run_json("verify", "clip")["clips"]
         self.assertEqual(sum(f["count"] for f in checked["findings"] if f["kind"] == "timecode-break"), 4)
+
+    def test_units_that_are_not_stored_make_no_break(self):
+        maker = clipfile.Maker(["tc2"], extra="<TimecodeSource>timecodetrack</TimecodeSource>")
+        for unit, count in ((0, 10), (1, 11), (4, 70), (5, 71), (6, 80)):
+            maker.plans[0][4] = unit
+            maker.append(0, clipfile.timecode(count))
+        maker.write(self.path("clip"))
+        section = self.report(code=3).one("section", id="timecode")
+        self.assertEqual([row[0] for row in section.rows()], ["6"])
 
     def test_continuous_timecode_says_so(self):
         self.timecode_clip(range(1800000, 1800050))
