@@ -52,29 +52,25 @@ struct Root {
     KString error;
     XmlElement root;
 };
-// The header's elements as they are in the file.
-Root readRoot(VFileObject& file) {
-    auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
-    KString error = file.readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
-    if (!error.empty()) return {std::move(error), {}};
+Root rootOf(ClipHeaderArea const& area) {
     XmlExtractor extractor(CLIP_HEADER_SIZE);
     extractor.addTag(CLIP_HEADER_ROOT);
-    extractor.append(area->bytes.data(), area->bytes.size());
+    extractor.append(area.bytes.data(), area.bytes.size());
     if (extractor.failed()) throw std::bad_alloc();  // the only reason up to here
     XmlParsed parsed = extractor.extract();
     if (parsed.failed) return {"XML parsing error in clip header", {}};
     return {{}, std::move(parsed.root)};
 }
 
-// Makes one edit of the root element; `old` is what the header says before. Empty on success.
-KString make(SetHeaderText const& edit, XmlElement& root, MetaObject const&) {
+// Makes one edit of the root element. Empty on success.
+KString make(SetHeaderText const& edit, XmlElement& root, bool) {
     if (edit.text.empty())
         eraseChildren(root, edit.element);
     else
         setText(root, edit.element, edit.text.withPairsJoined());
     return {};
 }
-KString make(SetHeaderMeta const& edit, XmlElement& root, MetaObject const&) {
+KString make(SetHeaderMeta const& edit, XmlElement& root, bool) {
     if (!isElementName(edit.name)) return "Invalid meta name";
     XmlElement& meta = childOf(root, "Meta");
     if (edit.value)
@@ -84,8 +80,8 @@ KString make(SetHeaderMeta const& edit, XmlElement& root, MetaObject const&) {
     if (meta.children.empty()) eraseChildren(root, "Meta");
     return {};
 }
-KString make(SetHeaderTrims const& edit, XmlElement& root, MetaObject const& old) {
-    if (old.child_clip) return "XML header is a child clip header";
+KString make(SetHeaderTrims const& edit, XmlElement& root, bool child_clip) {
+    if (child_clip) return "XML header is a child clip header";
     setText(root, "TrimStart", KString::fromUnsigned(edit.start));
     setText(root, "TrimEnd", KString::fromUnsigned(edit.end));
     return {};
@@ -95,27 +91,34 @@ KString make(SetHeaderTrims const& edit, XmlElement& root, MetaObject const& old
 
 KString checkHeaderCanBeSet(std::uint32_t clip, char const* unknown) { return refusal(findClip(clip).get(), unknown); }
 
+HeaderText editHeaderText(ClipHeaderArea const& header, bool child_clip, std::span<HeaderEdit const> edits) {
+    Root current = rootOf(header);
+    if (!current.error.empty()) return {std::move(current.error), nullptr};
+    for (HeaderEdit const& edit : edits) {
+        KString error = std::visit([&](auto const& one) { return make(one, current.root, child_clip); }, edit);
+        if (!error.empty()) return {std::move(error), nullptr};
+    }
+    setText(current.root, "ClipLastMetaEdited", KString::fromUnsigned(platform::secondsSince1970()));
+    return writeHeaderText(current.root);
+}
+
 EditedHeader editHeader(std::uint32_t handle, char const* unknown, std::span<HeaderEdit const> edits,
                         HeaderEditing how) {
     auto const entry = findClip(handle);
     if (KString refused = refusal(entry.get(), unknown); !refused.empty()) return {std::move(refused), nullptr};
 
     auto const alone = entry->editing.hold();
-    auto current = readRoot(*entry->file);
-    if (!current.error.empty()) return {std::move(current.error), nullptr};
-    auto const old = entry->meta();
-    for (HeaderEdit const& edit : edits) {
-        KString error = std::visit([&](auto const& one) { return make(one, current.root, *old); }, edit);
-        if (!error.empty()) return {std::move(error), nullptr};
-    }
-    setText(current.root, "ClipLastMetaEdited", KString::fromUnsigned(platform::secondsSince1970()));
-    HeaderText const text = writeHeaderText(current.root);
+    auto const area = std::make_unique_for_overwrite<ClipHeaderArea>();
+    KString error = entry->file->readSync(0, CLIP_HEADER_SIZE, area->bytes.data());
+    if (!error.empty()) return {std::move(error), nullptr};
+    HeaderText const text = editHeaderText(*area, entry->meta()->child_clip, edits);
     if (!text.error.empty()) return {text.error, nullptr};
     HeaderRead read = parseClipHeader({text.area->bytes.data(), text.area->bytes.size()});
     if (!read.meta) return {std::move(read.error), nullptr};  // what could not be opened again is not written
     std::shared_ptr<MetaObject const> const edited = std::move(read.meta);
     if (how == HeaderEditing::only_try) return {{}, edited};
-    if (KString error = rewriteHeader(*entry->file, *text.area); !error.empty()) return {std::move(error), nullptr};
+    error = rewriteHeader(*entry->file, *text.area);
+    if (!error.empty()) return {std::move(error), nullptr};
     entry->setMeta(edited);
     return {{}, edited};
 }

@@ -33,6 +33,10 @@ struct SetHeaderTrims {
 };
 using HeaderEdit = std::variant<SetHeaderText, SetHeaderMeta, SetHeaderTrims>;
 
+// The header area after the edits, with the time of now as that of the last change. Errors as those of editHeader that
+// do not concern the file.
+HeaderText editHeaderText(ClipHeaderArea const& header, bool child_clip, std::span<HeaderEdit const> edits);
+
 enum class HeaderEditing { write, only_try };
 
 struct EditedHeader {

@@ -8,6 +8,7 @@ import subprocess
 import unittest
 
 import clipfile
+import essence
 import support
 
 
@@ -42,6 +43,9 @@ class Program(support.ProgramTest):
                         os.remove(self.path(made))
                 clipfile.take(8, extra="<Title>one</Title>").write(self.path("take.clip"))
                 clipfile.take(8).write(self.path("other.clip"))
+                with open(self.path("take.h264"), "wb") as file:
+                    file.write(b"".join(essence.avc_unit(i) for i in range(4)))
+                essence.wav(self.path("take.wav"), [essence.tone(c, 7000) for c in range(2)])
                 clipfile.take(8).write(self.path("killed.clip"), lengths=[2, 4, 4], mapped=15)
                 done = subprocess.run(["bash", "-ec", line], cwd=self.folder, capture_output=True, timeout=60,
                                       env={**os.environ, "PATH": self.path("bin") + ":" + os.environ["PATH"]})

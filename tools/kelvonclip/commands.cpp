@@ -7,8 +7,9 @@
 namespace tool {
 
 std::span<Command const* const> commands() {
-    static constexpr std::array COMMANDS = {&INFO, &VERIFY, &RECOVER, &CHECKSUM, &CHECK, &DIFF,      &EXTRACT, &STAT,
-                                            &MAP,  &DUMP,   &META,    &TRIM,     &TC,    &STANDARDS, &FORMATS, &REPORT};
+    static constexpr std::array COMMANDS = {&INFO,   &VERIFY,  &RECOVER,   &CHECKSUM, &CHECK, &DIFF,
+                                            &CREATE, &EXTRACT, &STAT,      &MAP,      &DUMP,  &META,
+                                            &TRIM,   &TC,      &STANDARDS, &FORMATS,  &REPORT};
     return COMMANDS;
 }
 

@@ -127,10 +127,12 @@ void Progress::step(std::uint64_t more_bytes) {
         double const seconds = std::chrono::duration<double>(now - started).count();
         double const rate = static_cast<double>(done) / seconds;
         std::uint64_t const left = total - std::min(done, total);
-        double const share = total == 0 ? 1 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
-        line =
-            fmt::format("{}  {:3.0f} %  {}/s  {} left", name, 100 * share, bytesText(static_cast<std::uint64_t>(rate)),
-                        durationText(static_cast<double>(left) / std::max(rate, 1.0)));
+        double const share =
+            std::min(1.0, static_cast<double>(done) / static_cast<double>(std::max<std::uint64_t>(total, 1)));
+        std::string const speed = bytesText(static_cast<std::uint64_t>(rate)) + "/s";
+        line = total == 0 ? fmt::format("{}  {}  {}", name, bytesText(done), speed)
+                          : fmt::format("{}  {:3.0f} %  {}  {} left", name, 100 * share, speed,
+                                        durationText(static_cast<double>(left) / std::max(rate, 1.0)));
     }
     console.progress(line);
 }

@@ -57,7 +57,8 @@ class Console {
     bool line_shown = false;
 };
 
-// A work of a known number of bytes: a line with share, rate and time left, at most ten times a second.
+// A work of so many bytes: a line with share, rate and time left, at most ten times a second; with bytes and rate if
+// their number is not known, which is 0.
 // `step` throws Interrupted if the user wants to end.
 // Threads: any.
 class Progress {

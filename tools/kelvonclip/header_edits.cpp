@@ -1,6 +1,12 @@
 #include "header_edits.h"
 
+#include <cstddef>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
+
+#include <fmt/format.h>
 
 #include <kelvonclip/kelvon_clip.h>
 
@@ -39,6 +45,20 @@ class OpenClip {
 };
 
 }  // namespace
+
+std::vector<HeaderEdit> wantedTexts(Arguments const& arguments) {
+    std::vector<HeaderEdit> edits;
+    for (TextOption const& row : TEXT_OPTIONS)
+        if (arguments.has(row.option)) edits.push_back(SetHeaderText{row.element, kstring(arguments.text(row.option))});
+    for (std::string const& given : arguments.list("--set")) {
+        std::size_t const equals = given.find('=');
+        if (equals == std::string::npos) throw usage(fmt::format("--set wants NAME=VALUE, not {}", given));
+        edits.push_back(SetHeaderMeta{kstring(given.substr(0, equals)), kstring(given.substr(equals + 1))});
+    }
+    for (std::string const& name : arguments.list("--remove"))
+        edits.push_back(SetHeaderMeta{kstring(name), std::nullopt});
+    return edits;
+}
 
 std::shared_ptr<MetaObject const> editHeader(std::string const& path, std::span<HeaderEdit const> edits, bool dry_run) {
     OpenClip clip(path);

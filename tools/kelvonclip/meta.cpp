@@ -21,38 +21,13 @@ namespace {
 
 using namespace KelvonClip;
 
-struct TextOption {
-    char const* option;
-    char const* element;  // of the header
-    char const* member;   // of the JSON
-};
-constexpr auto TEXT_OPTIONS = std::to_array<TextOption>({
-    {"--title", "Title", "title"},
-    {"--project", "Project", "project"},
-    {"--creator", "Creator", "creator"},
-});
-
-std::vector<HeaderEdit> wantedEdits(Arguments const& arguments) {
-    std::vector<HeaderEdit> edits;
-    for (TextOption const& row : TEXT_OPTIONS)
-        if (arguments.has(row.option)) edits.push_back(SetHeaderText{row.element, kstring(arguments.text(row.option))});
-    for (std::string const& given : arguments.list("--set")) {
-        std::size_t const equals = given.find('=');
-        if (equals == std::string::npos) throw usage(fmt::format("--set wants NAME=VALUE, not {}", given));
-        edits.push_back(SetHeaderMeta{kstring(given.substr(0, equals)), kstring(given.substr(equals + 1))});
-    }
-    for (std::string const& name : arguments.list("--remove"))
-        edits.push_back(SetHeaderMeta{kstring(name), std::nullopt});
-    return edits;
-}
-
 std::string textLine(std::string const& name, Json const& value) {
     return fmt::format("  {:<8} {}\n", name, printable(value.get<std::string>()));
 }
 
 int run(Arguments const& arguments, Console& console) {
     std::string const path = arguments.text("CLIP");
-    auto const edits = wantedEdits(arguments);
+    auto const edits = wantedTexts(arguments);
     bool const dry = arguments.has("--dry-run");
     Json const before = textsJson(ClipView(path).header());
     Json const after = edits.empty() ? before : textsJson(*editHeader(path, edits, true));

@@ -1,5 +1,7 @@
 #include "host.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -16,6 +18,8 @@ namespace {
 
 std::atomic<bool> was_interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+// Has something to read once the user has interrupted the program, whichever thread got the signal.
+std::array<int, 2> interruption_pipe = {-1, -1};
 
 int descriptorOf(Stream stream) {
     constexpr std::array DESCRIPTORS = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
@@ -28,7 +32,13 @@ void prepare() {
     struct sigaction action = {};
     // The second interruption ends the program at once.
     action.sa_flags = static_cast<int>(SA_RESETHAND);
-    action.sa_handler = [](int) { was_interrupted = true; };
+    action.sa_handler = [](int) {
+        int const kept = errno;
+        was_interrupted = true;
+        [[maybe_unused]] ssize_t const written = write(interruption_pipe[1], "", 1);
+        errno = kept;
+    };
+    [[maybe_unused]] int const made = pipe2(interruption_pipe.data(), O_CLOEXEC | O_NONBLOCK);
     for (int const signal : {SIGINT, SIGTERM, SIGHUP})
         sigaction(signal, &action, nullptr);
     action.sa_flags = 0;
@@ -55,6 +65,10 @@ Written writeOut(char const* bytes, std::size_t count) {
 }
 
 std::optional<std::size_t> readIn(char* bytes, std::size_t count) {
+    std::array<pollfd, 2> awaited = {{{STDIN_FILENO, POLLIN, 0}, {interruption_pipe[0], POLLIN, 0}}};
+    while (poll(awaited.data(), awaited.size(), -1) < 0 && errno == EINTR && !was_interrupted)
+        continue;
+    if (was_interrupted) return std::nullopt;
     ssize_t got = -1;
     do {
         got = read(STDIN_FILENO, bytes, count);

@@ -1,0 +1,81 @@
+#include "label_list.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <span>
+
+#include <fmt/format.h>
+
+#include "command.h"
+#include "failure.h"
+#include "labels.h"
+
+namespace tool {
+
+using namespace KelvonClip;
+
+namespace {
+
+// Calls `on(line)` for every line without its end. Throws Failure for a line that is too long.
+template <class On>
+void eachLine(std::string const& path, On&& on) {
+    constexpr std::size_t MOST = 80;
+    ByteSource const source = openBytes(path);
+    std::array<std::byte, 4096> bytes{};
+    std::string line;
+    while (std::size_t const got = source(bytes)) {
+        for (std::byte const byte : std::span(bytes).first(got)) {
+            auto const c = static_cast<char>(byte);
+            if (c == '\n') {
+                on(line);
+                line.clear();
+            } else if (c != '\r') {
+                line += c;
+            }
+            if (line.size() > MOST) throw Failure(FAILED, {path}, "this is no list of labels: a line is too long");
+        }
+    }
+    if (!line.empty()) on(line);
+}
+
+}  // namespace
+
+LabelList::LabelList(KTimecode const& first) : frequency(first.get_frequency()) {
+    labels.push_back({first.get_nfields(), first.get_df()});
+}
+
+LabelList::LabelList(std::string const& path, VideoFrequency rate, bool drop)
+    : name(path), frequency(rate), fields_per_label(RoughFieldsPerSecond(rate) > 30 ? 2 : 1) {
+    std::uint64_t const most = timecode_fields_per_day(frequency, DropframeFlag::ndf) / fields_per_label;
+    eachLine(path, [&](std::string const& line) {
+        if (labels.size() == most) throw Failure(FAILED, {path}, "there are more labels than a day has");
+        if (line.find_first_not_of(" \t") == std::string::npos) return labels.push_back({});
+        try {
+            KTimecode const label = parseTimecode(line, frequency, drop);
+            labels.push_back({label.get24().get_nfields(), label.get_df()});
+        } catch (Failure const& failure) {
+            throw Failure(FAILED, {path}, fmt::format("line {}: {}", labels.size() + 1, failure.reason));
+        }
+    });
+    if (labels.empty()) throw Failure(FAILED, {path}, "there are no labels in it");
+}
+
+void LabelList::requireEnd(std::uint64_t units) const {
+    if ((labels.size() - 1) * fields_per_label < units) return;
+    throw Failure(
+        FAILED, {name},
+        fmt::format("there are labels for {} fields, and the clip has {}", labels.size() * fields_per_label, units));
+}
+
+KTimecode LabelList::at(std::uint64_t unit) const {
+    std::uint64_t const index = std::min<std::uint64_t>(unit / fields_per_label, labels.size() - 1);
+    Label const& label = labels[static_cast<std::size_t>(index)];
+    if (label.flag == DropframeFlag::none) return {};
+    KTimecode timecode(frequency, label.flag, label.fields);
+    std::uint64_t const on = unit - index * fields_per_label;
+    timecode.add24(static_cast<unsigned>(on % timecode.get_fields_per_day()));
+    return timecode;
+}
+
+}  // namespace tool
