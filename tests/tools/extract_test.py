@@ -284,6 +284,15 @@ class Extract(support.ProgramTest):
         self.run_tool("extract", "-t", "1", "take.clip", "-o", "no/file.wav", code=1)
         self.assertEqual(sorted(os.listdir(self.folder)), ["cut.clip", "take.clip", "text"])
 
+    def test_a_length_that_no_disk_has_room_for_is_refused_at_once(self):
+        maker = clipfile.Maker(["avci50-1080i", "tc2"], extra="<TimecodeSource>timecodetrack</TimecodeSource>",
+                               room=2**31)
+        maker.append(0, clipfile.picture(0, 281088))
+        maker.append(1, clipfile.timecode(1800000))
+        maker.write(self.path("huge.clip"), lengths=[2**31, 1])
+        self.assertIn("are free", self.run_tool("extract", "-t", "0", "huge.clip", code=1).err)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["huge.clip", "take.clip"])
+
     def test_an_unknown_track_is_said_and_the_others_come_out(self):
         maker = clipfile.take(8)
         header = maker.header

@@ -55,9 +55,11 @@ std::optional<std::uint64_t> fieldInTrack(ClipView const& clip, std::uint64_t tr
         KTimecode const there = timecodeOfUnit(clip, track, static_cast<std::uint32_t>(expected / fields));
         if (there.is_defined() && there.get_nfields() == wanted.get_nfields()) return expected;
     }
+    // A track has room for a day, whatever a damaged one claims.
+    std::uint32_t const day = std::min(units, wanted.get_fields_per_day());
     std::optional<std::uint64_t> found;
     try {
-        streamUnits(clip, track, 0, units, [&](std::uint32_t unit, std::span<std::byte const> bytes) {
+        streamUnits(clip, track, 0, day, [&](std::uint32_t unit, std::span<std::byte const> bytes) {
             stopIfInterrupted();
             KTimecode const there = KTimecode::from_tc64(clip.header().frequency, bytes.data());
             if (!there.is_defined() || there.get_nfields() != wanted.get_nfields()) return;

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
@@ -48,7 +49,7 @@ bool isTimecode(Form form) { return form == Form::text || form == Form::json; }
 std::string_view formText(Form form) { return FORM_TEXTS.at(static_cast<std::size_t>(form)); }
 
 // What is written of a track, and where.
-struct Part {
+struct TrackPart {
     std::size_t track = 0;
     TrackView const* view = nullptr;
     Form form = Form::units;
@@ -59,10 +60,10 @@ struct Part {
     std::uint64_t bytes_written = 0;
 };
 
-struct Plan {
+struct ExtractPlan {
     std::string output;
     bool folder = false;  // `output` is one, and the parts lie in it
-    std::vector<Part> parts;
+    std::vector<TrackPart> parts;
     std::vector<std::byte> parameter_sets;  // empty: none are put in
     bool padding = true;
     int code = FINE;
@@ -76,7 +77,7 @@ Form formFor(TrackFormat const& format, std::string const& wanted, bool to_pipe)
     return format.video_type == TrackVideoType::j2k && !to_pipe ? Form::files : Form::units;
 }
 
-void requireForm(Part const& part) {
+void requireForm(TrackPart const& part) {
     TrackCategory const category = part.view->format.category;
     bool const wrong = (isSound(part.form) && category != TrackCategory::audio) ||
                        (isTimecode(part.form) && category != TrackCategory::timecode);
@@ -91,7 +92,7 @@ std::string unitSuffix(TrackFormat const& format) {
 }
 
 // "0-video.h264"; "0-video" for a folder.
-std::string fileName(Part const& part) {
+std::string fileName(TrackPart const& part) {
     std::string name = fmt::format("{}-{}", part.track, categoryText(part.view->format.category));
     switch (part.form) {
     case Form::files:
@@ -107,7 +108,7 @@ std::string fileName(Part const& part) {
     }
 }
 
-std::vector<std::uint32_t> subchannelsOf(Part const& part, Arguments const& arguments) {
+std::vector<std::uint32_t> subchannelsOf(TrackPart const& part, Arguments const& arguments) {
     std::vector<std::uint32_t> chosen;
     std::uint32_t const count = part.view->format.subchannel_count;
     if (!arguments.has("--subchannels")) {
@@ -132,8 +133,8 @@ std::vector<std::uint32_t> subchannelsOf(Part const& part, Arguments const& argu
     }
 }
 
-Part partOf(ClipView const& clip, std::size_t track, Arguments const& arguments) {
-    Part part;
+TrackPart partOf(ClipView const& clip, std::size_t track, Arguments const& arguments) {
+    TrackPart part;
     part.track = track;
     part.view = &clip.readable(track);
     part.form = formFor(part.view->format, arguments.text("--as"), arguments.text("--output") == "-");
@@ -147,11 +148,12 @@ Part partOf(ClipView const& clip, std::size_t track, Arguments const& arguments)
 }
 
 // Options that nothing in the plan can use are errors.
-void requireUse(Plan const& plan, Arguments const& arguments) {
+void requireUse(ExtractPlan const& plan, Arguments const& arguments) {
     auto const any = [&](auto const& fits) { return std::ranges::any_of(plan.parts, fits); };
-    bool const sound = any([](Part const& part) { return isSound(part.form); });
-    bool const avc = any([](Part const& part) { return part.view->format.video_type == TrackVideoType::avc; });
-    bool const pictures = any([](Part const& part) { return part.view->format.video_type != TrackVideoType::none; });
+    bool const sound = any([](TrackPart const& part) { return isSound(part.form); });
+    bool const avc = any([](TrackPart const& part) { return part.view->format.video_type == TrackVideoType::avc; });
+    bool const pictures =
+        any([](TrackPart const& part) { return part.view->format.video_type != TrackVideoType::none; });
     for (auto const& [option, used, what] :
          std::to_array<std::tuple<char const*, bool, char const*>>({{"--bits", sound, "sound"},
                                                                     {"--subchannels", sound, "sound"},
@@ -169,14 +171,15 @@ std::string stemOf(std::string const& path) {
 
 bool isLabel(std::string const& place) { return place.find(':') != std::string::npos; }
 
-Plan planFor(ClipView const& clip, Arguments const& arguments, Console& console) {
-    Plan plan;
+ExtractPlan planFor(ClipView const& clip, Arguments const& arguments, Console& console) {
+    ExtractPlan plan;
     plan.output = arguments.text("--output");
     plan.padding = !arguments.has("--no-padding");
     auto const track = arguments.number("--track");
     if (track) {
+        clip.readable(*track);  // so that the number fits a host's sizes
         plan.parts.push_back(partOf(clip, static_cast<std::size_t>(*track), arguments));
-        Part& only = plan.parts.front();
+        TrackPart& only = plan.parts.front();
         if (only.form == Form::files && plan.output == "-")
             throw usage("files cannot go to standard output; --as units puts the units one behind the other");
         if (plan.output.empty()) plan.output = stemOf(clip.path()) + "-" + fileName(only);
@@ -223,26 +226,26 @@ Bytes withoutPadding(TrackFormat const& format, Bytes unit) {
 
 class Extraction {
   public:
-    Extraction(ClipView const& from, Plan& plan_of, bool force, Console& to)
+    Extraction(ClipView const& from, ExtractPlan& plan_of, bool force, Console& to)
         : clip(from), plan(plan_of), overwrites(force), console(to), progress(to, "extract", bytesOf(plan_of)) {}
 
     void run() {
         if (!plan.folder) return write(plan.parts.front(), plan.output, overwrites);
         OutputFolder folder(plan.output, overwrites);
-        for (Part& part : plan.parts)
+        for (TrackPart& part : plan.parts)
             write(part, folder.file(part.file), true);
         folder.finish();
     }
 
   private:
-    static std::uint64_t bytesOf(Plan const& plan) {
+    static std::uint64_t bytesOf(ExtractPlan const& plan) {
         std::uint64_t bytes = 0;
-        for (Part const& part : plan.parts)
+        for (TrackPart const& part : plan.parts)
             bytes += std::uint64_t{part.range.count()} * part.view->format.unit_size;
         return bytes;
     }
 
-    void write(Part& part, std::string const& path, bool force) {
+    void write(TrackPart& part, std::string const& path, bool force) {
         switch (part.form) {
         case Form::units:
             return writeUnits(part, path, force);
@@ -259,20 +262,20 @@ class Extraction {
 
     // `use(unit, bytes)` for each unit of a part.
     template <class Use>
-    void eachUnit(Part const& part, Use const& use) {
+    void eachUnit(TrackPart const& part, Use const& use) {
         streamUnits(clip, part.track, part.range.from, part.range.to, [&](std::uint32_t unit, Bytes bytes) {
             progress.step(bytes.size());
             use(unit, bytes);
         });
     }
 
-    void writeUnits(Part& part, std::string const& path, bool force) {
+    void writeUnits(TrackPart& part, std::string const& path, bool force) {
         OutputFile file(path, force, console);
         eachUnit(part, [&](std::uint32_t unit, Bytes bytes) { writeUnit(part, unit, bytes, file); });
         file.finish();
     }
 
-    void writeFiles(Part& part, std::string const& path, bool force) {
+    void writeFiles(TrackPart& part, std::string const& path, bool force) {
         OutputFolder folder(path, force);
         std::string const suffix = unitSuffix(part.view->format);
         eachUnit(part, [&](std::uint32_t unit, Bytes bytes) {
@@ -283,7 +286,7 @@ class Extraction {
         folder.finish();
     }
 
-    void writeUnit(Part& part, std::uint32_t unit, Bytes bytes, OutputFile& file) {
+    void writeUnit(TrackPart& part, std::uint32_t unit, Bytes bytes, OutputFile& file) {
         auto const put = [&](Bytes more) {
             file.write(more);
             part.bytes_written += more.size();
@@ -305,7 +308,7 @@ class Extraction {
         put(bytes);
     }
 
-    void writeSound(Part& part, std::string const& path, bool force) {
+    void writeSound(TrackPart& part, std::string const& path, bool force) {
         TrackSound sound(clip, part.track, part.range, part.subchannels);
         SoundShape const shape{static_cast<std::uint32_t>(part.subchannels.size()), part.bits, sound.frames(),
                                part.form == Form::rf64};
@@ -324,7 +327,7 @@ class Extraction {
         part.bytes_written = shape.frames * shape.channels * shape.bits / 8;
     }
 
-    void writeTimecodes(Part& part, std::string const& path, bool force) {
+    void writeTimecodes(TrackPart& part, std::string const& path, bool force) {
         OutputFile file(path, force, console);
         auto const put = [&](std::string const& text) {
             file.write(std::as_bytes(std::span(text)));
@@ -345,13 +348,35 @@ class Extraction {
     }
 
     ClipView const& clip;
-    Plan& plan;
+    ExtractPlan& plan;
     bool const overwrites;
     Console& console;
     Progress progress;
 };
 
-Json partJson(Plan const& plan, Part const& part, bool dry) {
+std::uint64_t essenceBytes(TrackPart const& part) {
+    std::uint64_t const units = part.range.count();
+    if (isTimecode(part.form)) return 0;  // not worth looking for room
+    if (!isSound(part.form)) return units * part.view->format.unit_size;
+    std::uint64_t const of_all = units * part.view->format.unit_size;
+    return of_all / part.view->format.subchannel_count * part.subchannels.size() * part.bits / 32;
+}
+
+// A damaged clip may claim a length that no disk has room for; it is better said before the disk is full.
+void requireRoom(ExtractPlan const& plan) {
+    std::uint64_t bytes = 0;
+    for (TrackPart const& part : plan.parts)
+        bytes += essenceBytes(part);
+    auto const folder = fsPath(plan.output).parent_path();
+    std::error_code error;
+    auto const space = std::filesystem::space(folder.empty() ? "." : folder, error);
+    if (!error && plan.padding && bytes > space.available)
+        throw Failure(
+            FAILED, {plan.output},
+            fmt::format("{} are to be written, and {} are free", bytesText(bytes), bytesText(space.available)));
+}
+
+Json partJson(ExtractPlan const& plan, TrackPart const& part, bool dry) {
     Json row = {{"track", part.track},
                 {"format", part.view->format_name},
                 {"category", categoryText(part.view->format.category)},
@@ -383,14 +408,15 @@ int run(Arguments const& arguments, Console& console) {
     if (to_pipe && console.json()) throw usage("--json would stand between the essence on standard output");
     ClipView const clip(arguments.text("CLIP"));
     noteDamage(clip, console);
-    Plan plan = planFor(clip, arguments, console);
+    ExtractPlan plan = planFor(clip, arguments, console);
     if (plan.folder || plan.parts.front().form == Form::files)
         OutputFolder::requireFree(plan.output, force);
     else
         requireFree(plan.output, force);
+    if (!to_pipe) requireRoom(plan);
     if (!dry) Extraction(clip, plan, force, console).run();
     Json rows = Json::array();
-    for (Part const& part : plan.parts)
+    for (TrackPart const& part : plan.parts)
         rows.push_back(partJson(plan, part, dry));
     if (console.json())
         printDocument(console, "extract",
