@@ -524,6 +524,45 @@ class Sound(CreateTest):
         self.assert_refused("-s", "1080i 50Hz", "-a", "a.wav", "x.clip", reason="44100")
 
 
+class RoundTrip(CreateTest):
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def test_what_was_created_is_extracted_byte_for_byte(self):
+        for units in ([essence.avc_unit(i, fields=i == 1) for i in range(3)],
+                      [essence.dv_frame(i) for i in range(2)],
+                      [essence.j2k_stream(i, open_end=i % 2) for i in range(4)]):
+            self.put("in", b"".join(units))
+            self.run_tool("create", "-fi", "in", "new.clip")
+            self.run_tool("extract", "-f", "--track", "0", "--as", "units", "--no-padding", "-o", "out", "new.clip")
+            self.assertEqual(self.read("out"), b"".join(units))
+            self.run_tool("extract", "-f", "--track", "0", "--as", "units", "-o", "padded", "new.clip")
+            self.run_tool("create", "-fi", "padded", "again.clip")
+            self.assertEqual(clipfile.Clip(self.path("again.clip")).tracks[0].unit(1), self.clip().tracks[0].unit(1))
+
+    def test_sound_comes_back_but_for_the_fade_in(self):
+        channels = [essence.tone(c, 9600) for c in range(4)]
+        essence.wav(self.path("a.wav"), channels)
+        self.run_tool("create", "-a", "a.wav", "-s", "1080i 50Hz", "new.clip")
+        self.run_tool("extract", "--track", "0", "--bits", "16", "-o", "out.wav", "new.clip")
+        frames, faded = struct.unpack("<38400h", self.read("out.wav")[-9600 * 8 :]), 100
+        for c, channel in enumerate(channels):
+            self.assertEqual(list(frames[c::4][faded:]), channel[faded:])
+
+    def test_labels_come_back_as_they_are_extracted(self):
+        self.put("in", b"".join(essence.dv_frame(i) for i in range(3)))
+        self.put("labels", b"10:00:00:24\n\n11:00:00:05\n")
+        self.run_tool("create", "-i", "in", "-l", "labels", "new.clip")
+        self.run_tool("extract", "--track", "1", "-o", "list", "new.clip")
+        self.run_tool("create", "-i", "in", "-l", "list", "again.clip")
+        self.run_tool("extract", "--track", "1", "-o", "list again", "again.clip")
+        self.assertEqual(self.read("list"), self.read("list again"))
+        self.assertIn(b"4 11:00:00:05\n5 11:00:00:05.2\n", self.read("list"))
+        self.put("mixed", self.read("list") + b"10:00:00:00\n")
+        self.assert_refused("-i", "in", "-l", "mixed", "x.clip", reason="line 7: either all lines")
+
+
 @unittest.skipIf(support.WINDOWS or not shutil.which("ffmpeg"), "ffmpeg makes the pictures")
 class RealPictures(CreateTest):
     def make(self, source, size, rate, *coding):

@@ -220,7 +220,7 @@ class AvcCutter : public UnitCutter {
             std::uint8_t const type = typeOf(first[code.end]);
             if (isSlice(type)) break;
             if (type != SEQUENCE_SET) continue;
-            auto const found = readSequence(first.subspan(code.end + 1));
+            auto const found = readSequence(parametersOf(type, first.subspan(code.end)));
             if (!found) throw EssenceFault(window.position() + code.begin, "the sequence parameter set is broken");
             return found->facts;
         }
@@ -253,6 +253,14 @@ class AvcCutter : public UnitCutter {
         return there.first(std::min(there.size(), InputWindow::MOST));
     }
 
+    // What a NAL unit says of pictures: all of a parameter set, the beginning of a slice.
+    static std::span<std::byte const> parametersOf(std::uint8_t type, std::span<std::byte const> nal) {
+        constexpr std::size_t SLICE_PARAMETERS = 64;
+        auto const first =
+            nal.subspan(1, std::min(nal.size() - 1, type == SEQUENCE_SET ? nal.size() : SLICE_PARAMETERS));
+        return first.first(findStartCode(first, 0).begin);
+    }
+
     // Goes to the first start code, before which there may be zeros.
     void findBegin() {
         for (;;) {
@@ -274,7 +282,7 @@ class AvcCutter : public UnitCutter {
             auto const nal = there.subspan(std::min(code.end, there.size()));
             if (nal.empty()) throw EssenceFault(window.position(), "the input ends behind a start code");
             std::uint8_t const type = typeOf(nal[0]);
-            auto const payload = nal.subspan(1);
+            auto const payload = parametersOf(type, nal);
             if (picture && beginsPicture(type, payload)) return *picture;
             if (type >= PARTITION_A && type <= PARTITION_C) fault("slices in partitions are not intra-coded");
             if (type == SEQUENCE_SET) readSet(payload);

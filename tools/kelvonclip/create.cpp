@@ -496,7 +496,7 @@ void printTracks(Json const& tracks, Console& console) {
         for (Json const& input : track["from"]) {
             std::string const path = printable(input["path"].get<std::string>());
             from.push_back(input.contains("channel")
-                               ? fmt::format("{} channel {}", path, input["channel"].get<std::uint32_t>() + 1)
+                               ? fmt::format("{} channel {}", path, input["channel"].get<std::uint32_t>())
                                : path);
         }
         console.print(fmt::format("  track {}: {}, {} units{}{}\n", track["track"].get<std::size_t>(),
@@ -608,7 +608,7 @@ Command const CREATE = {
     "pictures is followed by silence; less than a frame behind the last picture is left out, more of it is refused "
     "without --cut-sound. Without pictures the longest file counts.\n\n"
     "A line of --labels is the timecode of one label: of two fields at rates above 30Hz. An empty line gives none; "
-    "behind the last line the timecode counts on.",
+    "behind the last line the timecode counts on. What extract writes of a timecode track is taken too.",
     OPERANDS,
     OPTIONS,
     EXAMPLES,

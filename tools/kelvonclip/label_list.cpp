@@ -47,18 +47,28 @@ LabelList::LabelList(KTimecode const& first) : frequency(first.get_frequency()) 
 
 LabelList::LabelList(std::string const& path, VideoFrequency rate, bool drop)
     : name(path), frequency(rate), fields_per_label(RoughFieldsPerSecond(rate) > 30 ? 2 : 1) {
-    std::uint64_t const most = timecode_fields_per_day(frequency, DropframeFlag::ndf) / fields_per_label;
+    std::uint64_t const most = timecode_fields_per_day(frequency, DropframeFlag::ndf);
     eachLine(path, [&](std::string const& line) {
         if (labels.size() == most) throw Failure(FAILED, {path}, "there are more labels than a day has");
-        if (line.find_first_not_of(" \t") == std::string::npos) return labels.push_back({});
         try {
-            KTimecode const label = parseTimecode(line, frequency, drop);
-            labels.push_back({label.get24().get_nfields(), label.get_df()});
+            add(line, drop);
         } catch (Failure const& failure) {
             throw Failure(FAILED, {path}, fmt::format("line {}: {}", labels.size() + 1, failure.reason));
         }
     });
     if (labels.empty()) throw Failure(FAILED, {path}, "there are no labels in it");
+}
+
+void LabelList::add(std::string const& line, bool drop) {
+    std::size_t const space = line.find(' ');
+    bool const of_unit = space != std::string::npos;
+    if (labels.empty() && of_unit) fields_per_label = 1;
+    if (of_unit != numbered && !labels.empty()) throw usage("either all lines begin with the number of a unit or none");
+    numbered = of_unit;
+    std::string const label = line.substr(of_unit ? space + 1 : 0);
+    if (label.empty() || label == "-") return labels.push_back({});
+    KTimecode const timecode = parseTimecode(label, frequency, drop);
+    labels.push_back({timecode.get24().get_nfields(), timecode.get_df()});
 }
 
 void LabelList::requireEnd(std::uint64_t units) const {
