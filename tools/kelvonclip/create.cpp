@@ -482,10 +482,10 @@ void noteLengths(ClipParts const& parts, Console& console) {
                                      printable(picture.input.path()), picture.last_size, picture.first_size));
     for (SoundInput const& sound : parts.sounds) {
         if (seconds(sound.silence) >= 0.1)
-            console.note(fmt::format("{}: it is {} s shorter than the clip; the rest is silence", printable(sound.path),
+            console.note(fmt::format("{}: it is {} shorter than the clip; the rest is silence", printable(sound.path),
                                      durationText(seconds(sound.silence))));
         if (seconds(sound.left_out) >= 0.1)
-            console.note(fmt::format("{}: its last {} s are left out", printable(sound.path),
+            console.note(fmt::format("{}: its last {} are left out", printable(sound.path),
                                      durationText(seconds(sound.left_out))));
     }
 }
