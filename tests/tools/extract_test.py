@@ -12,6 +12,7 @@ import unittest
 import wave
 
 import clipfile
+import essence
 import support
 
 STRIPED = ("<TimecodeSource>striped</TimecodeSource><Striped_TC_Offset>1800000</Striped_TC_Offset>"
@@ -183,6 +184,21 @@ class Extract(support.ProgramTest):
         self.assertEqual([self.content(f"bare/{unit:05}.j2k") for unit in range(1, 6)], streams[1:4] + padded[4:])
         self.assertEqual(self.run_tool("extract", "-t", "0", "-o", "-", "j2k.clip").out, b"".join(padded))
         self.run_tool("extract", "-t", "0", "--as", "files", "-o", "-", "j2k.clip", code=2)
+
+    def test_what_create_has_put_in_comes_out(self):
+        streams = [essence.j2k_stream(number, size=2000 + number) for number in range(4)]
+        self.write("take.dv", b"".join(essence.dv_frame(number) for number in range(3)))
+        self.write("take.j2k", b"".join(streams))
+        for name in ("take.dv", "take.j2k"):
+            self.run_tool("create", "-i", name, "-s", "625i 50Hz", name + ".clip")
+            self.assertEqual(self.run_tool("extract", "-t", "0", "--no-padding", "-o", "-", name + ".clip").out,
+                             self.content(name))
+        channels = [essence.tone(channel, 9600, 24) for channel in range(4)]
+        essence.wav(self.path("in.wav"), channels, 24)
+        self.run_tool("create", "-a", "in.wav", "-s", "625i 50Hz", "sound.clip")
+        self.run_tool("extract", "-t", "0", "--bits", "24", "-o", "out.wav", "sound.clip")
+        was, now = read_wave(self.content("in.wav")), read_wave(self.content("out.wav"))
+        self.assertEqual((now[0], now[1][100:]), (3, was[1][100:]))  # behind the fade
 
     def test_pictures_get_parameter_sets_behind_their_delimiter(self):
         maker = clipfile.Maker(["avci50-1080i"])

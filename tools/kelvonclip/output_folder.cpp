@@ -60,7 +60,7 @@ void OutputFolder::requireFree(std::string const& path, bool force) {
 std::string OutputFolder::file(std::string const& of) const { return working_name + "/" + of; }
 
 std::string OutputFolder::folder(std::string const& of) const {
-    std::string const path = file(of);
+    std::string path = file(of);
     std::error_code error;
     std::filesystem::create_directory(fsPath(path), error);
     if (error) throw Failure(FAILED, {path}, error.message());
