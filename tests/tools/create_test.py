@@ -316,7 +316,7 @@ class Output(CreateTest):
                                          "meta": {"Reel": "A=4"}})
         self.assertEqual(self.run_json("info", "Ä ☃.clip")["clips"][0]["texts"], said["texts"])
         for dry in ([], ["-n"]):
-            for refused in (["--set", "1st=x"], ["--title", "x" * 32768]):
+            for refused in (["--set", "1st=x"], ["--title", "x" * 32300]):
                 self.assert_refused("-i", "in", *dry, *refused, "x.clip", reason="x.clip")
             self.assert_refused("-i", "in", *dry, "--set", "no equals sign", "x.clip", reason="--set", code=2)
 
