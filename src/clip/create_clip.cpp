@@ -77,14 +77,9 @@ std::vector<XmlElement> elements(Elements&&... each) {
 XmlElement number(char const* name, std::uint64_t value) { return XmlElement(name, KString::fromUnsigned(value)); }
 
 XmlElement trackMeta(PlannedTrack const& track) {
-    XmlElement vfile = vfileElement("ThisFile", {});
-    vfile = vfileElement("Sparse2", elements(std::move(vfile)));
-    vfile = vfileElement("Partition",
-                         elements(number("Start", track.start), number("Length", track.length), std::move(vfile)));
-    vfile = vfileElement("Grow", elements(number("MinLength", track.min_length), std::move(vfile)));
     XmlElement meta("TrackMeta");
     meta.add(XmlElement("TrackType", track.format_name));
-    meta.add(std::move(vfile));
+    meta.add(describeTrackFile(track));
     return meta;
 }
 
@@ -117,6 +112,14 @@ KString checkDescription(ClipDescription const& clip) {
 
 std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_size, std::uint32_t fields_per_unit) {
     return VFileGrow::HEADER_SIZE + std::uint64_t{unitsPerDay(standard, fields_per_unit)} * stored_unit_size;
+}
+
+XmlElement describeTrackFile(PlannedTrack const& track) {
+    XmlElement vfile = vfileElement("ThisFile", {});
+    vfile = vfileElement("Sparse2", elements(std::move(vfile)));
+    vfile = vfileElement("Partition",
+                         elements(number("Start", track.start), number("Length", track.length), std::move(vfile)));
+    return vfileElement("Grow", elements(number("MinLength", track.min_length), std::move(vfile)));
 }
 
 ClipLayout layOutClip(ClipDescription const& clip) {

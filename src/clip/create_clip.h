@@ -62,6 +62,9 @@ ClipLayout layOutClip(ClipDescription const& description);
 // Bytes of a track's partition: a grow file with room for 24 hours of units.
 std::uint64_t partitionLength(VideoStandard standard, std::uint32_t stored_unit_size, std::uint32_t fields_per_unit);
 
+// The "VFile" element that describes where the units of the track are.
+XmlElement describeTrackFile(PlannedTrack const& track);
+
 // Makes the header of the clip. Errors: "Error creating XML header" if the host supplies no identifier; "Error creating
 // header text" if the header is too long.
 HeaderText newClipHeader(ClipDescription const& description, ClipLayout const& layout);

@@ -55,6 +55,11 @@ class HostFile {
     enum class Ownership { obtained, of_another, changed_since };
     virtual Ownership ownWriting() = 0;
 
+    // Whether somebody else owns the writing of the file, in this process or another. `unknown` on a file system
+    // without locks.
+    enum class Writer { nobody, somebody, unknown };
+    virtual Writer otherWriter() = 0;
+
     // Lets others open a file that was opened with FileAccess::create. False if that is not possible now, because
     // requests are under way or somebody else opens the file at this moment; it may be tried again.
     virtual bool share() = 0;

@@ -10,11 +10,14 @@
 #include <optional>
 
 #include "inspect/log_walk.h"
+#include "vfile/sparse2_format.h"
 
 namespace KelvonClip::recover {
 
 class LogModel {
   public:
+    // The writer's state in a new file.
+    LogModel() : log_end(2 * std::uint64_t{sparse2::BLOCK_SIZE}), blocks(1), records(0) {}
     // The writer's state after it opened the file, or was killed before it could write more of the map than there is.
     explicit LogModel(inspect::LogWalk const& walk)
         : log_end(walk.logEnd()), blocks(walk.blockCount()), records(walk.recordCount()) {}
@@ -27,6 +30,8 @@ class LogModel {
     void goOnAt(std::uint64_t position) { log_end = position; }
 
     std::uint64_t end() const { return log_end; }
+    std::uint32_t blockCount() const { return blocks; }
+    std::uint32_t recordCount() const { return records; }  // in the last block
     // Room for map blocks that comes before the next record; 0 if the current block has room.
     std::uint64_t roomForBlocks(std::uint64_t start) const;
     // Counts the next block as begun, its room as taken elsewhere.

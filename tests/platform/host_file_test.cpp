@@ -84,6 +84,19 @@ TEST_P(HostFileTest, SizeFollowsWritesAndResizing) {
     EXPECT_EQ(std::filesystem::file_size(path()), 3U * BLOCK);
 }
 
+TEST_P(HostFileTest, TellsWhetherSomebodyElseOwnsTheWriting) {
+    using enum HostFile::Writer;
+    test::makeFile(path(), BLOCK);
+    auto writer = open(FileAccess::read_write);
+    auto const reader = open(FileAccess::read_only);
+    EXPECT_EQ(reader->otherWriter(), nobody);
+    EXPECT_EQ(writer->ownWriting(), HostFile::Ownership::obtained) << "asking has left nothing behind";
+    EXPECT_EQ(reader->otherWriter(), somebody);
+    EXPECT_EQ(writer->otherWriter(), nobody) << "it is the owner itself";
+    writer.reset();
+    EXPECT_EQ(reader->otherWriter(), nobody);
+}
+
 TEST_P(HostFileTest, RequestCompletesOnTheIssuingThreadInsideAnAlertableWait) {
     test::makeFile(path(), BLOCK);
     auto const file = open(FileAccess::read_only);

@@ -14,6 +14,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 # How the program is started: its path, on Windows behind the script that runs Windows programs.
 PROGRAM = shlex.split(os.environ.get("KELVONCLIP_PROGRAM", os.path.join(ROOT, "build/release/bin/kelvonclip")))
+# The recording process of the tests (recorder.cpp).
+RECORDER = shlex.split(os.environ.get("KELVONCLIP_RECORDER", os.path.join(ROOT, "build/release/bin/recorder")))
 WINDOWS = PROGRAM[-1].endswith(".exe")
 
 with open(os.path.join(ROOT, "docs/tool.schema.json")) as file:

@@ -7,9 +7,9 @@
 namespace tool {
 
 std::span<Command const* const> commands() {
-    static constexpr std::array COMMANDS = {&INFO,   &VERIFY,  &RECOVER,   &CHECKSUM, &CHECK, &DIFF,
-                                            &CREATE, &EXTRACT, &STAT,      &MAP,      &DUMP,  &META,
-                                            &TRIM,   &TC,      &STANDARDS, &FORMATS,  &REPORT};
+    static constexpr std::array COMMANDS = {&INFO,    &VERIFY, &RECOVER,   &CHECKSUM, &CHECK, &DIFF, &CREATE,
+                                            &EXTRACT, &STAT,   &MAP,       &DUMP,     &META,  &TRIM, &FOLLOW,
+                                            &COMPACT, &TC,     &STANDARDS, &FORMATS,  &REPORT};
     return COMMANDS;
 }
 

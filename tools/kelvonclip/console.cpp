@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -39,6 +40,16 @@ std::string painted(bool wanted, Colour colour, std::string_view text) {
 
 void stopIfInterrupted() {
     if (host::interrupted()) throw Interrupted();
+}
+
+void pauseFor(std::chrono::milliseconds time) {
+    constexpr std::chrono::milliseconds STEP{50};
+    auto const end = std::chrono::steady_clock::now() + time;
+    for (auto now = end - time; now < end; now = std::chrono::steady_clock::now()) {
+        stopIfInterrupted();
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(STEP, end - now));
+    }
+    stopIfInterrupted();
 }
 
 Console::Console(Settings const& wanted)

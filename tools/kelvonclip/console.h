@@ -84,5 +84,7 @@ class Progress {
 
 // Throws Interrupted if the user wants to end.
 void stopIfInterrupted();
+// The same while it waits.
+void pauseFor(std::chrono::milliseconds time);
 
 }  // namespace tool

@@ -183,10 +183,10 @@ class LogPrinter {
     void beginBlock(inspect::LogWalk::Step const& step) {
         bool const empty = step.kind == inspect::LogWalk::Step::block_end;
         std::uint64_t const place = at(empty ? step.at : step.at - sparse2::map_block::RECORDS_AT);
-        sparse2::BlockPlace const in_run = sparse2::placeOf(step.block);
-        say(fmt::format("map block {} (run {}, index {}) at byte {}", step.block, in_run.run, in_run.index, place),
+        auto const [of_run, index] = sparse2::placeOf(step.block);
+        say(fmt::format("map block {} (run {}, index {}) at byte {}", step.block, of_run, index, place),
             fmt::format("{}{{\"block\":{},\"run\":{},\"index\":{},\"at\":{},\"records\":[", blocks++ > 0 ? ",\n" : "\n",
-                        step.block, in_run.run, in_run.index, place));
+                        step.block, of_run, index, place));
         block_open = true;
         records = 0;
     }

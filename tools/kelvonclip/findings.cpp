@@ -49,6 +49,16 @@ Verdict verdictOf(Findings const& findings) {
     return {FINE, "fine"};
 }
 
+int conditionOf(Findings const& findings) {
+    Findings grave(0);
+    for (std::size_t number = 0; number < FINDING_KINDS; ++number) {
+        auto const kind = static_cast<FindingKind>(number);
+        bool const harmless = kind == FindingKind::units_not_stored || kind == FindingKind::header_field_missing;
+        if (findings.number(kind) != 0 && !harmless) grave.add({.kind = kind});
+    }
+    return verdictOf(grave).code;
+}
+
 Json findingsJson(Findings const& findings) {
     Json list = Json::array();
     for (Finding const& finding : findings.list()) {

@@ -27,6 +27,10 @@ struct Verdict {
 };
 Verdict verdictOf(KelvonClip::inspect::Findings const& findings);
 
+// The code for commands that go on only with a whole structure: a header that lacks an element, and units that were
+// never written, damage nothing.
+int conditionOf(KelvonClip::inspect::Findings const& findings);
+
 Json findingsJson(KelvonClip::inspect::Findings const& findings);
 
 // "damage  track 1, unit 17: Audio blocks ... (3 blocks, at byte 4096)"

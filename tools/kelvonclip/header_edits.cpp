@@ -8,43 +8,14 @@
 
 #include <fmt/format.h>
 
-#include <kelvonclip/kelvon_clip.h>
-
 #include "failure.h"
 #include "foundation/kstring.h"
-#include "reason.h"
+#include "open_clip.h"
 #include "text.h"
 
 namespace tool {
 
-namespace {
-
 using namespace KelvonClip;
-
-// A clip that is open for writing.
-class OpenClip {
-  public:
-    explicit OpenClip(std::string const& clip_path) : path(clip_path) {
-        require(clip_open_rw(wide(path).c_str(), &handle));
-    }
-    OpenClip(OpenClip const&) = delete;
-    OpenClip& operator=(OpenClip const&) = delete;
-    ~OpenClip() {
-        if (handle != 0) clip_close(handle);
-    }
-
-    void require(KString const& message) const {
-        if (!message.empty()) throw Failure(FAILED, {path}, reasonText(message));
-    }
-    void close() { require(clip_close_checked(std::exchange(handle, 0u))); }
-
-    unsigned int handle = 0;
-
-  private:
-    std::string const path;
-};
-
-}  // namespace
 
 std::vector<HeaderEdit> wantedTexts(Arguments const& arguments) {
     std::vector<HeaderEdit> edits;
@@ -61,7 +32,7 @@ std::vector<HeaderEdit> wantedTexts(Arguments const& arguments) {
 }
 
 std::shared_ptr<MetaObject const> editHeader(std::string const& path, std::span<HeaderEdit const> edits, bool dry_run) {
-    OpenClip clip(path);
+    OpenClip clip(path, OpenClip::Mode::writing);
     EditedHeader edited = KelvonClip::editHeader(clip.handle, "invalid clip handle", edits,
                                                  dry_run ? HeaderEditing::only_try : HeaderEditing::write);
     clip.require(edited.error);

@@ -15,11 +15,11 @@
 #include "failure.h"
 #include "findings.h"
 #include "json.h"
+#include "new_clip_file.h"
 #include "output_file.h"
 #include "reason.h"
 #include "recover/salvage.h"
 #include "text.h"
-#include "vfile/vfilefile.h"
 
 namespace tool {
 
@@ -41,24 +41,12 @@ Json tracksJson(recover::SalvageReport const& report) {
     return tracks;
 }
 
-// Writes the copy under a temporary name; it gets its own when it is whole and on the disk.
 recover::SalvageReport toCopy(std::shared_ptr<VFileObject> const& clip, std::string const& path,
                               std::string const& copy, bool force, recover::SalvageOptions const& options) {
-    std::string const working_name = temporaryName(copy);
-    Unfinished const unfinished(working_name);
-    auto target = VFileFile::create(kstring(working_name));
-    if (!target.file) throw Failure(FAILED, {copy}, reasonText(target.error));
-    recover::SalvageReport report = recover::salvageToCopy(clip, kstring(path), target.file, options);
-    KString const unflushed = report.error.empty() ? target.file->flush() : KString();
-    target.file.reset();  // closed
-    if (!unflushed.empty()) throw Failure(FAILED, {copy}, reasonText(unflushed));
-    if (!report.error.empty()) return report;
-    giveName(working_name, copy, force);
-    // The name is on the disk too when the copy is announced.
-    auto const renamed = VFileFile::open(kstring(copy), false);
-    if (!renamed.file) throw Failure(FAILED, {copy}, reasonText(renamed.error));
-    if (KString const fault = renamed.file->flushName(); !fault.empty())
-        throw Failure(FAILED, {copy}, reasonText(fault));
+    NewClipFile target(copy, force);
+    recover::SalvageReport report = recover::salvageToCopy(clip, kstring(path), target.file(), options);
+    if (!report.error.empty()) throw Failure(FAILED, {path}, reasonText(report.error));
+    target.finish();
     return report;
 }
 
@@ -70,9 +58,7 @@ int run(Arguments const& arguments, Console& console) {
     if (!dry && !in_place && copy.empty()) throw usage("OUT is missing; --dry-run says what would come back");
     if (!copy.empty()) {
         requireFree(copy, force);
-        std::error_code ignored;
-        if (std::filesystem::equivalent(fsPath(path), fsPath(copy), ignored))
-            throw usage("OUT is the clip itself; --in-place mends a clip where it is");
+        if (isSameFile(path, copy)) throw usage("OUT is the clip itself; --in-place mends a clip where it is");
     }
     recover::SalvageOptions options;
     options.likely = arguments.has("--likely");

@@ -126,6 +126,12 @@ class LinuxFile : public HostFile {
         return Ownership::changed_since;
     }
 
+    Writer otherWriter() override {
+        struct flock owner = ownerByte(F_WRLCK);
+        if (!repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_GETLK, &owner); })) return Writer::unknown;
+        return owner.l_type == F_UNLCK ? Writer::nobody : Writer::somebody;
+    }
+
     // The kernel releases the lock before it acquires the other kind, so somebody else may acquire it in between.
     bool share() override {
         if (isTheParents()) return false;
@@ -192,12 +198,17 @@ class LinuxFile : public HostFile {
         return true;
     }
 
-    bool lockOwnerByte(short type) const {
+    static struct flock ownerByte(short type) {
         struct flock owner {};
         owner.l_type = type;
         owner.l_whence = SEEK_SET;
         owner.l_start = OWNER_BYTE;
         owner.l_len = 1;
+        return owner;
+    }
+
+    bool lockOwnerByte(short type) const {
+        struct flock owner = ownerByte(type);
         return repeated([&] { return ::fcntl(descriptors.buffered, F_OFD_SETLK, &owner); });
     }
 

@@ -115,13 +115,29 @@ class WindowsFile final : public HostFile {
 
     Ownership ownWriting() override {
         SharedHold const hold(handle_lock);
-        if (!lockOwnerByte()) return Ownership::of_another;
+        if (!becomeOwner()) return Ownership::of_another;
         if (stateNow() != when_opened) {
             unlockOwnerByte();
             return Ownership::changed_since;
         }
         owner = true;
         return Ownership::obtained;
+    }
+
+    // The host has no question for it: shares the lock for a moment.
+    Writer otherWriter() override {
+        SharedHold const hold(handle_lock);
+        if (owner) return Writer::nobody;
+        switch (lockOwnerByte(0)) {
+        case Lock::refused:
+            return Writer::somebody;
+        case Lock::not_supported:
+            return Writer::unknown;
+        case Lock::obtained:
+            break;
+        }
+        unlockOwnerByte();
+        return Writer::nobody;
     }
 
     // Closes the handle and opens another one, which no request may notice.
@@ -136,7 +152,7 @@ class WindowsFile final : public HostFile {
             openHandle();  // if that fails too, transfers fail until the next attempt
             return false;
         }
-        return !owner || lockOwnerByte();
+        return !owner || becomeOwner();
     }
 
     bool size(std::uint64_t& bytes) const override {
@@ -209,11 +225,12 @@ class WindowsFile final : public HostFile {
         place.OffsetHigh = 0x7FFFFFFF;
         return place;
     }
-    // True also if the file system has no locks. On network drives the answer may come later.
-    bool lockOwnerByte() {
+    enum class Lock { obtained, refused, not_supported };
+    // On network drives the answer may come later.
+    Lock lockOwnerByte(DWORD exclusive) {
         OVERLAPPED place = ownerByte();
         place.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        bool locked = LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) != FALSE;
+        bool locked = LockFileEx(handle, exclusive | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) != FALSE;
         DWORD error = locked ? 0 : GetLastError();
         if (error == ERROR_IO_PENDING) {
             DWORD nothing = 0;
@@ -221,7 +238,18 @@ class WindowsFile final : public HostFile {
             error = locked ? 0 : GetLastError();
         }
         if (place.hEvent != nullptr) CloseHandle(place.hEvent);
-        return locked || (error != ERROR_LOCK_VIOLATION && error != ERROR_LOCK_FAILED);
+        if (locked) return Lock::obtained;
+        return error == ERROR_LOCK_VIOLATION || error == ERROR_LOCK_FAILED ? Lock::refused : Lock::not_supported;
+    }
+    // True also if the file system has no locks. Tries again for a while: who asks whether somebody writes has the lock
+    // for a moment.
+    bool becomeOwner() {
+        constexpr int TRIES = 20;
+        for (int tries = 1; lockOwnerByte(LOCKFILE_EXCLUSIVE_LOCK) == Lock::refused; ++tries) {
+            if (tries == TRIES) return false;
+            Sleep(1);
+        }
+        return true;
     }
     void unlockOwnerByte() {
         OVERLAPPED place = ownerByte();
@@ -241,7 +269,7 @@ class WindowsFile final : public HostFile {
     mutable SRWLOCK handle_lock = SRWLOCK_INIT;
     HANDLE handle = INVALID_HANDLE_VALUE;
     std::atomic<std::uint32_t> under_way{0};  // transfers
-    bool owner = false;
+    std::atomic<bool> owner{false};
     State when_opened;
 };
 
