@@ -51,7 +51,7 @@ struct Wanted {
 };
 
 Wanted wantedOf(Arguments const& arguments, Console const& console) {
-    constexpr std::uint64_t MOST = 24 * 3600, INTERVAL = 200, MILLI = 1000;
+    constexpr std::uint64_t MOST = 86400, INTERVAL = 200, MILLI = 1000;
     Wanted wanted;
     wanted.path = arguments.text("CLIP");
     wanted.track = arguments.number("--track");
