@@ -10,23 +10,12 @@
 #include <string>
 #include <utility>
 
+#include "nal_types.h"
 #include "unit_cutter.h"
 
 namespace tool {
 
 namespace {
-
-enum NalType : std::uint8_t {
-    SLICE = 1,
-    PARTITION_A = 2,
-    PARTITION_C = 4,
-    IDR_SLICE = 5,
-    SEI = 6,
-    SEQUENCE_SET = 7,
-    DELIMITER = 9,
-    PREFIX = 14,
-    LAST_BEFORE_A_PICTURE = 18,
-};
 
 bool isSlice(std::uint8_t type) { return type == SLICE || type == IDR_SLICE; }
 

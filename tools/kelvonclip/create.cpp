@@ -23,6 +23,7 @@
 #include "essence_input.h"
 #include "failure.h"
 #include "header_edits.h"
+#include "inspect/essence.h"
 #include "json.h"
 #include "label_list.h"
 #include "labels.h"
@@ -36,8 +37,7 @@ namespace tool {
 namespace {
 
 using namespace KelvonClip;
-
-constexpr std::uint32_t MOST_SUBCHANNELS = 16;
+using inspect::MOST_SUBCHANNELS;
 
 struct FreeUnits {
     void operator()(void* units) const { unit_buffer_free(units); }

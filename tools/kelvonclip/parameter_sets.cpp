@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "failure.h"
+#include "nal_types.h"
 #include "text.h"
 
 namespace tool {
@@ -16,17 +17,13 @@ namespace {
 
 using Bytes = std::span<std::byte const>;
 
-// Types of NAL units.
-constexpr unsigned FIRST_SLICE = 1, LAST_SLICE = 5, SEQUENCE_SET = 7, PICTURE_SET = 8, DELIMITER = 9,
-                   SEQUENCE_SET_EXTENSION = 13, SUBSET_SEQUENCE_SET = 15;
-
 constexpr std::array START_CODE = {std::byte{0}, std::byte{0}, std::byte{1}};
 
 struct NalUnit {
     unsigned type;
     std::size_t begin, end;  // without start code and the zeros behind it
 
-    bool isSlice() const { return type >= FIRST_SLICE && type <= LAST_SLICE; }
+    bool isSlice() const { return type >= SLICE && type <= IDR_SLICE; }
 };
 
 // Where the next start code begins; the end of the stream if there is none.
