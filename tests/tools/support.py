@@ -17,6 +17,9 @@ PROGRAM = shlex.split(os.environ.get("KELVONCLIP_PROGRAM", os.path.join(ROOT, "b
 # The recording process of the tests (recorder.cpp).
 RECORDER = shlex.split(os.environ.get("KELVONCLIP_RECORDER", os.path.join(ROOT, "build/release/bin/recorder")))
 WINDOWS = PROGRAM[-1].endswith(".exe")
+with open(PROGRAM[-1], "rb") as file:
+    # The address sanitizer keeps memory that was freed, and reserves more than a limit allows.
+    COUNTS_MEMORY = b"__asan_init" not in file.read() and not WINDOWS
 # Wine now and then crashes when a process ends while one of its threads does (docs/windows.md). A fault of the program
 # itself comes again at the second try.
 WINE_CRASHED = (-11, 139)
