@@ -282,6 +282,11 @@ class Output(CreateTest):
         super().setUp()
         self.put("in", b"".join(essence.dv_frame(i) for i in range(2)))
 
+    def test_q_leaves_only_the_clip(self):
+        result = self.run_tool("create", "-q", "-i", "in", "new.clip")
+        self.assertEqual((result.out, result.err), (b"", ""))
+        self.assertEqual(self.clip().tracks[0].units, 2)
+
     def test_nothing_is_overwritten_without_force(self):
         self.put("new.clip", b"precious")
         self.assert_refused("-i", "in", "new.clip", reason="--force")

@@ -558,6 +558,7 @@ int run(Arguments const& arguments, Console& console) {
              {"sounds", soundsJson(parts.sounds)}});
         return FINE;
     }
+    if (console.quiet()) return FINE;
     console.print(fmt::format("{}: {}{}, {} fields, {}\n", printable(plan.path), dry ? "would be created: " : "",
                               standardText(plan.standard), fields, durationText(secondsOf(fields, frequency))));
     printTracks(tracks, console);

@@ -90,7 +90,7 @@ int run(Arguments const& arguments, Console& console) {
                        {"left_out_units", left_out},
                        {"tracks", tracks},
                        {"findings", findings}});
-    } else {
+    } else if (!console.quiet()) {
         console.print(fmt::format("{}: {} units {} back, {} {} left out\n", printable(path), recovered,
                                   dry ? "would come" : "came", left_out, dry ? "would be" : "were"));
         for (Json const& track : tracks)
