@@ -57,7 +57,9 @@ Written writeOut(char const* bytes, std::size_t count) {
         auto const part = static_cast<DWORD>(count < MOST ? count : MOST);
         if (!WriteFile(handleOf(Stream::output), bytes, part, &written, nullptr)) {
             DWORD const why = GetLastError();
-            return why == ERROR_BROKEN_PIPE || why == ERROR_NO_DATA ? Written::closed : Written::failed;
+            return why == ERROR_BROKEN_PIPE || why == ERROR_NO_DATA || why == ERROR_PIPE_NOT_CONNECTED
+                       ? Written::closed
+                       : Written::failed;
         }
         bytes += written;
         count -= written;
