@@ -13,6 +13,7 @@ namespace {
 
 // Enough under way to keep a disk busy, and not so many small units that starting them takes longer than reading them.
 constexpr std::size_t BYTES_UNDER_WAY = std::size_t{4} << 20, MOST_UNDER_WAY = 32;
+constexpr std::size_t BYTES_KEPT_BACK = std::size_t{512} << 10;
 
 }  // namespace
 
@@ -42,6 +43,11 @@ void UnitsAhead::push(std::uint64_t unit) {
     // complete when those of them are that have been started.
     ++under_way;
     start(unit, bytesOf(index), std::move(done));
+    // A host may keep requests back until the thread waits: it begins with these while earlier units are used.
+    kept_back += stride;
+    if (kept_back < BYTES_KEPT_BACK) return;
+    kept_back = 0;
+    KSemaphore(0).wait(1, 0);
 }
 
 void UnitsAhead::finish() {

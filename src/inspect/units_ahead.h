@@ -55,6 +55,7 @@ class UnitsAhead {
     std::unique_ptr<std::byte, Free> memory;
     std::vector<Slot> slots;  // used in turn
     std::size_t oldest = 0, under_way = 0;
+    std::size_t kept_back = 0;  // bytes of requests since the last wait for nothing
 };
 
 }  // namespace KelvonClip::inspect
